@@ -32,12 +32,14 @@ std::optional<uint64_t> comb_count(int n, int k) {
 
 namespace {
 // n choose k for operands that are part of a count already known to fit.
-uint64_t count_of(int n, int k) { return comb_count(n, k).value_or(std::numeric_limits<uint64_t>::max()); }
+uint64_t count_of(int n, int k) {
+  return comb_count(n, k).value_or(std::numeric_limits<uint64_t>::max());
+}
 }  // namespace
 
 uint64_t comb_rank(int n, int k, const int* comb) {
-  // Combinations that come after comb: those that agree on the first i positions and are larger at position i.
-  // Summed over the complement this is the combinatorial number system read from the end.
+  // Combinations that come after comb: those that agree on the first i positions and are larger at position
+  // i. Summed over the complement this is the combinatorial number system read from the end.
   uint64_t after = 0;
   for (int i = 0; i < k; ++i) {
     after += count_of(n - 1 - comb[i], k - i);

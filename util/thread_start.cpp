@@ -5,4 +5,6 @@ bool cutStartThread(CUT_THREADROUTINE function, void* argument, CUTThread* threa
   return pthread_create(thread, nullptr, function, argument) == 0;
 }
 
-void cutEndThread(CUTThread thread) { pthread_join(thread, nullptr); }
+void cutEndThread(CUTThread thread) {
+  pthread_join(thread, nullptr);
+}

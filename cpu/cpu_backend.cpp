@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cpu/cpu_backend.h"
+
+#include <optional>
+
+#include "cpu/bit_planes.h"
+#include "cpu/cores.h"
+#include "cpu/range_search.h"
+#include "cpu/record_path.h"
+#include "cpu/segments.h"
+
+struct SearchData {
+  SearchData(const Problem& problem, const WorkerSetupCommand& setup) : segments(problem, setup.folds) {
+    if (setup.rules.order <= kMaxPlaneOrder) {
+      planes.emplace(problem, segments);
+    }
+  }
+
+  Segments segments;
+  std::optional<BitPlanes> planes;
+};
+
+namespace {
+
+class CpuDevice : public Device {
+ public:
+  explicit CpuDevice(CpuBackend& backend) : backend_(backend) {}
+
+  Status bind() override { return {}; }
+
+  Status send_genotypes(const Problem& problem) override {
+    problem_ = &problem;
+    return {};
+  }
+
+  Status send_base_data(const Problem&) override { return {}; }
+
+  Status set_up(const WorkerSetupCommand& command) override {
+    order_ = command.rules.order;
+    n_folds_ = command.folds.size();
+    list_size_ = static_cast<size_t>(command.list_size);
+    if (command.kind == LoopKind::kRecords) {
+      record_path_.emplace(*problem_, command.rules, command.folds.front());
+      return {};
+    }
+    search_data_ = backend_.search_data(*problem_, command);
+    search_ = search_data_->planes
+                  ? make_plane_search(*problem_, command, search_data_->segments, *search_data_->planes)
+                  : make_cell_search(*problem_, command, search_data_->segments);
+    return {};
+  }
+
+  Status evaluate_list(const WorkerBatchCommand& command) override {
+    for (size_t i = 0; i < command.active; ++i) {
+      record_path_->evaluate(command.combinations + i * static_cast<size_t>(order_),
+                             command.results + i * kRecordSize);
+    }
+    return {};
+  }
+
+  Status search_range(const WorkerBatchCommand& command) override {
+    std::vector<CandidateList> lists;
+    for (size_t f = 0; f < n_folds_; ++f) {
+      lists.emplace_back(list_size_, command.floors[f]);
+    }
+    search_->run(command.first_rank, command.n_ranks, lists);
+    command.candidates->clear();
+    for (size_t f = 0; f < n_folds_; ++f) {
+      for (const RankedValue& entry : lists[f].entries()) {
+        command.candidates->push_back({entry.rank, static_cast<int>(f), entry.value});
+      }
+    }
+    return {};
+  }
+
+  void release() override {
+    record_path_.reset();
+    search_.reset();
+    search_data_.reset();
+  }
+
+ private:
+  CpuBackend& backend_;
+  const Problem* problem_ = nullptr;
+  int order_ = 0;
+  size_t n_folds_ = 0;
+  size_t list_size_ = 0;
+  std::optional<RecordPath> record_path_;
+  std::shared_ptr<const SearchData> search_data_;
+  std::unique_ptr<RangeSearch> search_;
+};
+
+}  // namespace
+
+int CpuBackend::device_count() const {
+  return usable_cores();
+}
+
+DeviceProperties CpuBackend::properties(int) const {
+  // x86-64 has 16 general registers; a core's own second-level cache is what its threads share.
+  return {"scalar", 16, second_level_cache()};
+}
+
+std::unique_ptr<Device> CpuBackend::open(int) {
+  return std::make_unique<CpuDevice>(*this);
+}
+
+std::shared_ptr<const SearchData> CpuBackend::search_data(const Problem& problem,
+                                                          const WorkerSetupCommand& setup) {
+  const std::lock_guard lock(lock_);
+  std::shared_ptr<const SearchData> data = search_data_.lock();
+  if (data == nullptr) {
+    data = std::make_shared<const SearchData>(problem, setup);
+    search_data_ = data;
+  }
+  return data;
+}

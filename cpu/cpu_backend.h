@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The CPU backend: every usable core is a device. Without a limit on samples beyond memory.
+#pragma once
+
+#include <memory>
+#include <mutex>
+
+#include "device/backend.h"
+
+struct SearchData;
+
+class CpuBackend : public Backend {
+ public:
+  std::string name() const override { return "CPU"; }
+  int device_count() const override;
+  DeviceProperties properties(int ordinal) const override;
+  std::unique_ptr<Device> open(int ordinal) override;
+
+  // The read-only data of the current search, built by the first worker that asks and shared by all. It lives
+  // until the last worker has released it.
+  std::shared_ptr<const SearchData> search_data(const Problem& problem, const WorkerSetupCommand& setup);
+
+ private:
+  std::mutex lock_;
+  std::weak_ptr<const SearchData> search_data_;
+};

@@ -1,0 +1,52 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The seam between the drivers and the processors that do the work. A backend offers devices; each device is
+// opened by, belongs to and is used by one worker thread (worker.h). A third back end implements these two
+// classes and adds itself to the list in device/backends.cpp.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "device/commands.h"
+#include "device/problem.h"
+#include "util/status.h"
+
+struct DeviceProperties {
+  std::string description;  // for the line that says what runs, such as "avx512"
+  int registers_per_block = 0;
+  size_t shared_memory_per_block = 0;  // bytes
+};
+
+class Device {
+ public:
+  virtual ~Device() = default;
+
+  // Once, in this order, at the start of the worker.
+  virtual Status bind() = 0;
+  virtual Status send_genotypes(const Problem& problem) = 0;
+  virtual Status send_base_data(const Problem& problem) = 0;
+
+  // A loop: set_up, any number of calls of the kind that was set up, release.
+  virtual Status set_up(const WorkerSetupCommand& command) = 0;
+  virtual Status evaluate_list(const WorkerBatchCommand& command) = 0;
+  virtual Status search_range(const WorkerBatchCommand& command) = 0;
+  virtual void release() = 0;
+};
+
+class Backend {
+ public:
+  virtual ~Backend() = default;
+
+  // "CPU", "CUDA".
+  virtual std::string name() const = 0;
+
+  // Devices of this machine that the process may use; 0 when the backend cannot run here. A run may ask for
+  // more workers than that.
+  virtual int device_count() const = 0;
+  virtual DeviceProperties properties(int ordinal) const = 0;
+
+  // Thread-safe: each worker opens its own.
+  virtual std::unique_ptr<Device> open(int ordinal) = 0;
+};

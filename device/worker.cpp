@@ -1,0 +1,186 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "device/worker.h"
+
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "device/worker_state.h"
+#include "util/stopwatch.h"
+
+int g_cntDevCuda = 0;
+pthread_mutex_t g_gpuSync = PTHREAD_MUTEX_INITIALIZER;
+int getCnt = 0;
+int g_isCopied = 0;
+pthread_t* g_pThrCuda = nullptr;
+const WorkerCommand** g_pThrData = nullptr;
+void** g_pThrResult = nullptr;
+
+pthread_cond_t g_command_posted = PTHREAD_COND_INITIALIZER;
+pthread_cond_t g_count_reached_0 = PTHREAD_COND_INITIALIZER;
+
+WorkerLock::WorkerLock() {
+  pthread_mutex_lock(&g_gpuSync);
+}
+WorkerLock::~WorkerLock() {
+  pthread_mutex_unlock(&g_gpuSync);
+}
+
+namespace {
+
+void count_down() {
+  const WorkerLock lock;
+  if (--getCnt == 0) {
+    pthread_cond_signal(&g_count_reached_0);
+  }
+}
+
+// Waits for this worker's mailbox to be filled and empties it.
+const WorkerCommand* take_command(int worker) {
+  const WorkerLock lock;
+  while (g_pThrData[worker] == nullptr) {
+    pthread_cond_wait(&g_command_posted, &g_gpuSync);
+  }
+  const WorkerCommand* command = g_pThrData[worker];
+  g_pThrData[worker] = nullptr;
+  return command;
+}
+
+// Prints a line with the time of one step of the start-up.
+class StepTimer {
+ public:
+  StepTimer() {
+    cutCreateTimer(&timer_);
+    restart();
+  }
+  ~StepTimer() { cutDeleteTimer(timer_); }
+  StepTimer(const StepTimer&) = delete;
+  StepTimer& operator=(const StepTimer&) = delete;
+
+  void restart() {
+    cutResetTimer(timer_);
+    cutStartTimer(timer_);
+  }
+
+  // format takes the worker's number and the milliseconds.
+  void report(const char* format, int worker) {
+    cutStopTimer(timer_);
+    std::printf(format, worker, static_cast<double>(cutGetTimerValue(timer_)));
+    restart();
+  }
+
+ private:
+  unsigned timer_ = 0;
+};
+
+class Worker {
+ public:
+  explicit Worker(const CUDA_THREAD_DATA& start)
+      : gpu_(start.gpu), problem_(*start.problem), backend_(*start.backend), outcome_(*start.outcome) {}
+
+  void run() {
+    attempt([this] { return start_up(); });
+    count_down();
+    for (;;) {
+      const WorkerCommand* command = take_command(gpu_);
+      switch (command->code) {
+        case kCommandSetup: {
+          const auto* setup = static_cast<const WorkerSetupCommand*>(command);
+          kind_ = setup->kind;
+          attempt([&] { return device_->set_up(*setup); });
+          count_down();
+          break;
+        }
+        case kCommandBatch: {
+          const auto* batch = static_cast<const WorkerBatchCommand*>(command);
+          attempt([&] {
+            return kind_ == LoopKind::kSearch ? device_->search_range(*batch)
+                                              : device_->evaluate_list(*batch);
+          });
+          count_down();
+          break;
+        }
+        case kCommandRelease:
+          release();
+          break;
+        case kCommandTerminate:
+          device_.reset();
+          return;
+        default:  // not a command: no count-down
+          break;
+      }
+    }
+  }
+
+ private:
+  // Runs a step unless one failed before; keeps the first failure for the driver.
+  template <typename Step>
+  void attempt(Step step) {
+    if (!outcome_.ok()) {
+      return;
+    }
+    try {
+      outcome_ = step();
+    } catch (const std::bad_alloc&) {
+      outcome_ = Status::failure("out of memory");
+    } catch (const std::exception& error) {
+      outcome_ = Status::failure(error.what());
+    }
+  }
+
+  Status start_up() {
+    std::printf("Thread %d start...\n", gpu_);
+    StepTimer total;
+    StepTimer step;
+    device_ = backend_.open(gpu_);
+    Status status = device_->bind();
+    if (!status.ok()) {
+      return status;
+    }
+    step.report("SET_DEVICE %d END (%.3lf ms taken)\n", gpu_);
+    status = device_->send_genotypes(problem_);
+    if (!status.ok()) {
+      return status;
+    }
+    step.report("SEND_DATA %d END (%.3lf ms taken)\n", gpu_);
+    status = device_->send_base_data(problem_);
+    if (!status.ok()) {
+      return status;
+    }
+    step.report("COPY_BASEDATA %d END (%.3lf ms taken)\n", gpu_);
+    total.report("%d INIT END (%.3lf ms taken)\n", gpu_);
+    return status;
+  }
+
+  // A combination loop of plain MDR leaves one pair of marks per worker; searches and score-based loops none.
+  void release() {
+    const bool marks = kind_ == LoopKind::kRecords && problem_.scores == nullptr;
+    if (marks) {
+      std::fputs(".", stdout);
+    }
+    if (device_ != nullptr) {
+      device_->release();
+    }
+    if (marks) {
+      std::fputs("*", stdout);
+    }
+    count_down();
+  }
+
+  const int gpu_;
+  const Problem& problem_;
+  Backend& backend_;
+  Status& outcome_;
+  std::unique_ptr<Device> device_;
+  LoopKind kind_ = LoopKind::kRecords;
+};
+
+}  // namespace
+
+void* threadCudaMain(void* argument) {
+  auto* start = static_cast<CUDA_THREAD_DATA*>(argument);
+  Worker worker(*start);
+  delete start;
+  worker.run();
+  return nullptr;
+}

@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Single-precision functions that must give the same bits on the processor and on the GPU. Only + - * / in a
+// fixed order on IEEE floats, so that nothing depends on a mathematical library. Compile without fused
+// multiply-add.
+#pragma once
+
+#include <stdint.h>
+
+#include "lib/host_device.h"
+
+TAVO_HOST_DEVICE float float_from_bits(uint32_t bits) {
+  return __builtin_bit_cast(float, bits);
+}
+TAVO_HOST_DEVICE uint32_t bits_of_float(float x) {
+  return __builtin_bit_cast(uint32_t, x);
+}
+
+TAVO_HOST_DEVICE float float_infinity() {
+  return float_from_bits(0x7f800000u);
+}
+
+// The one NaN that is stored: positive and quiet.
+TAVO_HOST_DEVICE float float_nan() {
+  return float_from_bits(0x7fc00000u);
+}
+
+// x, with any NaN made the one that is stored.
+TAVO_HOST_DEVICE float canonical_nan(float x) {
+  return x == x ? x : float_nan();
+}
+
+// Natural logarithm, at most 1 ulp from the true value (tests/unit/test_float_math.cpp measures it). 0 gives
+// -infinity, a negative number or a NaN a NaN, infinity itself.
+//
+// x = 2^e * m with m in [sqrt(1/2), sqrt(2)), f = m - 1, s = f / (2 + f):
+//   ln m = 2 atanh s = 2s + s R,  R = 2/3 s^2 + 2/5 s^4 + 2/7 s^6 + ...,  and 2s = f - s f,
+// so ln m = f - s (f - R): a small correction to the exact f, which keeps the rounding errors small.
+TAVO_HOST_DEVICE float tavo_logf(float x) {
+  if (!(x > 0.0f)) {
+    return x == 0.0f ? -float_infinity() : float_nan();
+  }
+  uint32_t bits = bits_of_float(x);
+  if (bits >= 0x7f800000u) {
+    return x;
+  }
+  int exponent = 0;
+  if (bits < 0x00800000u) {  // denormal: scale by 2^23
+    bits = bits_of_float(x * 8388608.0f);
+    exponent = -23;
+  }
+  // Split at sqrt(1/2) = 0x3f3504f3, so that m runs from there to twice that.
+  const uint32_t shifted = bits - 0x3f3504f3u;
+  const int binade = (int)shifted >> 23;
+  exponent += binade;
+  const float m = float_from_bits(bits - ((uint32_t)binade << 23));
+
+  const float f = m - 1.0f;
+  const float s = f / (2.0f + f);
+  const float z = s * s;
+  // The coefficients are 2/3, 2/5, 2/7, 2/9, 2/11; |s| <= 0.172, so the first term left out is below 1e-10.
+  const float r =
+      z * (0.666666667f + z * (0.4f + z * (0.285714286f + z * (0.222222222f + z * 0.181818182f))));
+  const float correction = s * (f - r);
+  if (exponent == 0) {
+    return f - correction;
+  }
+  // ln 2 in two parts; the first has few enough bits that its product with the exponent is exact.
+  const float e = (float)exponent;
+  const float ln2_high = 0.693359375f;
+  const float ln2_low = -2.12194440e-4f;
+  return e * ln2_high + (f - (correction - e * ln2_low));
+}

@@ -1,0 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Marks functions that are compiled for the processor and for the GPU from one text.
+#pragma once
+
+// static: every translation unit keeps its own copy. An inline function shared between files built for
+// different instruction sets is merged by the linker, and the wide copy may win and crash an older processor.
+#ifdef __CUDACC__
+#define TAVO_HOST_DEVICE static __host__ __device__ __forceinline__
+#else
+#define TAVO_HOST_DEVICE [[maybe_unused]] static inline
+#endif

@@ -1,0 +1,96 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The genotype file and the writer of result files.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "util/status.h"
+
+// Loads a genotype file (docs/formats.md) and owns the packed matrix, the classes or phenotypes and the SNP
+// names. Opened once, read-only afterwards. Reads what g_regression, g_transpose and the covariate variables
+// of run_config.h say about the run.
+class MdrReader {
+ public:
+  MdrReader() = default;
+  MdrReader(const MdrReader&) = delete;
+  MdrReader& operator=(const MdrReader&) = delete;
+
+  // Loads the file; transposed non-zero: in the transposed layout. has_score is accepted and makes no
+  // difference. False when the file cannot be used: the layout's own messages are on standard output, the
+  // reason of any other refusal on standard error. Memory is taken as data arrives, so a header alone cannot
+  // ask for much.
+  bool Open(const char* path, bool has_score, int transposed);
+
+  int GetLineCount() const { return open_ ? row_ : 0; }  // samples kept
+  int GetColCount() const { return open_ ? col_ : 0; }   // SNPs
+
+  // The genotype code, 0 to 3. 0 <= sample < GetLineCount(), 0 <= snp < GetColCount().
+  int GetSNPdata(int sample, int snp) const;
+
+  // The SNP names in file order.
+  std::vector<std::string> ReadHeader() const;
+
+  // Leaves the loaded data as it is.
+  void Reset() {}
+  void Close();
+
+  const std::vector<uint8_t>& classes() const { return classes_; }      // [samples], MDR runs only
+  const std::vector<float>& phenotypes() const { return phenotypes_; }  // [samples], regressions only
+  const std::vector<uint32_t>& words() const { return words_; }         // packed rows of block_count() words
+  int64_t block_count() const { return block_count_; }
+
+  // Scores of a score-based run, owned by the caller; null otherwise.
+  const float* scores() const { return scores_; }
+  void set_scores(const float* scores) { scores_ = scores; }
+
+ private:
+  class Source;
+  bool read_labels(Source& source, int64_t label_width);
+  bool read_transposed(Source& source);
+  bool read_samples(Source& source);
+  void store_class(const uint8_t* bytes);
+
+  bool open_ = false;
+  int row_ = 0;
+  int col_ = 0;
+  int64_t block_count_ = 0;
+  std::vector<std::string> names_;
+  std::vector<uint8_t> classes_;
+  std::vector<float> phenotypes_;
+  std::vector<uint32_t> words_;
+  const float* scores_ = nullptr;
+};
+
+// Writes lines of text to one file. Every write is checked; the first failure is kept for Close.
+class MdrWriter {
+ public:
+  MdrWriter() = default;
+  ~MdrWriter();
+  MdrWriter(const MdrWriter&) = delete;
+  MdrWriter& operator=(const MdrWriter&) = delete;
+
+  // Creates or truncates the file. True when it could be opened.
+  bool Save(const char* path);
+
+  // As Save, but the text goes to a temporary file beside the target, which takes the target's place in Close
+  // when all of it was written. Something that is no regular file (a pipe, a terminal) is written directly.
+  bool SaveWhenComplete(const char* path);
+
+  // Writes the text and a line feed.
+  void WriteLine(const std::string& text);
+
+  // Ends the file. A failure says what could not be written.
+  Status Close();
+
+ private:
+  void fail(const char* what);
+
+  std::FILE* stream_ = nullptr;
+  std::string path_;       // where the text is to be in the end
+  std::string temporary_;  // where it is written to, empty when that is path_
+  Status status_;
+};

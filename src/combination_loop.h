@@ -1,0 +1,43 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The combination loop: records of listed combinations for one fold, on all workers.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "device/worker_pool.h"
+#include "src/top_list.h"
+
+// Prints the line that ends a loop; loops are counted over the life of the process. extra_milliseconds is
+// time spent on the loop's behalf before it began.
+class LoopClock {
+ public:
+  explicit LoopClock(double extra_milliseconds = 0.0);
+  ~LoopClock();
+  LoopClock(const LoopClock&) = delete;
+  LoopClock& operator=(const LoopClock&) = delete;
+
+  // Stops, prints "[%8d loop] - %.3lf ms" and returns the milliseconds.
+  double finish();
+
+ private:
+  unsigned timer_ = 0;
+  double extra_;
+};
+
+// What the records of a loop are wanted for: exactly one of the two is set.
+struct LoopOutput {
+  TopList* top = nullptr;                  // keep-top: combinations are merged into the list
+  std::vector<double>* records = nullptr;  // all results: replaced by [count][32]
+};
+
+// Evaluates combinations, [count][order] SNP indices, in passes of at most launch_size per worker.
+// milliseconds becomes the time of the loop.
+Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldView& fold,
+                        const std::vector<int>& combinations, uint64_t launch_size, const LoopOutput& output,
+                        double extra_milliseconds, double* milliseconds);
+
+// The share of each worker in a pass over `remaining` combinations: launch_size each while that many remain;
+// then equal shares, the remainder to worker 0. Workers at the end may have none.
+std::vector<uint64_t> pass_shares(uint64_t remaining, uint64_t launch_size, int workers);

@@ -1,0 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The covariate file of a regression.
+#pragma once
+
+// Reads the file into g_covCnt, g_covLines, g_covLabel, g_covValues and g_covMissing. False when the file
+// cannot be used; the reason has been printed on standard output.
+bool read_covariates(const char* path);

@@ -1,0 +1,75 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "src/cv_search.h"
+
+#include <algorithm>
+#include <chrono>
+#include <limits>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// Combinations per worker of the first pass: few, so that the floors rise early.
+constexpr uint64_t kFirstShare = 1024;
+// What a pass should last: long against its hand-over, short for whoever waits for progress.
+constexpr double kPassSeconds = 0.25;
+// A share grows at most by this factor from one pass to the next.
+constexpr double kGrowth = 4.0;
+
+// The share of the next pass after one of `share` combinations per worker took `seconds`.
+uint64_t next_share(uint64_t share, double seconds) {
+  const double factor = std::clamp(kPassSeconds / std::max(seconds, 1e-9), 1.0 / kGrowth, kGrowth);
+  return std::max<uint64_t>(1, static_cast<uint64_t>(static_cast<double>(share) * factor));
+}
+
+}  // namespace
+
+Status search_folds(WorkerPool& pool, const ScoringRules& rules, std::span<const FoldView> folds,
+                    uint64_t n_combinations, size_t list_size, Progress& progress,
+                    std::vector<std::vector<RankedValue>>* lists) {
+  WorkerSetupCommand setup;
+  setup.kind = LoopKind::kSearch;
+  setup.rules = rules;
+  setup.folds = folds;
+  setup.list_size = static_cast<int>(std::min<size_t>(list_size, std::numeric_limits<int>::max()));
+  Status status = pool.broadcast(setup);
+  if (!status.ok()) {
+    return status;
+  }
+  progress.begin(rules.order, n_combinations);
+  std::vector<CandidateList> best(folds.size(), CandidateList(list_size));
+  std::vector<SearchFloor> floors(folds.size());
+  std::vector<std::vector<SearchCandidate>> candidates(static_cast<size_t>(pool.size()));
+  uint64_t share = kFirstShare;
+  for (uint64_t next = 0; next < n_combinations;) {
+    const Clock::time_point started = Clock::now();
+    std::transform(best.begin(), best.end(), floors.begin(),
+                   [](const CandidateList& list) { return list.floor(); });
+    std::vector<WorkerBatchCommand> batches;
+    for (int g = 0; g < pool.size() && next < n_combinations; ++g) {
+      WorkerBatchCommand& batch = batches.emplace_back();
+      batch.first_rank = next;
+      batch.n_ranks = std::min(share, n_combinations - next);
+      batch.floors = floors.data();
+      batch.candidates = &candidates[static_cast<size_t>(g)];
+      next += batch.n_ranks;
+    }
+    status = pool.dispatch(batches);
+    if (!status.ok()) {
+      return status;
+    }
+    for (const WorkerBatchCommand& batch : batches) {
+      for (const SearchCandidate& candidate : *batch.candidates) {
+        best[static_cast<size_t>(candidate.fold)].offer(candidate.rank, candidate.value);
+      }
+    }
+    progress.update(next);
+    share = next_share(share, std::chrono::duration<double>(Clock::now() - started).count());
+  }
+  progress.end();
+  lists->clear();
+  for (const CandidateList& list : best) {
+    lists->push_back(list.sorted());
+  }
+  return pool.broadcast(WorkerCommand{kCommandRelease});
+}

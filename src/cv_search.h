@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The search of one order: every combination, all folds at once, on all workers.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "device/candidate_list.h"
+#include "device/worker_pool.h"
+#include "src/progress.h"
+
+// Searches the n_combinations combinations of rules.order SNPs. On success (*lists)[f] holds the best
+// list_size (>= 1) of folds[f], best first, in the total order of the lists: the same for any number of
+// workers and any timing.
+Status search_folds(WorkerPool& pool, const ScoringRules& rules, std::span<const FoldView> folds,
+                    uint64_t n_combinations, size_t list_size, Progress& progress,
+                    std::vector<std::vector<RankedValue>>* lists);

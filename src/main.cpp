@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The entry point: options, device, driver, exit status.
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include "device/backends.h"
+#include "device/worker.h"
+#include "src/TFmMDR.h"
+#include "src/notice.h"
+#include "src/options.h"
+#include "src/run_config.h"
+
+namespace {
+
+// Chooses the backend and the number of workers; null when there is no device.
+Backend* query_device(const RunArguments& arguments) {
+  Backend* backend = choose_backend(arguments.device);
+  if (backend == nullptr) {
+    std::puts("There is no available device for running CUDA architecture!");
+    return nullptr;
+  }
+  g_cntDevCuda = gpu != -1 ? gpu : backend->device_count();
+  g_useCuda = 1;
+  const DeviceProperties properties = backend->properties(0);
+  std::printf("CUDA is available [%d devs], %d regs, max thread count is %d, %d\n", g_cntDevCuda,
+              properties.registers_per_block, g_cntBlockCuda, g_cntThreadCuda);
+  std::printf("Shared memory %zu bytes\n", properties.shared_memory_per_block);
+  return backend;
+}
+
+int run(int argc, char** argv) {
+  if (const std::optional<int> status = answer_question(argc, argv)) {
+    return *status;
+  }
+  RunArguments arguments;
+  if (const std::optional<int> status = scan_arguments(argc, argv, &arguments)) {
+    return *status;
+  }
+  if (const std::optional<int> status = check_arguments(&arguments)) {
+    return *status;
+  }
+  Backend* backend = query_device(arguments);
+  if (backend == nullptr) {
+    return 1;
+  }
+  if (g_cntBlockCuda < 1 || g_cntThreadCuda < 1) {
+    std::puts("Invalid CUDA parameter!");
+    return 1;
+  }
+  if (g_regrDistinct != 0) {
+    std::puts("Distinct calculation mode in logistic regression");
+  }
+  std::printf("%d cv and start from %dth CV\n", cvfold, cv_start);
+  if (g_regression != kNoRegression) {
+    notice("this version does not run regressions");
+    return 1;
+  }
+  if (szScore[0] != '\0') {
+    notice("this version does not run score-based analyses");
+    return 1;
+  }
+  notice("%s, %d worker%s, %s", backend->name().c_str(), g_cntDevCuda, g_cntDevCuda == 1 ? "" : "s",
+         backend->properties(0).description.c_str());
+
+  RunSettings settings;
+  settings.input = szInput;
+  settings.output = szOutput;
+  settings.maximum_order = arguments.max_order;
+  settings.minimum_order_minus_1 = arguments.min_order - 1;
+  settings.folds = cvfold;
+  settings.first_fold = cv_start;
+  settings.measure = selection;
+  settings.missing = arguments.missing;
+  settings.tie = arguments.tie;
+  settings.top = arguments.top;
+  settings.shuffling = arguments.shuffling;
+  settings.seed = arguments.seed;
+  settings.progress = arguments.progress;
+
+  std::puts("Enter to MDR methods...");
+  TFmMDR driver(*backend);
+  if (const int status = driver.MdrMethod(settings); status != 0) {
+    return status;
+  }
+  // Also after a file that could not be opened: the driver has said so.
+  std::puts("------------------\n## tavo complete\n------------------");
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    notice("out of memory");
+  } catch (const std::exception& error) {
+    notice("%s", error.what());
+  }
+  return 1;
+}

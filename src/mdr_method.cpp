@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: Apache-2.0
+#include <cstdio>
+
+#include "lib/comb.h"
+#include "lib/comb_rank.h"
+#include "src/TFmMDR.h"
+#include "src/notice.h"
+#include "src/run_config.h"
+#include "util/stopwatch.h"
+
+namespace {
+
+// The status of a process whose device failed: exit(-1) as the system reports it.
+constexpr int kDeviceFailure = 255;
+
+}  // namespace
+
+int TFmMDR::GetComb(const char* key, int field) {
+  return comb_key_field(key, field);
+}
+
+int TFmMDR::MdrMethod(const RunSettings& settings) {
+  MdrReader reader;
+  if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
+    std::fputs("Cannot open the text file!!", stdout);
+    return 0;
+  }
+  for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
+    if (!comb_count(reader.GetColCount(), order)) {
+      notice("order %d: the combinations of %d SNPs are more than can be numbered (2^63)", order,
+             reader.GetColCount());
+      return 1;
+    }
+  }
+  {
+    // Leaves an empty file: whoever asked for the result knows before the analysis that it can be written.
+    MdrWriter proof;
+    if (!proof.Save(settings.output.c_str())) {
+      std::fputs("Cannot save the text file!!", stdout);
+      return 0;
+    }
+  }
+  unsigned timer = 0;
+  cutCreateTimer(&timer);
+  cutResetTimer(timer);
+  cutStartTimer(timer);
+
+  ResultArray results;
+  for (int order = 1; order <= settings.maximum_order; ++order) {
+    results.push_back(std::make_unique<MDRResult>(
+        settings.maximum_order, settings.minimum_order_minus_1, settings.folds, settings.top, settings.top,
+        settings.mode, 0, 0, std::vector<int>(static_cast<size_t>(settings.maximum_order))));
+  }
+  const Status analysis = CalcMdrMethodCV(reader, settings, results);
+  cutStopTimer(timer);
+  const double elapsed_seconds = static_cast<double>(cutGetTimerValue(timer)) / 1000.0;
+  cutDeleteTimer(timer);
+  if (!analysis.ok()) {
+    notice("%s", analysis.message().c_str());
+    return kDeviceFailure;
+  }
+
+  std::printf("Regression method is %d\n", g_regression);
+  const Status report =
+      WriteResultCV(settings.output, elapsed_seconds, settings.mode, reader.ReadHeader(), results);
+  if (!report.ok()) {
+    notice("%s", report.message().c_str());
+    return 1;
+  }
+  std::printf("TAVO Analysis finished!!\nTotal excuting time is %.4f second", elapsed_seconds);
+  return 0;
+}

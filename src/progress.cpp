@@ -1,0 +1,57 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "src/progress.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace {
+
+constexpr std::chrono::milliseconds kInterval{200};
+
+std::string duration_text(double seconds) {
+  char text[64];
+  const auto whole = static_cast<long long>(seconds + 0.5);
+  if (whole >= 3600) {
+    std::snprintf(text, sizeof(text), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
+  } else {
+    std::snprintf(text, sizeof(text), "%lld:%02lld", whole / 60, whole % 60);
+  }
+  return text;
+}
+
+}  // namespace
+
+Progress::Progress(const std::string& choice)
+    : on_(choice == "on" || (choice == "auto" && isatty(STDERR_FILENO) != 0)),
+      terminal_(isatty(STDERR_FILENO) != 0) {}
+
+void Progress::begin(int order, uint64_t total) {
+  order_ = order;
+  total_ = total;
+  started_ = printed_ = Clock::now();
+  shown_ = false;
+}
+
+void Progress::update(uint64_t done) {
+  const Clock::time_point now = Clock::now();
+  if (!on_ || now - printed_ < kInterval || done == 0) {
+    return;
+  }
+  printed_ = now;
+  const double seconds = std::chrono::duration<double>(now - started_).count();
+  const double rate = static_cast<double>(done) / seconds;
+  const double share = static_cast<double>(done) / static_cast<double>(total_);
+  const double left = static_cast<double>(total_ - done) / rate;
+  std::fflush(stdout);
+  std::fprintf(stderr, "%stavo: order %d: %.1f%% of %llu combinations, %.3g million/s, %s left%s",
+               terminal_ ? "\r\033[K" : "", order_, 100.0 * share, static_cast<unsigned long long>(total_),
+               rate / 1e6, duration_text(left).c_str(), terminal_ ? "" : "\n");
+  shown_ = true;
+}
+
+void Progress::end() {
+  if (shown_ && terminal_) {
+    std::fputs("\r\033[K", stderr);
+  }
+}

@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The head that the result files share: the Time and Options sections and the banner of the Results.
+#pragma once
+
+#include <string>
+
+#include "src/FileIO.h"
+
+// 79 "=": ends the Time section and every result block.
+extern const std::string kSectionEnd;
+
+// folds: of the first result record.
+void write_report_head(MdrWriter& writer, const std::string& path, double elapsed_seconds, int folds);
