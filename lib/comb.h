@@ -34,8 +34,8 @@ double comb_estimate(int k, int n);
 // one are distinct. Draws from the process-wide generator (rng.h) through permuteIndex.
 void sampleCombSNP(const int* k, const int* n, const int* want, int* count, int* out);
 
-// The key of comb[k]: a comma before each index and one at the end, as in ",3,17,40,". At most 255 characters:
-// what would go beyond is cut.
+// The key of comb[k]: a comma before each index and one at the end, as in ",3,17,40,". At most 255
+// characters: what would go beyond is cut.
 std::string comb_key(const int* comb, int k);
 
 // The index in 0-based position `field` of a key: the number between the field-th and the next comma.

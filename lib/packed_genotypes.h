@@ -11,7 +11,9 @@ inline constexpr int kGenotypesPerWord = 16;
 inline constexpr unsigned kMissingGenotype = 3;
 
 // Words that `count` genotypes take, count >= 0.
-constexpr int64_t packed_words(int64_t count) { return (count + kGenotypesPerWord - 1) / kGenotypesPerWord; }
+constexpr int64_t packed_words(int64_t count) {
+  return (count + kGenotypesPerWord - 1) / kGenotypesPerWord;
+}
 
 // Genotype `column` of the row that starts at `row_words`.
 inline unsigned packed_genotype(const uint32_t* row_words, size_t column) {

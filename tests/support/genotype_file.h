@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Small genotype data sets for tests, and their file form written byte by byte (no code shared with the program).
+// Small genotype data sets for tests, and their file form written byte by byte (no code shared with the
+// program).
 #pragma once
 
 #include <cstdint>

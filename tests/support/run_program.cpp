@@ -56,8 +56,8 @@ std::vector<std::string> split_lines(const std::string& text) {
   return lines;
 }
 
-RunResult run_program(const fs::path& program, const std::vector<std::string>& arguments, const fs::path& directory,
-                      const Environment& environment) {
+RunResult run_program(const fs::path& program, const std::vector<std::string>& arguments,
+                      const fs::path& directory, const Environment& environment) {
   const TempDir capture;
   const fs::path out_path = capture / "out";
   const fs::path err_path = capture / "err";
@@ -105,8 +105,14 @@ RunResult run_program(const fs::path& program, const std::vector<std::string>& a
   return result;
 }
 
-fs::path tavo_program() { return TAVO_PROGRAM; }
-fs::path convert_program() { return TAVO_CONVERT_PROGRAM; }
-fs::path source_root() { return TAVO_SOURCE_ROOT; }
+fs::path tavo_program() {
+  return TAVO_PROGRAM;
+}
+fs::path convert_program() {
+  return TAVO_CONVERT_PROGRAM;
+}
+fs::path source_root() {
+  return TAVO_SOURCE_ROOT;
+}
 
 }  // namespace tavo_test

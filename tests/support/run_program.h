@@ -18,8 +18,8 @@ struct RunResult {
 
 using Environment = std::vector<std::pair<std::string, std::string>>;
 
-// Runs program with arguments in the folder `directory` and waits for it. Standard input is empty. The entries of
-// environment are added to this process's own.
+// Runs program with arguments in the folder `directory` and waits for it. Standard input is empty. The
+// entries of environment are added to this process's own.
 RunResult run_program(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                       const std::filesystem::path& directory, const Environment& environment = {});
 

@@ -1,0 +1,167 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Every search path against the record path, on bits: for each combination and fold the search must find the
+// very float that the record holds, or nothing where that is not above 0.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <random>
+
+#include "cpu/range_search.h"
+#include "cpu/record_path.h"
+#include "lib/comb_rank.h"
+#include "src/folds.h"
+#include "tests/support/genotype_file.h"
+
+namespace {
+
+// A random problem with its folds.
+struct Scene {
+  tavo_test::GenotypeData data;
+  std::vector<uint32_t> words;
+  Problem problem;
+  FoldLists folds;
+
+  Scene(std::mt19937& random, int n_samples, int n_snps, double missing, int n_folds, bool leave_out)
+      : data(tavo_test::random_data(random, n_samples, n_snps, missing)) {
+    const std::string file = tavo_test::normal_file(data, 8);
+    problem.words_per_row = (n_snps + 15) / 16;
+    const size_t header = 16 + 8 * static_cast<size_t>(n_snps);
+    const size_t row = 4 + 4 * static_cast<size_t>(problem.words_per_row);
+    for (size_t s = 0; s < static_cast<size_t>(n_samples); ++s) {
+      for (size_t w = 0; w < static_cast<size_t>(problem.words_per_row); ++w) {
+        uint32_t word = 0;
+        std::memcpy(&word, file.data() + header + s * row + 4 + 4 * w, 4);
+        words.push_back(word);
+      }
+    }
+    problem.words = words.data();
+    problem.n_samples = n_samples;
+    problem.n_snps = n_snps;
+    problem.classes = data.classes.data();
+    std::vector<uint8_t> left_out;
+    if (leave_out) {
+      for (int s = 0; s < n_samples; ++s) {
+        left_out.push_back(random() % 5 == 0 ? 1 : 0);
+      }
+    }
+    const SampleList list = make_sample_list(data.classes, left_out);
+    folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, n_folds), n_folds);
+  }
+};
+
+enum class Path { kPlanes, kCells };
+
+void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path) {
+  const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
+  const std::vector<FoldView> folds = scene.folds.views(first_fold);
+  WorkerSetupCommand setup;
+  setup.kind = LoopKind::kSearch;
+  setup.rules = rules;
+  setup.folds = folds;
+  setup.list_size = static_cast<int>(total);
+  const Segments segments(scene.problem, folds);
+  const BitPlanes planes(scene.problem, segments);
+  const std::unique_ptr<RangeSearch> search = path == Path::kPlanes
+                                                  ? make_plane_search(scene.problem, setup, segments, planes)
+                                                  : make_cell_search(scene.problem, setup, segments);
+  std::vector<CandidateList> lists(folds.size(), CandidateList(total));
+  // In pieces that begin and end anywhere.
+  for (uint64_t first = 0; first < total;) {
+    const uint64_t n = std::min<uint64_t>(total - first, 1 + (first * 7 + 3) % 11);
+    search->run(first, n, lists);
+    first += n;
+  }
+  for (size_t f = 0; f < folds.size(); ++f) {
+    std::map<uint64_t, float> found;
+    for (const RankedValue& entry : lists[f].entries()) {
+      ASSERT_TRUE(found.emplace(entry.rank, entry.value).second);
+    }
+    RecordPath truth(scene.problem, rules, folds[f]);
+    for (uint64_t rank = 0; rank < total; ++rank) {
+      int comb[20];
+      comb_unrank(scene.problem.n_snps, rules.order, rank, comb);
+      float record[kRecordSize];
+      truth.evaluate(comb, record);
+      const float value = record[rules.measure];
+      const auto entry = found.find(rank);
+      ASSERT_EQ(entry != found.end(), value > 0.0f)
+          << "fold " << f << ", rank " << rank << ", value " << value;
+      if (entry != found.end()) {
+        ASSERT_EQ(bits_of_float(entry->second), bits_of_float(value)) << "fold " << f << ", rank " << rank;
+      }
+    }
+  }
+}
+
+class SearchPaths : public testing::TestWithParam<int> {};
+
+// One order each; all measures, missing methods and tie rules.
+TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
+  const int order = GetParam();
+  std::mt19937 random(77u + static_cast<unsigned>(order));
+  int compared = 0;
+  for (int round = 0; round < 6; ++round) {
+    const int n_samples[] = {1, 63, 64, 65, 129, 200};
+    const int n_snps = order <= 2 ? 9 : order + 2;
+    const int n_folds = 1 + static_cast<int>(random() % 7);
+    const Scene scene(random, n_samples[round], n_snps, round % 2 == 0 ? 0.0 : 0.15, n_folds, round % 3 == 2);
+    for (int missing = 1; missing <= 4; ++missing) {
+      for (int tie = 0; tie <= 2; ++tie) {
+        for (int measure = 0; measure <= 9; ++measure) {
+          const ScoringRules rules{order, missing, tie, measure};
+          const int first_fold = static_cast<int>(random() % static_cast<unsigned>(n_folds));
+          if (order <= kMaxPlaneOrder) {
+            compare(scene, rules, first_fold, Path::kPlanes);
+          }
+          // Sample by sample needs tables that hold every cell.
+          if (rules.counted_cells() == rules.cells()) {
+            compare(scene, rules, first_fold, Path::kCells);
+          }
+          ASSERT_FALSE(HasFatalFailure()) << "missing " << missing << ", tie " << tie << ", measure "
+                                          << measure << ", samples " << n_samples[round];
+          ++compared;
+        }
+      }
+    }
+  }
+  RecordProperty("settings", compared);
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, SearchPaths, testing::Values(1, 2, 3, 4, 5, 6, 7, 9),
+                         testing::PrintToStringParamName());
+
+// Samples in very unequal classes, and cells that hold one class only, are where thresholds and ties bite.
+TEST(SearchPathsExtreme, OneClassAlone) {
+  std::mt19937 random(5);
+  for (const uint8_t only : std::vector<uint8_t>{0, 1}) {
+    Scene scene(random, 40, 5, 0.1, 3, false);
+    std::fill(scene.data.classes.begin(), scene.data.classes.end(), only);
+    scene.problem.classes = scene.data.classes.data();
+    const SampleList list = make_sample_list(scene.data.classes, {});
+    scene.folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, 3), 3);
+    for (int missing = 1; missing <= 4; ++missing) {
+      for (int measure = 0; measure <= 9; ++measure) {
+        compare(scene, {2, missing, 1, measure}, 0, Path::kPlanes);
+        ASSERT_FALSE(HasFatalFailure());
+      }
+    }
+  }
+}
+
+TEST(SearchPathsExtreme, TheTransposedLayoutHasEmptyTablesOnEveryPath) {
+  std::mt19937 random(6);
+  Scene scene(random, 40, 5, 0.1, 3, false);
+  scene.problem.transposed = true;
+  for (int missing = 1; missing <= 4; ++missing) {
+    for (int measure = 0; measure <= 9; ++measure) {
+      compare(scene, {2, missing, 1, measure}, 0, Path::kPlanes);
+      compare(scene, {5, missing, 1, measure}, 0, Path::kCells);
+      ASSERT_FALSE(HasFatalFailure());
+    }
+  }
+}
+
+}  // namespace

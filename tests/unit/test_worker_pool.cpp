@@ -1,0 +1,208 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "device/worker_pool.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "device/worker.h"
+#include "src/combination_loop.h"
+#include "src/cv_search.h"
+#include "tests/support/fake_backend.h"
+
+namespace {
+
+using tavo_test::FakeBackend;
+using tavo_test::FakeScript;
+using tavo_test::QuietStdout;
+
+class Workers : public testing::Test {
+ protected:
+  void start(int workers) {
+    g_cntDevCuda = workers;
+    pool_ = std::make_unique<WorkerPool>(backend_, problem_);
+  }
+
+  // One fold whose lists of samples nobody looks at.
+  Status loop(int n_combinations, uint64_t launch_size, const LoopOutput& output) {
+    std::vector<int> combinations;
+    for (int i = 0; i < n_combinations; ++i) {
+      combinations.insert(combinations.end(), {i, i + 1});
+    }
+    double milliseconds = 0.0;
+    return mdrCombinationCV(*pool_, ScoringRules{}, FoldView{}, combinations, launch_size, output, 0.0,
+                            &milliseconds);
+  }
+
+  int times_seen(const std::string& what) const {
+    return static_cast<int>(std::count_if(script_.seen.begin(), script_.seen.end(),
+                                          [&](const std::string& line) { return line.starts_with(what); }));
+  }
+
+  QuietStdout quiet_;
+  FakeScript script_;
+  FakeBackend backend_{script_};
+  Problem problem_;
+  std::unique_ptr<WorkerPool> pool_;
+};
+
+TEST_F(Workers, AWorkerReportsEachStepOfItsStart) {
+  start(1);
+  const std::string out = quiet_.text();
+  const char* lines[] = {"CUDA::SENDBASEDATA ENTER\n", "Thread 0 start...\n",   "SET_DEVICE 0 END (",
+                         "SEND_DATA 0 END (",          "COPY_BASEDATA 0 END (", "0 INIT END ("};
+  size_t position = 0;
+  for (const char* line : lines) {
+    position = out.find(line, position);
+    ASSERT_NE(position, std::string::npos) << line << out;
+  }
+  EXPECT_NE(out.find("CUDA::SENDBASEDATA END\n"), std::string::npos);
+  EXPECT_TRUE(pool_->status().ok());
+}
+
+TEST_F(Workers, EveryPassIsSharedAndFewerCombinationsThanWorkersGoToTheFirst) {
+  start(3);
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  ASSERT_TRUE(loop(2, 100, output).ok());
+  EXPECT_EQ(times_seen("evaluate_list 0 2"), 1);
+  EXPECT_EQ(times_seen("evaluate_list"), 1);
+  EXPECT_EQ(records.size(), 2u * kRecordSize);
+  EXPECT_EQ(script_.released, 3);
+}
+
+TEST_F(Workers, AFullPassGivesEveryWorkerItsLaunchSize) {
+  start(3);
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  ASSERT_TRUE(loop(20, 4, output).ok());
+  // 12, then 8: 2 each and the remainder of 2 to worker 0.
+  EXPECT_EQ(times_seen("evaluate_list 0 4"), 2);
+  EXPECT_EQ(times_seen("evaluate_list 1 4"), 1);
+  EXPECT_EQ(times_seen("evaluate_list 2 2"), 1);
+  EXPECT_EQ(records.size(), 20u * kRecordSize);
+}
+
+TEST_F(Workers, OneLoopLeavesOneMarkPairPerWorkerAndItsLine) {
+  start(2);
+  TopList top(2, 5, 0);
+  LoopOutput output;
+  output.top = &top;
+  ASSERT_TRUE(loop(4, 10, output).ok());
+  const std::string out = quiet_.text();
+  EXPECT_NE(out.find(" loop] - "), std::string::npos);
+  EXPECT_EQ(std::count(out.begin(), out.end(), '*'), 2);
+}
+
+TEST_F(Workers, AmongEqualValuesTheFirstEvaluatedStayAhead) {
+  start(2);
+  script_.late = std::chrono::milliseconds(20);
+  TopList top(2, 3, 0);
+  LoopOutput output;
+  output.top = &top;
+  ASSERT_TRUE(loop(9, 2, output).ok());
+  const std::vector<TopList::Entry> entries = top.entries(3);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(entries[static_cast<size_t>(i)].comb, (std::vector<int>{i, i + 1}));
+  }
+}
+
+TEST_F(Workers, ALateWorkerIsWaitedFor) {
+  start(2);
+  script_.late = std::chrono::milliseconds(50);
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  ASSERT_TRUE(loop(4, 10, output).ok());
+  EXPECT_EQ(std::count(records.begin(), records.end(), 0.5), 4 * kRecordSize);
+}
+
+TEST_F(Workers, TheFailureOfOneBatchEndsTheLoopWithItsMessage) {
+  script_.fail_in = "evaluate_list";
+  script_.fail_device = 1;
+  script_.fail_call = 1;
+  start(2);
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  const Status status = loop(12, 2, output);
+  EXPECT_FALSE(status.ok());
+  EXPECT_EQ(status.message(), "device 1 failed in evaluate_list");
+  EXPECT_EQ(times_seen("evaluate_list 1"), 2);
+}
+
+TEST_F(Workers, AnExceptionInAWorkerIsAFailureOfTheRun) {
+  script_.fail_in = "set_up";
+  script_.throws = true;
+  start(2);
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  const Status status = loop(1, 1, output);
+  EXPECT_FALSE(status.ok());
+  EXPECT_EQ(status.message(), "out of memory");
+}
+
+TEST_F(Workers, AFailureAtTheStartIsKnownBeforeTheFirstCommand) {
+  script_.fail_in = "send_genotypes";
+  start(2);
+  EXPECT_FALSE(pool_->status().ok());
+  EXPECT_EQ(times_seen("send_base_data 0"), 0);
+}
+
+TEST_F(Workers, TheSearchCoversEveryRankOnceAndKeepsTheFirstOfEqualValues) {
+  start(3);
+  script_.late = std::chrono::milliseconds(5);
+  const std::vector<FoldView> folds(2);
+  Progress progress("off");
+  std::vector<std::vector<RankedValue>> lists;
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, folds, 20000, 4, progress, &lists).ok());
+  std::sort(script_.ranges.begin(), script_.ranges.end());
+  uint64_t next = 0;
+  for (const auto& [first, n] : script_.ranges) {
+    EXPECT_EQ(first, next);
+    next = first + n;
+  }
+  EXPECT_EQ(next, 20000u);
+  ASSERT_EQ(lists.size(), 2u);
+  for (const std::vector<RankedValue>& list : lists) {
+    ASSERT_EQ(list.size(), 4u);
+    for (uint64_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(list[i].rank, i);
+    }
+  }
+}
+
+TEST_F(Workers, ASearchPrintsNoMarks) {
+  start(2);
+  const std::vector<FoldView> folds(1);
+  Progress progress("off");
+  std::vector<std::vector<RankedValue>> lists;
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, folds, 10, 4, progress, &lists).ok());
+  EXPECT_EQ(quiet_.text().find('*'), std::string::npos);
+}
+
+TEST_F(Workers, AFailingRangeEndsTheSearch) {
+  script_.fail_in = "search_range";
+  script_.fail_call = 2;
+  start(2);
+  const std::vector<FoldView> folds(1);
+  Progress progress("off");
+  std::vector<std::vector<RankedValue>> lists;
+  EXPECT_FALSE(search_folds(*pool_, ScoringRules{}, folds, 1000000, 4, progress, &lists).ok());
+}
+
+TEST(PassShares, AFullPassGivesEveryWorkerTheLaunchSize) {
+  EXPECT_EQ(pass_shares(12, 4, 3), (std::vector<uint64_t>{4, 4, 4}));
+  EXPECT_EQ(pass_shares(100, 4, 3), (std::vector<uint64_t>{4, 4, 4}));
+}
+
+TEST(PassShares, TheLastPassIsSplitEquallyAndTheFirstWorkerTakesTheRemainder) {
+  EXPECT_EQ(pass_shares(11, 4, 3), (std::vector<uint64_t>{5, 3, 3}));
+  EXPECT_EQ(pass_shares(2, 4, 3), (std::vector<uint64_t>{2, 0, 0}));
+  EXPECT_EQ(pass_shares(1, 4, 1), (std::vector<uint64_t>{1}));
+}
+
+}  // namespace
