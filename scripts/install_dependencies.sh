@@ -1,0 +1,32 @@
+#!/usr/bin/env bash
+# Installs what the build needs on Debian 12, as root or with sudo, and only what is missing.
+#   scripts/install_dependencies.sh          the program and its tools
+#   scripts/install_dependencies.sh tests    also what the tests and checks need
+set -euo pipefail
+
+packages=(g++ cmake ninja-build zlib1g-dev)
+if [ "${1:-}" = tests ]; then
+  packages+=(libgtest-dev nlohmann-json3-dev clang-format clang-tidy git)
+fi
+
+missing=()
+for package in "${packages[@]}"; do
+  if ! dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'install ok installed'; then
+    missing+=("$package")
+  fi
+done
+if [ ${#missing[@]} -eq 0 ]; then
+  exit 0
+fi
+
+as_root=()
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || {
+    echo "These packages are missing, and installing them needs root or sudo: ${missing[*]}" >&2
+    exit 1
+  }
+  as_root=(sudo)
+fi
+echo "Installing: ${missing[*]}"
+"${as_root[@]}" apt-get update -qq
+"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
