@@ -156,8 +156,8 @@ void calculateMeasuresAll(const int* N, const int* nCases, const int* nControls,
                           const int* nEntries, const double* threshold, const int* tie, double* out) {
   Confusion counts = {0, 0, 0, 0};
   double chi_square = 0.0;
-  const int n_cells = *nEntries / 2;
-  for (int cell = 0; cell < n_cells; ++cell) {
+  const size_t n_cells = static_cast<size_t>(*nEntries) / 2;
+  for (size_t cell = 0; cell < n_cells; ++cell) {
     const int controls = table[2 * cell];
     const int cases = table[2 * cell + 1];
     add_cell(&counts, risk_label(controls, cases, *threshold, *tie), controls, cases);

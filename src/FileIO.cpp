@@ -104,6 +104,7 @@ bool MdrReader::Open(const char* path, bool /*has_score*/, int transposed) {
   if (source.read(&header, sizeof(header), 1) != 1 || std::memcmp(header.magic, "TAVO", 4) != 0) {
     return false;
   }
+  transposed_ = transposed != 0;
   row_ = header.row;
   col_ = header.col;
   block_count_ = packed_words(transposed != 0 ? row_ : col_);

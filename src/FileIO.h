@@ -42,6 +42,7 @@ class MdrReader {
   const std::vector<float>& phenotypes() const { return phenotypes_; }  // [samples], regressions only
   const std::vector<uint32_t>& words() const { return words_; }         // packed rows of block_count() words
   int64_t block_count() const { return block_count_; }
+  bool transposed() const { return transposed_; }
 
   // Scores of a score-based run, owned by the caller; null otherwise.
   const float* scores() const { return scores_; }
@@ -55,6 +56,7 @@ class MdrReader {
   void store_class(const uint8_t* bytes);
 
   bool open_ = false;
+  bool transposed_ = false;
   int row_ = 0;
   int col_ = 0;
   int64_t block_count_ = 0;

@@ -16,3 +16,11 @@ MDRResult::MDRResult(int maximum_order_, int minimum_order_minus_1_, int n_group
       subset_value_2(subset_value_2_),
       subset(std::move(subset_)),
       kept(static_cast<size_t>(n_groups)) {}
+
+void MDRResult::clear_ranking() {
+  best_snps.clear();
+  best_keys.clear();
+  weighted_cvc.clear();
+  p_values.clear();
+  measures = {};
+}

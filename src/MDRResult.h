@@ -32,6 +32,9 @@ class MDRResult {
   MDRResult(int maximum_order, int minimum_order_minus_1, int n_groups, int n_slots, int top, int mode,
             int subset_value_1, int subset_value_2, std::vector<int> subset);
 
+  // Empties the summary.
+  void clear_ranking();
+
   int maximum_order;
   int minimum_order_minus_1;
   int groups;
@@ -44,6 +47,10 @@ class MDRResult {
   std::vector<int> subset;
 
   std::vector<std::vector<KeptCombination>> kept;  // [groups][at most slots], best first
+
+  // Permutation runs only: the ranking measure of the null records, and the threshold taken from it.
+  std::vector<double> null_measures;
+  double threshold = 0.0;
 
   // One entry per rank, filled in rank order.
   std::vector<std::vector<int>> best_snps;

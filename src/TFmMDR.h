@@ -11,6 +11,7 @@
 #include "device/backend.h"
 #include "src/FileIO.h"
 #include "src/MDRResult.h"
+#include "src/exhaustive.h"
 #include "src/progress.h"
 
 // What a run computes; the paths and device sizes are in run_config.h.
@@ -22,7 +23,9 @@ struct RunSettings {
   int folds = 10;
   int first_fold = 0;
   int case_value = 1;
-  int mode = 1;     // 1: cross-validated, the best combinations are kept
+  // 0: cross-validated, combinations above a permutation threshold are kept; 1: cross-validated, the best
+  // are kept; 2: exhaustive, those above a permutation threshold; 3: exhaustive, the best.
+  int mode = 1;
   int measure = 0;  // ranks combinations, 0 to 9
   int missing = 3;  // option code: 0 none, 1 mc, 2 complete, 3 available
   int tie = 0;      // option value
@@ -30,28 +33,44 @@ struct RunSettings {
   int shuffling = 0;  // non-zero: on
   std::optional<unsigned> seed;
   std::string progress = "auto";
+  double null_level = 0.999;    // of the permutation threshold
+  int null_combinations = 100;  // sampled for the null distribution
+  int null_permutations = 100;  // of each
+  int block_size = kExhaustiveBlock;
 };
 
-using ResultArray = std::vector<std::unique_ptr<MDRResult>>;  // [maximum order], one per order, order 1 first
+using ResultArray = std::vector<std::unique_ptr<MDRResult>>;  // [maximum order], order 1 first
 
 class TFmMDR {
  public:
   explicit TFmMDR(Backend& backend) : backend_(backend) {}
 
+  // Empty result records for the orders of a run.
+  static ResultArray make_results(const RunSettings& settings);
+
   // Runs the analysis and returns the exit status of the process. Messages and timings go to standard output.
   int MdrMethod(const RunSettings& settings);
 
-  // The cross-validated analysis: fills the results of the orders of the run.
+  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run.
   Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results);
 
   // Ranks the combinations of one order by weighted cross-validation consistency in `measure`, from the
-  // per-fold lists in result->kept, into the summary of *result.
-  void CalcWeightedCVC_CV(int measure, MDRResult* result);
+  // per-fold lists in result->kept, into the summary of *result. permutation: with p-values.
+  void CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result);
 
-  // Writes the report of a cross-validated run (modes 0 and 1). Fails only when the file, once opened, cannot
-  // be written completely.
+  // The exhaustive analysis (modes 2 and 3), on the host.
+  Status CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings, const ResultArray& results);
+
+  // Ranks the kept combinations of one order by `measure` into the summary of *result; their weighted
+  // consistency is the measure relative to the best one's.
+  void CalcWeightedCVC_ALL(int measure, bool permutation, MDRResult* result);
+
+  // Write the report of a cross-validated (modes 0 and 1) and of an exhaustive run (modes 2 and 3). They fail
+  // only when the file, once opened, cannot be written completely.
   Status WriteResultCV(const std::string& path, double elapsed_seconds, int mode,
                        const std::vector<std::string>& names, const ResultArray& results);
+  Status WriteResultALL(const std::string& path, double elapsed_seconds, int mode,
+                        const std::vector<std::string>& names, const ResultArray& results);
 
   // The index in 0-based position `field` of a combination key such as ",3,17,40,".
   static int GetComb(const char* key, int field);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/combination_loop.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <numeric>
 
@@ -8,6 +10,12 @@
 
 namespace {
 int loops_done = 0;
+
+std::array<double, kRecordSize> widened(const float* record) {
+  std::array<double, kRecordSize> wide{};
+  std::copy_n(record, kRecordSize, wide.begin());
+  return wide;
+}
 }  // namespace
 
 LoopClock::LoopClock(double extra_milliseconds) : extra_(extra_milliseconds) {
@@ -78,11 +86,12 @@ Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldV
       return status;
     }
     for (uint64_t i = 0; i < pass; ++i) {
-      const float* record = staging.data() + i * kRecordSize;
+      const std::array<double, kRecordSize> record = widened(staging.data() + i * kRecordSize);
       if (output.top != nullptr) {
-        output.top->insert(combinations.data() + (offset + i) * order, record);
-      } else {
-        output.records->insert(output.records->end(), record, record + kRecordSize);
+        output.top->insert(combinations.data() + (offset + i) * order, record.data());
+      }
+      if (output.records != nullptr) {
+        output.records->insert(output.records->end(), record.begin(), record.end());
       }
     }
     offset += pass;

@@ -26,7 +26,7 @@ class LoopClock {
   double extra_;
 };
 
-// What the records of a loop are wanted for: exactly one of the two is set.
+// What the records of a loop are wanted for: one of the two, or both.
 struct LoopOutput {
   TopList* top = nullptr;                  // keep-top: combinations are merged into the list
   std::vector<double>* records = nullptr;  // all results: replaced by [count][32]

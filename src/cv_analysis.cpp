@@ -13,13 +13,18 @@
 #include "src/TFmMDR.h"
 #include "src/combination_loop.h"
 #include "src/cv_search.h"
+#include "src/exhaustive.h"
 #include "src/folds.h"
 #include "src/notice.h"
 #include "src/number_text.h"
+#include "src/p_values.h"
 #include "src/run_config.h"
 #include "util/stopwatch.h"
 
 namespace {
+
+// Combinations per combination loop when every record comes back: 64 MiB of records.
+constexpr uint64_t kAllResultsChunk = 1 << 18;
 
 // What the user should know about the run before trusting its numbers.
 void give_notices(const MdrReader& reader, const RunSettings& settings, const SampleList& list) {
@@ -36,14 +41,19 @@ void give_notices(const MdrReader& reader, const RunSettings& settings, const Sa
     notice("there are %d cases and %d controls; nothing can be learnt from one class alone", list.n_cases,
            list.n_controls);
   }
+  if (settings.mode == 0 && settings.measure > kChiSquare) {
+    notice(
+        "the null distribution holds balanced accuracy, accuracy and chi-square only: with another measure "
+        "the "
+        "threshold is 0");
+  }
   if (settings.folds == 1) {
     notice("with --cv 1 all samples test and none train: nothing can be learnt");
   }
   if (g_transpose != 0) {
     notice(
-        "the transposed layout is not counted in a cross-validated run: every table is empty; convert the "
-        "file to "
-        "the normal layout (tavo-convert)");
+        "the transposed layout is not counted in a cross-validated run: every table is empty; "
+        "convert the file to the normal layout (tavo-convert)");
   }
   if (settings.missing + 1 == kMissingLevel && settings.minimum_order_minus_1 < 3 &&
       settings.maximum_order > 1) {
@@ -65,7 +75,7 @@ void write_list_file(int fold, const std::vector<KeptCombination>& list) {
     writer.WriteLine(std::to_string(++rank) + "," + kept.key +
                      fold_values_text(kept.record, kMode1FoldMeasures));
   }
-  if (const Status status = writer.Close(); !status.ok()) {
+  if (Status status = writer.Close(); !status.ok()) {
     notice("%s", status.message().c_str());
   }
 }
@@ -80,14 +90,10 @@ class CrossValidation {
         folds_(folds.views(settings.first_fold)),
         progress_(settings.progress) {}
 
-  // Searches one order and fills result->kept.
-  Status run_order(int order, MDRResult* result) {
+  // Mode 1: searches one order and fills result->kept with every fold's best.
+  Status search_order(int order, MDRResult* result) {
+    const ScoringRules rules = rules_of(order);
     const uint64_t total = comb_count(n_snps_, order).value();
-    ScoringRules rules;
-    rules.order = order;
-    rules.missing = settings_.missing + 1;
-    rules.tie = settings_.tie + 1;
-    rules.measure = settings_.measure;
 
     unsigned timer = 0;
     cutCreateTimer(&timer);
@@ -96,7 +102,7 @@ class CrossValidation {
         static_cast<size_t>(std::min<uint64_t>(total, static_cast<uint64_t>(settings_.top)));
     std::vector<std::vector<RankedValue>> lists(folds_.size());
     if (list_size > 0) {
-      const Status status = search_folds(pool_, rules, folds_, total, list_size, progress_, &lists);
+      Status status = search_folds(pool_, rules, folds_, total, list_size, progress_, &lists);
       if (!status.ok()) {
         return status;
       }
@@ -108,7 +114,7 @@ class CrossValidation {
 
     size_t short_lists = 0;
     for (size_t f = 0; f < folds_.size(); ++f) {
-      const Status status = record_fold(rules, f, total, list_size, lists[f], search_share, result);
+      Status status = record_fold(rules, f, total, list_size, lists[f], search_share, result);
       if (!status.ok()) {
         return status;
       }
@@ -120,7 +126,77 @@ class CrossValidation {
     return {};
   }
 
+  // Mode 0: evaluates every combination of one order and fills result->kept with every fold's combinations
+  // above result->threshold.
+  Status evaluate_order(int order, MDRResult* result) {
+    const uint64_t total = comb_count(n_snps_, order).value();
+    for (size_t f = 0; f < folds_.size(); ++f) {
+      Status status = threshold_fold(rules_of(order), f, total, result);
+      if (!status.ok()) {
+        return status;
+      }
+    }
+    return {};
+  }
+
  private:
+  ScoringRules rules_of(int order) const {
+    return {order, settings_.missing + 1, settings_.tie + 1, settings_.measure};
+  }
+
+  static uint64_t launch_size() {
+    return static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
+  }
+
+  // Ends a fold: its lines, its list in the result and in a file.
+  void keep_fold(size_t f, uint64_t total, double milliseconds, double pure_milliseconds,
+                 const std::vector<TopList::Entry>& entries, MDRResult* result) {
+    std::printf("One loop taken %.3lf milliseconds, Pure %.3lf ms,  TOTLOC %" PRIu64 "\n", milliseconds,
+                pure_milliseconds, total);
+    const size_t fold = f + static_cast<size_t>(settings_.first_fold);
+    std::vector<KeptCombination>& kept = result->kept[fold];
+    for (const TopList::Entry& entry : entries) {
+      kept.push_back({comb_key(entry.comb.data(), static_cast<int>(entry.comb.size())), entry.comb,
+                      std::vector<double>(entry.record.begin(), entry.record.end())});
+    }
+    write_list_file(static_cast<int>(fold), kept);
+  }
+
+  // Evaluates every combination for one fold, chunk by chunk, and keeps those above the threshold.
+  Status threshold_fold(const ScoringRules& rules, size_t f, uint64_t total, MDRResult* result) {
+    TopList top(rules.order, static_cast<size_t>(result->slots), rules.measure, result->threshold);
+    const auto order = static_cast<size_t>(rules.order);
+    const int chunk = static_cast<int>(std::min<uint64_t>(total, kAllResultsChunk));
+    std::vector<int> cursor(order, -1);
+    std::vector<int> combinations;
+    std::vector<double> records;
+    LoopOutput output;
+    output.records = &records;
+    double milliseconds = 0.0;
+    for (;;) {
+      int count = 0;
+      combinations.resize(static_cast<size_t>(chunk) * order);
+      combSNP(&rules.order, &n_snps_, &chunk, cursor.data(), &count, combinations.data());
+      if (count == 0) {
+        break;
+      }
+      combinations.resize(static_cast<size_t>(count) * order);
+      std::copy_n(combinations.end() - static_cast<ptrdiff_t>(order), order, cursor.begin());
+      double chunk_milliseconds = 0.0;
+      Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output, 0.0,
+                                       &chunk_milliseconds);
+      if (!status.ok()) {
+        return status;
+      }
+      milliseconds += chunk_milliseconds;
+      for (size_t c = 0; c < static_cast<size_t>(count); ++c) {
+        top.insert(combinations.data() + c * order, records.data() + c * kRecordSize);
+      }
+    }
+    keep_fold(f, total, milliseconds, milliseconds, top.entries(top.filled()), result);
+    return {};
+  }
+
   // Makes the top list of one fold from the records of the combinations that its search found.
   Status record_fold(const ScoringRules& rules, size_t f, uint64_t total, size_t list_size,
                      std::vector<RankedValue>& found, double search_share, MDRResult* result) {
@@ -137,10 +213,8 @@ class CrossValidation {
     if (total > 0) {
       LoopOutput output;
       output.top = &top;
-      const Status status =
-          mdrCombinationCV(pool_, rules, folds_[f], combinations,
-                           static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda),
-                           output, search_share, &milliseconds);
+      const Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output,
+                                             search_share, &milliseconds);
       if (!status.ok()) {
         return status;
       }
@@ -149,15 +223,7 @@ class CrossValidation {
       return Status::failure("internal error: the search found " + std::to_string(found.size()) +
                              " combinations, but the records confirm " + std::to_string(top.filled()));
     }
-    std::printf("One loop taken %.3lf milliseconds, Pure %.3lf ms,  TOTLOC %" PRIu64 "\n", milliseconds,
-                milliseconds, total);
-    const size_t fold = f + static_cast<size_t>(settings_.first_fold);
-    std::vector<KeptCombination>& kept = result->kept[fold];
-    for (const TopList::Entry& entry : top.entries(list_size)) {
-      kept.push_back({comb_key(entry.comb.data(), rules.order), entry.comb,
-                      std::vector<double>(entry.record.begin(), entry.record.end())});
-    }
-    write_list_file(static_cast<int>(fold), kept);
+    keep_fold(f, total, milliseconds, milliseconds, top.entries(list_size), result);
     return {};
   }
 
@@ -191,16 +257,28 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   problem.n_snps = reader.GetColCount();
   problem.classes = coded.data();
   WorkerPool pool(backend_, problem);
-  if (const Status status = pool.status(); !status.ok()) {
+  if (Status status = pool.status(); !status.ok()) {
     return status;
   }
+  const bool by_threshold = settings.mode == 0;
+  const ExhaustiveData null_data =
+      by_threshold ? make_exhaustive_data(reader, settings.case_value, settings.missing + 1)
+                   : ExhaustiveData();
   CrossValidation analysis(pool, reader, settings, folds);
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
-    if (const Status status = analysis.run_order(order, result); !status.ok()) {
+    if (by_threshold) {
+      ExhaustiveRules null_rules{order, settings.measure, settings.tie + 1, settings.missing + 1};
+      result->null_measures =
+          null_distribution(null_data, null_rules, settings.null_combinations, settings.null_permutations);
+      result->threshold = null_threshold(result->null_measures, settings.null_level);
+    }
+    Status status =
+        by_threshold ? analysis.evaluate_order(order, result) : analysis.search_order(order, result);
+    if (!status.ok()) {
       return status;
     }
-    CalcWeightedCVC_CV(settings.measure, result);
+    CalcWeightedCVC_CV(settings.measure, by_threshold, result);
   }
   return {};
 }

@@ -71,6 +71,7 @@ int run(int argc, char** argv) {
   settings.minimum_order_minus_1 = arguments.min_order - 1;
   settings.folds = cvfold;
   settings.first_fold = cv_start;
+  settings.mode = arguments.mode;
   settings.measure = selection;
   settings.missing = arguments.missing;
   settings.tie = arguments.tie;

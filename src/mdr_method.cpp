@@ -13,10 +13,26 @@ namespace {
 // The status of a process whose device failed: exit(-1) as the system reports it.
 constexpr int kDeviceFailure = 255;
 
+// Combinations kept per group when all above a threshold are wanted.
+constexpr int kThresholdSlots = 10000;
+
 }  // namespace
 
 int TFmMDR::GetComb(const char* key, int field) {
   return comb_key_field(key, field);
+}
+
+ResultArray TFmMDR::make_results(const RunSettings& settings) {
+  const bool exhaustive = settings.mode >= 2;
+  const bool by_threshold = settings.mode == 0 || settings.mode == 2;
+  ResultArray results;
+  for (int order = 1; order <= settings.maximum_order; ++order) {
+    results.push_back(std::make_unique<MDRResult>(
+        settings.maximum_order, settings.minimum_order_minus_1, exhaustive ? 1 : settings.folds,
+        by_threshold ? kThresholdSlots : settings.top, settings.top, settings.mode, 0, 0,
+        std::vector<int>(static_cast<size_t>(settings.maximum_order))));
+  }
+  return results;
 }
 
 int TFmMDR::MdrMethod(const RunSettings& settings) {
@@ -45,13 +61,10 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   cutResetTimer(timer);
   cutStartTimer(timer);
 
-  ResultArray results;
-  for (int order = 1; order <= settings.maximum_order; ++order) {
-    results.push_back(std::make_unique<MDRResult>(
-        settings.maximum_order, settings.minimum_order_minus_1, settings.folds, settings.top, settings.top,
-        settings.mode, 0, 0, std::vector<int>(static_cast<size_t>(settings.maximum_order))));
-  }
-  const Status analysis = CalcMdrMethodCV(reader, settings, results);
+  const bool exhaustive = settings.mode >= 2;
+  const ResultArray results = make_results(settings);
+  const Status analysis =
+      exhaustive ? CalcMdrMethodALL(reader, settings, results) : CalcMdrMethodCV(reader, settings, results);
   cutStopTimer(timer);
   const double elapsed_seconds = static_cast<double>(cutGetTimerValue(timer)) / 1000.0;
   cutDeleteTimer(timer);
@@ -61,8 +74,10 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   }
 
   std::printf("Regression method is %d\n", g_regression);
-  const Status report =
-      WriteResultCV(settings.output, elapsed_seconds, settings.mode, reader.ReadHeader(), results);
+  const std::vector<std::string> names = reader.ReadHeader();
+  const Status report = exhaustive
+                            ? WriteResultALL(settings.output, elapsed_seconds, settings.mode, names, results)
+                            : WriteResultCV(settings.output, elapsed_seconds, settings.mode, names, results);
   if (!report.ok()) {
     notice("%s", report.message().c_str());
     return 1;

@@ -143,16 +143,35 @@ Refusal take_progress(const char* name, const char* value, int, RunArguments* ar
   return take_keyword<&RunArguments::progress>(name, value, kChoices, arguments);
 }
 
-Refusal take_seed(const char* name, const char* value, int, RunArguments* arguments) {
+// Reads an integer from lowest to highest, and nothing else.
+bool strict_integer(const char* name, const char* value, long long lowest, long long highest,
+                    long long* number) {
   char* end = nullptr;
   errno = 0;
-  const long long seed = std::strtoll(value, &end, 10);
-  if (end == value || *end != '\0' || errno == ERANGE || seed < 0 ||
-      seed > static_cast<long long>(UINT_MAX)) {
-    std::printf("Invalid value `%s` of --%s: expected an integer from 0 to %u\n", value, name, UINT_MAX);
+  *number = std::strtoll(value, &end, 10);
+  if (end == value || *end != '\0' || errno == ERANGE || *number < lowest || *number > highest) {
+    std::printf("Invalid value `%s` of --%s: expected an integer from %lld to %lld\n", value, name, lowest,
+                highest);
+    return false;
+  }
+  return true;
+}
+
+Refusal take_seed(const char* name, const char* value, int, RunArguments* arguments) {
+  long long seed = 0;
+  if (!strict_integer(name, value, 0, UINT_MAX, &seed)) {
     return kRefused;
   }
   arguments->seed = static_cast<unsigned>(seed);
+  return kAccepted;
+}
+
+Refusal take_mode(const char* name, const char* value, int, RunArguments* arguments) {
+  long long mode = 0;
+  if (!strict_integer(name, value, 0, 3, &mode)) {
+    return kRefused;
+  }
+  arguments->mode = static_cast<int>(mode);
   return kAccepted;
 }
 
@@ -189,6 +208,11 @@ constexpr Option kOptions[] = {
     {"block", "integer", "blocks per launch, at least 1 (required)", true, take_integer<&g_cntBlockCuda>},
     {"device", "auto|cpu|cuda", "where to compute (default auto: CUDA if there is a device)", false,
      take_device},
+    {"mode", "0|1|2|3",
+     "cross-validated: 1 keeps the best combinations, 0 those above a permutation threshold; exhaustive, "
+     "without "
+     "folds: 3 keeps the best, 2 those above a permutation threshold (default 1)",
+     false, take_mode},
     {"seed", "integer", "seed of --shuffling in place of the time of day, so that a run repeats", false,
      take_seed},
     {"progress", "auto|on|off", "progress on standard error (default auto: on a terminal)", false,

@@ -15,6 +15,7 @@ struct RunArguments {
   int shuffling = 0;
   int min_order = 2;
   int max_order = 2;
+  int mode = 1;                   // 0 to 3, see TFmMDR.h
   std::string device = "auto";    // auto, cpu, cuda
   std::optional<unsigned> seed;   // of the fold shuffle
   std::string progress = "auto";  // auto, on, off

@@ -3,15 +3,18 @@
 
 #include <unistd.h>
 
+#include <cmath>
 #include <cstdio>
 
 namespace {
 
 constexpr std::chrono::milliseconds kInterval{200};
+// In a log the line is not overwritten: after the first, one now and then is enough.
+constexpr std::chrono::seconds kLogInterval{10};
 
 std::string duration_text(double seconds) {
   char text[64];
-  const auto whole = static_cast<long long>(seconds + 0.5);
+  const auto whole = std::llround(seconds);
   if (whole >= 3600) {
     std::snprintf(text, sizeof(text), "%lld:%02lld:%02lld", whole / 3600, whole / 60 % 60, whole % 60);
   } else {
@@ -35,7 +38,7 @@ void Progress::begin(int order, uint64_t total) {
 
 void Progress::update(uint64_t done) {
   const Clock::time_point now = Clock::now();
-  if (!on_ || now - printed_ < kInterval || done == 0) {
+  if (!on_ || now - printed_ < (shown_ && !terminal_ ? kLogInterval : kInterval) || done == 0) {
     return;
   }
   printed_ = now;

@@ -37,14 +37,6 @@ constexpr const char* kFoldHeader[] = {
 // The measures of a best-combinations row.
 constexpr int kSummaryMeasures[] = {0, 2, 3, 4, 5, 6, 7, 8, 9};
 
-std::string combination_name(const std::vector<int>& snps, const std::vector<std::string>& names) {
-  std::string text = "(";
-  for (const int snp : snps) {
-    text += " " + names[static_cast<size_t>(snp)];
-  }
-  return text + " )";
-}
-
 void write_best(MdrWriter& writer, const MDRResult& result, const std::vector<std::string>& names) {
   for (size_t rank = 0; rank < result.best_snps.size(); ++rank) {
     std::string line = std::to_string(rank + 1) + "," + combination_name(result.best_snps[rank], names) +

@@ -19,6 +19,14 @@ std::string typed_number(int position, int otherwise) {
 
 }  // namespace
 
+std::string combination_name(const std::vector<int>& snps, const std::vector<std::string>& names) {
+  std::string text = "(";
+  for (const int snp : snps) {
+    text += " " + names[static_cast<size_t>(snp)];
+  }
+  return text + " )";
+}
+
 void write_report_head(MdrWriter& writer, const std::string& path, double elapsed_seconds, int folds) {
   writer.WriteLine("====================================   Time   =====================================");
   char seconds[400];

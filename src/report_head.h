@@ -4,6 +4,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "src/FileIO.h"
 
@@ -12,3 +13,6 @@ extern const std::string kSectionEnd;
 
 // folds: of the first result record.
 void write_report_head(MdrWriter& writer, const std::string& path, double elapsed_seconds, int folds);
+
+// "( rs1 rs2 )".
+std::string combination_name(const std::vector<int>& snps, const std::vector<std::string>& names);

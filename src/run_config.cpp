@@ -34,5 +34,5 @@ float* g_covValues = nullptr;
 unsigned char* g_covMissing = nullptr;
 
 const char* typed_value(int position, const char* otherwise) {
-  return position < 0 || position >= g_argc ? otherwise : g_argv[position];
+  return position < 0 ? otherwise : g_argv[position];
 }

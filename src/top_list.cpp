@@ -4,9 +4,9 @@
 #include <algorithm>
 #include <iterator>
 
-void TopList::insert(const int* comb, const float* record) {
+void TopList::insert(const int* comb, const double* record) {
   const double value = record[measure_];
-  const double last = ranked_.size() < size_ || size_ == 0 ? 0.0 : std::prev(ranked_.end())->first;
+  const double last = ranked_.size() < size_ || size_ == 0 ? floor_ : std::prev(ranked_.end())->first;
   if (size_ == 0 || !(value > last)) {
     return;
   }

@@ -20,10 +20,11 @@ class TopList {
   };
 
   // order: SNPs in a combination; size: N >= 0; measure: 0 to 9.
-  TopList(int order, size_t size, int measure) : order_(order), size_(size), measure_(measure) {}
+  TopList(int order, size_t size, int measure, double floor = 0.0)
+      : order_(order), size_(size), measure_(measure), floor_(floor) {}
 
-  // comb[order] and its float record[32]. A value that is no number never enters.
-  void insert(const int* comb, const float* record);
+  // comb[order] and its record[32]. A value that is no number never enters.
+  void insert(const int* comb, const double* record);
 
   // The first n entries, best first. Places that no combination filled hold combination (0, .., 0) and a zero
   // record.
@@ -36,5 +37,6 @@ class TopList {
   int order_;
   size_t size_;
   int measure_;
+  double floor_;
   std::multimap<double, Entry, std::greater<>> ranked_;  // equal values in the order of insertion
 };

@@ -7,6 +7,7 @@
 #include "lib/comb.h"
 #include "lib/utils.h"
 #include "src/TFmMDR.h"
+#include "src/p_values.h"
 
 std::vector<MergedCombination> mdrColSum(const std::vector<WeightedEntry>& entries, size_t n_first) {
   std::vector<MergedCombination> distinct;
@@ -27,7 +28,7 @@ std::vector<MergedCombination> mdrColSum(const std::vector<WeightedEntry>& entri
   return distinct;
 }
 
-void TFmMDR::CalcWeightedCVC_CV(int measure, MDRResult* result) {
+void TFmMDR::CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result) {
   std::vector<WeightedEntry> entries;
   size_t n_first = 0;
   for (const std::vector<KeptCombination>& list : result->kept) {
@@ -60,10 +61,7 @@ void TFmMDR::CalcWeightedCVC_CV(int measure, MDRResult* result) {
   shellsortIndex(ascending.data(), weights.data(), &n, &element_size, cmp_double);
 
   result->top_count = std::min(result->top_count, n);
-  result->best_snps.clear();
-  result->best_keys.clear();
-  result->weighted_cvc.clear();
-  result->measures = {};
+  result->clear_ranking();
   for (int rank = 0; rank < result->top_count; ++rank) {
     const MergedCombination& ranked =
         distinct[static_cast<size_t>(ascending[static_cast<size_t>(n - 1 - rank)])];
@@ -77,4 +75,5 @@ void TFmMDR::CalcWeightedCVC_CV(int measure, MDRResult* result) {
       }
     }
   }
+  rank_p_values(measure, permutation, result);
 }

@@ -12,8 +12,8 @@
 
 namespace {
 
-std::array<float, kRecordSize> record_with(int measure, float value) {
-  std::array<float, kRecordSize> record{};
+std::array<double, kRecordSize> record_with(int measure, float value) {
+  std::array<double, kRecordSize> record{};
   record[static_cast<size_t>(measure)] = value;
   return record;
 }

@@ -32,8 +32,8 @@ void top_list(const Json& in, const Json& out) {
   TopList top(1, size, measure);
   const std::vector<int> combs = tavo_test::integers(in.at("combs"));
   for (size_t i = 0; i < combs.size(); ++i) {
-    float record[kRecordSize] = {};
-    record[measure] = static_cast<float>(tavo_test::number(in.at("values").at(i)));
+    double record[kRecordSize] = {};
+    record[measure] = tavo_test::number(in.at("values").at(i));
     top.insert(&combs[i], record);
   }
   const auto used = out.at("used").get<size_t>();
@@ -57,7 +57,7 @@ void weighted_consistency(const Json& in, const Json& out) {
     }
   }
   TFmMDR driver(*choose_backend("cpu"));
-  driver.CalcWeightedCVC_CV(in.at("selection").get<int>(), &result);
+  driver.CalcWeightedCVC_CV(in.at("selection").get<int>(), false, &result);
   ASSERT_EQ(result.top_count, out.at("count").get<int>());
   for (size_t rank = 0; rank < out.at("rank").size(); ++rank) {
     const Json& expected = out.at("rank").at(rank);
