@@ -25,12 +25,14 @@ RecordPath::RecordPath(const Problem& problem, const ScoringRules& rules, const 
 }
 
 template <typename Count>
-SetTotals RecordPath::visit(std::span<const int> samples, const int* comb, Count count) const {
+SetTotals RecordPath::visit(std::span<const int> samples, bool is_training, const int* comb,
+                            Count count) const {
   SetTotals totals{};
   if (problem_.transposed) {
     return totals;
   }
-  for (const int sample : samples) {
+  for (size_t i = samples.size(); i-- > 0;) {
+    const int sample = samples[i];
     const uint32_t* row = problem_.row(static_cast<size_t>(sample));
     int64_t cell = 0;
     bool complete = true;
@@ -45,52 +47,58 @@ SetTotals RecordPath::visit(std::span<const int> samples, const int* comb, Count
     const bool is_case = problem_.classes[sample] == 1;
     ++(is_case ? totals.cases : totals.controls);
     if (cell < counted_cells_) {
-      count(cell, is_case ? 1 : 0);
+      count(Counted{cell, is_training, is_case ? 1 : 0, sample});
     }
   }
   return totals;
+}
+
+void RecordPath::count(const Counted& counted, size_t cell) {
+  const size_t entry = 2 * cell + static_cast<size_t>(counted.is_case);
+  ++(counted.is_training ? training_ : testing_)[entry];
+  if (counted.is_training && problem_.scores != nullptr) {
+    scores_[entry] += problem_.scores[counted.sample];
+  }
 }
 
 void RecordPath::count_dense(const int* comb) {
   const auto entries = static_cast<size_t>(2 * cells_);
   training_.assign(entries, 0);
   testing_.assign(entries, 0);
-  const auto into = [](std::vector<int32_t>& table) {
-    return [&table](int64_t cell, int is_case) { ++table[static_cast<size_t>(2 * cell + is_case)]; };
-  };
-  training_totals_ = visit(fold_.training, comb, into(training_));
-  testing_totals_ = visit(fold_.testing, comb, into(testing_));
+  scores_.assign(problem_.scores != nullptr ? entries : 0, 0.0f);
+  const auto add = [this](const Counted& counted) { count(counted, static_cast<size_t>(counted.cell)); };
+  training_totals_ = visit(fold_.training, true, comb, add);
+  testing_totals_ = visit(fold_.testing, false, comb, add);
 }
 
 void RecordPath::count_occupied(const int* comb) {
   counted_.clear();
-  const auto into = [this](int first_column) {
-    return [this, first_column](int64_t cell, int is_case) {
-      counted_.emplace_back(cell, first_column + is_case);
-    };
-  };
-  training_totals_ = visit(fold_.training, comb, into(0));
-  testing_totals_ = visit(fold_.testing, comb, into(2));
-  std::sort(counted_.begin(), counted_.end());
+  const auto collect = [this](const Counted& counted) { counted_.push_back(counted); };
+  training_totals_ = visit(fold_.training, true, comb, collect);
+  testing_totals_ = visit(fold_.testing, false, comb, collect);
+  // Stable: within a cell the samples stay in the order of the sums.
+  std::stable_sort(counted_.begin(), counted_.end(),
+                   [](const Counted& a, const Counted& b) { return a.cell < b.cell; });
   training_.clear();
   testing_.clear();
-  int64_t last_cell = -1;
-  int64_t occupied = 0;
-  for (const auto& [cell, column] : counted_) {
-    if (cell != last_cell) {
-      training_.insert(training_.end(), 2, 0);
-      testing_.insert(testing_.end(), 2, 0);
-      last_cell = cell;
-      ++occupied;
-    }
-    std::vector<int32_t>& table = column < 2 ? training_ : testing_;
-    ++table[table.size() - 2 + static_cast<size_t>(column % 2)];
-  }
-  if (occupied < cells_) {
-    // An empty cell adds nothing, except that without any sample its expected counts are 0 / 0: one of them
-    // stands for all.
+  scores_.clear();
+  size_t occupied = 0;
+  const auto add_cell = [this] {
     training_.insert(training_.end(), 2, 0);
     testing_.insert(testing_.end(), 2, 0);
+    scores_.insert(scores_.end(), problem_.scores != nullptr ? 2 : 0, 0.0f);
+  };
+  for (size_t i = 0; i < counted_.size(); ++i) {
+    if (i == 0 || counted_[i].cell != counted_[i - 1].cell) {
+      add_cell();
+      ++occupied;
+    }
+    count(counted_[i], occupied - 1);
+  }
+  if (static_cast<int64_t>(occupied) < cells_) {
+    // An empty cell adds nothing, except that without any sample its expected counts are 0 / 0: one of them
+    // stands for all.
+    add_cell();
   }
 }
 
@@ -109,6 +117,11 @@ void RecordPath::evaluate(const int* comb, float* record) {
     training_totals_.n = static_cast<int32_t>(fold_.training.size());
     testing_totals_.n = static_cast<int32_t>(fold_.testing.size());
   }
-  write_record(training_.data(), testing_.data(), static_cast<int64_t>(training_.size() / 2),
-               training_totals_, testing_totals_, threshold, rules_.tie, record);
+  const auto n_cells = static_cast<int64_t>(training_.size() / 2);
+  if (problem_.scores != nullptr) {
+    write_score_record(training_.data(), testing_.data(), scores_.data(), n_cells, rules_.tie, record);
+  } else {
+    write_record(training_.data(), testing_.data(), n_cells, training_totals_, testing_totals_, threshold,
+                 rules_.tie, record);
+  }
 }

@@ -5,7 +5,6 @@
 #pragma once
 
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 #include "device/problem.h"
@@ -13,27 +12,37 @@
 
 class RecordPath {
  public:
-  // The views outlive the object.
+  // The views outlive the object. A problem with scores makes score-based records.
   RecordPath(const Problem& problem, const ScoringRules& rules, const FoldView& fold);
 
   // Writes the record of comb[order] to record[32].
   void evaluate(const int* comb, float* record);
 
-  // The two count tables of the last combination and their totals, for tests: [2 * cells] each, or, for
-  // orders with more cells than there is sense in holding, the occupied cells in ascending order.
+  // Of the last combination, for tests: its count tables and score sums, [2 * cells] each, or, for orders
+  // with more cells than there is sense in holding, the occupied cells in ascending order; and its totals.
   const std::vector<int32_t>& training_table() const { return training_; }
   const std::vector<int32_t>& testing_table() const { return testing_; }
+  const std::vector<float>& score_sums() const { return scores_; }
   SetTotals training_totals() const { return training_totals_; }
   SetTotals testing_totals() const { return testing_totals_; }
 
  private:
-  // Calls count(cell, is_case) for every listed sample that has all genotypes of comb; returns the class
-  // totals.
+  // One sample in one cell.
+  struct Counted {
+    int64_t cell;
+    bool is_training;
+    int is_case;
+    int sample;
+  };
+
+  // Calls count for every listed sample that has all genotypes of comb and whose cell the table holds, from
+  // the last of the list to the first: the order in which scores are summed. Returns the class totals.
   template <typename Count>
-  SetTotals visit(std::span<const int> samples, const int* comb, Count count) const;
+  SetTotals visit(std::span<const int> samples, bool is_training, const int* comb, Count count) const;
 
   void count_dense(const int* comb);
   void count_occupied(const int* comb);
+  void count(const Counted& counted, size_t cell);
 
   const Problem& problem_;
   const ScoringRules rules_;
@@ -43,7 +52,8 @@ class RecordPath {
   std::vector<int64_t> weights_;  // [order], base^j
   std::vector<int32_t> training_;
   std::vector<int32_t> testing_;
-  std::vector<std::pair<int64_t, int>> counted_;  // scratch of count_occupied: cell, column
+  std::vector<float> scores_;     // of the training samples; empty without scores
+  std::vector<Counted> counted_;  // scratch of count_occupied
   SetTotals training_totals_{};
   SetTotals testing_totals_{};
 };

@@ -297,3 +297,27 @@ TAVO_HOST_DEVICE void write_record(const int32_t* train, const int32_t* test, in
   }
   record[kLr] = canonical_nan(record[kLr]);
 }
+
+// The label of a cell of a score-based run: by the sum of its training samples' scores, controls' and cases',
+// against 0. A cell without training controls is a tie, whatever its scores.
+TAVO_HOST_DEVICE int score_cell_label(int32_t controls, float control_scores, float case_scores, int tie) {
+  return cell_label(controls == 0 ? 0.0f : control_scores + case_scores, 0.0f, tie);
+}
+
+// One record of a score-based run: balanced accuracy only, unguarded for both sets; every other entry is 0.
+// scores: [2 * n_cells], laid out like the tables: the sums over the training samples.
+TAVO_HOST_DEVICE void write_score_record(const int32_t* train, const int32_t* test, const float* scores,
+                                         int64_t n_cells, int tie, float* record) {
+  Confusion training = {0, 0, 0, 0};
+  Confusion testing = {0, 0, 0, 0};
+  for (int64_t m = 0; m < n_cells; ++m) {
+    const int label = score_cell_label(train[2 * m], scores[2 * m], scores[2 * m + 1], tie);
+    add_cell(&training, label, train[2 * m], train[2 * m + 1]);
+    add_cell(&testing, label, test[2 * m], test[2 * m + 1]);
+  }
+  for (int i = 0; i < kRecordSize; ++i) {
+    record[i] = 0.0f;
+  }
+  record[kBalancedAccuracy] = canonical_nan(balanced_accuracy_unguarded(training));
+  record[kTestingEntry + kBalancedAccuracy] = canonical_nan(balanced_accuracy_unguarded(testing));
+}
