@@ -11,13 +11,24 @@
 
 struct SearchData {
   SearchData(const Problem& problem, const WorkerSetupCommand& setup) : segments(problem, setup.folds) {
-    if (setup.rules.order <= kMaxPlaneOrder) {
+    if (problem.scores != nullptr) {
+      scores.emplace(problem, setup, segments);
+    } else if (setup.rules.order <= kMaxPlaneOrder) {
       planes.emplace(problem, segments);
     }
   }
 
   Segments segments;
   std::optional<BitPlanes> planes;
+  std::optional<ScoreData> scores;
+
+  std::unique_ptr<RangeSearch> make_search(const Problem& problem, const WorkerSetupCommand& setup) const {
+    if (scores) {
+      return make_score_search(problem, setup, *scores);
+    }
+    return planes ? make_plane_search(problem, setup, segments, *planes)
+                  : make_cell_search(problem, setup, segments);
+  }
 };
 
 namespace {
@@ -44,9 +55,7 @@ class CpuDevice : public Device {
       return {};
     }
     search_data_ = backend_.search_data(*problem_, command);
-    search_ = search_data_->planes
-                  ? make_plane_search(*problem_, command, search_data_->segments, *search_data_->planes)
-                  : make_cell_search(*problem_, command, search_data_->segments);
+    search_ = search_data_->make_search(*problem_, command);
     return {};
   }
 

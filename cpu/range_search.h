@@ -31,3 +31,26 @@ std::unique_ptr<RangeSearch> make_plane_search(const Problem& problem, const Wor
 // Sample by sample: the occupied cells of a combination by sorting the samples' cell numbers.
 std::unique_ptr<RangeSearch> make_cell_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments);
+
+// What a score-based search reads, laid out in the order of the sums: positions run from the last of the
+// run's sample list to the first.
+struct ScoreData {
+  // setup.samples is the run's sample list; the problem has scores.
+  ScoreData(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments);
+
+  size_t n_samples;
+  size_t n_segments;
+  size_t width;                        // folds, padded to whole lanes
+  std::vector<size_t> segment_of;      // [n_samples]
+  std::vector<float> scores;           // [n_samples][width], 0 for the fold that tests the sample
+  std::vector<uint8_t> genotype_rows;  // [snp][n_samples]
+
+  const uint8_t* genotypes(int snp) const {
+    return genotype_rows.data() + static_cast<size_t>(snp) * n_samples;
+  }
+};
+
+// Score-based: the sums of all folds side by side, one lane per fold, each in the order of the record path.
+// Adding 0 for the fold that leaves a sample out changes nothing.
+std::unique_ptr<RangeSearch> make_score_search(const Problem& problem, const WorkerSetupCommand& setup,
+                                               const ScoreData& data);

@@ -34,6 +34,7 @@ struct WorkerSetupCommand : WorkerCommand {
   LoopKind kind = LoopKind::kRecords;
   ScoringRules rules;
   std::span<const FoldView> folds;  // kRecords: exactly one
+  std::span<const int> samples;     // kSearch: the run's sample list; scores are summed from its end
   int list_size = 0;                // kSearch: entries N of each fold's list, >= 1
 };
 

@@ -11,7 +11,7 @@
 
 // Process-wide state of the protocol. getCnt: workers that have not finished the current command; it and the
 // mailboxes are guarded by g_gpuSync.
-extern int g_cntDevCuda;           // number of workers
+extern int g_cntDevCuda;  // number of workers
 extern pthread_mutex_t g_gpuSync;
 extern int getCnt;
 extern int g_isCopied;                    // 1 while workers are running

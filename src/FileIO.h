@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "util/status.h"
@@ -44,9 +45,14 @@ class MdrReader {
   int64_t block_count() const { return block_count_; }
   bool transposed() const { return transposed_; }
 
-  // Scores of a score-based run, owned by the caller; null otherwise.
+  // Scores of a score-based run, [samples], owned by the caller; null otherwise.
   const float* scores() const { return scores_; }
-  void set_scores(const float* scores) { scores_ = scores; }
+
+  // Makes the run score-based: installs the scores and the classes that they stand for.
+  void set_scores(const float* scores, std::vector<uint8_t> classes) {
+    scores_ = scores;
+    classes_ = std::move(classes);
+  }
 
  private:
   class Source;

@@ -76,5 +76,10 @@ class TFmMDR {
   static int GetComb(const char* key, int field);
 
  private:
+  // Reads the score file into scores_ and makes the run score-based; goes on with the phenotype when the file
+  // cannot be opened. Returns the exit status of a run that cannot go on.
+  std::optional<int> apply_scores(const RunSettings& settings, MdrReader* reader);
+
   Backend& backend_;
+  std::optional<std::vector<float>> scores_;
 };

@@ -87,6 +87,7 @@ class CrossValidation {
       : pool_(pool),
         settings_(settings),
         n_snps_(reader.GetColCount()),
+        samples_(folds.samples),
         folds_(folds.views(settings.first_fold)),
         progress_(settings.progress) {}
 
@@ -102,7 +103,7 @@ class CrossValidation {
         static_cast<size_t>(std::min<uint64_t>(total, static_cast<uint64_t>(settings_.top)));
     std::vector<std::vector<RankedValue>> lists(folds_.size());
     if (list_size > 0) {
-      Status status = search_folds(pool_, rules, folds_, total, list_size, progress_, &lists);
+      Status status = search_folds(pool_, rules, samples_, folds_, total, list_size, progress_, &lists);
       if (!status.ok()) {
         return status;
       }
@@ -230,6 +231,7 @@ class CrossValidation {
   WorkerPool& pool_;
   const RunSettings& settings_;
   const int n_snps_;
+  const std::span<const int> samples_;
   const std::vector<FoldView> folds_;
   Progress progress_;
 };
@@ -256,6 +258,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   problem.n_samples = reader.GetLineCount();
   problem.n_snps = reader.GetColCount();
   problem.classes = coded.data();
+  problem.scores = reader.scores();
   WorkerPool pool(backend_, problem);
   if (Status status = pool.status(); !status.ok()) {
     return status;

@@ -24,13 +24,14 @@ uint64_t next_share(uint64_t share, double seconds) {
 
 }  // namespace
 
-Status search_folds(WorkerPool& pool, const ScoringRules& rules, std::span<const FoldView> folds,
-                    uint64_t n_combinations, size_t list_size, Progress& progress,
-                    std::vector<std::vector<RankedValue>>* lists) {
+Status search_folds(WorkerPool& pool, const ScoringRules& rules, std::span<const int> samples,
+                    std::span<const FoldView> folds, uint64_t n_combinations, size_t list_size,
+                    Progress& progress, std::vector<std::vector<RankedValue>>* lists) {
   WorkerSetupCommand setup;
   setup.kind = LoopKind::kSearch;
   setup.rules = rules;
   setup.folds = folds;
+  setup.samples = samples;
   setup.list_size = static_cast<int>(std::min<size_t>(list_size, std::numeric_limits<int>::max()));
   Status status = pool.broadcast(setup);
   if (!status.ok()) {

@@ -85,7 +85,7 @@ void shuffle_folds(std::vector<int>& labels, int n_cases, int n_controls, std::o
 
 FoldLists split_folds(const SampleList& list, const std::vector<int>& labels, int n_folds) {
   const auto folds = static_cast<size_t>(n_folds);
-  FoldLists lists{std::vector<std::vector<int>>(folds), std::vector<std::vector<int>>(folds),
+  FoldLists lists{list.samples, std::vector<std::vector<int>>(folds), std::vector<std::vector<int>>(folds),
                   list.threshold()};
   for (size_t position = 0; position < list.samples.size(); ++position) {
     for (size_t f = 0; f < folds; ++f) {

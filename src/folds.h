@@ -40,6 +40,7 @@ void shuffle_folds(std::vector<int>& labels, int n_cases, int n_controls, std::o
 
 // The sample numbers of both sets of every fold, in the order of the sample list.
 struct FoldLists {
+  std::vector<int> samples;                // the sample list
   std::vector<std::vector<int>> training;  // [n_folds]
   std::vector<std::vector<int>> testing;   // [n_folds]
   float threshold = 0.0f;

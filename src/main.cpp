@@ -57,10 +57,6 @@ int run(int argc, char** argv) {
     notice("this version does not run regressions");
     return 1;
   }
-  if (szScore[0] != '\0') {
-    notice("this version does not run score-based analyses");
-    return 1;
-  }
   notice("%s, %d worker%s, %s", backend->name().c_str(), g_cntDevCuda, g_cntDevCuda == 1 ? "" : "s",
          backend->properties(0).description.c_str());
 

@@ -6,6 +6,7 @@
 #include "src/TFmMDR.h"
 #include "src/notice.h"
 #include "src/run_config.h"
+#include "src/score_file.h"
 #include "util/stopwatch.h"
 
 namespace {
@@ -35,6 +36,38 @@ ResultArray TFmMDR::make_results(const RunSettings& settings) {
   return results;
 }
 
+std::optional<int> TFmMDR::apply_scores(const RunSettings& settings, MdrReader* reader) {
+  Status status;
+  if (!reader->classes().empty()) {
+    scores_ = read_scores(szScore, reader->GetLineCount(), &status);
+  }
+  if (!scores_) {
+    std::puts("Can't open score file, use original phenotype...");
+    return std::nullopt;
+  }
+  if (!status.ok()) {
+    notice("%s", status.message().c_str());
+    return 1;
+  }
+  reader->set_scores(scores_->data(), classes_of_scores(*scores_));
+  std::puts("Successfully applied score!");
+  g_cntThreadCuda = score_thread_cap(typed_value(g_combOrder, "2"), g_cntThreadCuda);
+  std::printf("Thread count after is %d!\n", g_cntThreadCuda);
+  const bool exhaustive = settings.mode >= 2;
+  if (g_transpose != 0 && !exhaustive) {
+    std::puts("Can't apply score when you running data at transpose mode");
+    return 1;
+  }
+  if (exhaustive) {
+    notice("an exhaustive run uses the classes that the scores stand for, not the scores");
+  } else if (settings.measure != kBalancedAccuracy) {
+    notice(
+        "score-based results carry balanced accuracy only: ranking by another measure leaves every list "
+        "empty");
+  }
+  return std::nullopt;
+}
+
 int TFmMDR::MdrMethod(const RunSettings& settings) {
   MdrReader reader;
   if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
@@ -46,6 +79,11 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
       notice("order %d: the combinations of %d SNPs are more than can be numbered (2^63)", order,
              reader.GetColCount());
       return 1;
+    }
+  }
+  if (szScore[0] != '\0') {
+    if (const std::optional<int> status = apply_scores(settings, &reader)) {
+      return *status;
     }
   }
   {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <optional>
 #include <random>
 
 #include "cpu/range_search.h"
@@ -52,7 +53,7 @@ struct Scene {
   }
 };
 
-enum class Path { kPlanes, kCells };
+enum class Path { kPlanes, kCells, kScores };
 
 void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
@@ -63,10 +64,16 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
   setup.folds = folds;
   setup.list_size = static_cast<int>(total);
   const Segments segments(scene.problem, folds);
+  setup.samples = scene.folds.samples;
   const BitPlanes planes(scene.problem, segments);
-  const std::unique_ptr<RangeSearch> search = path == Path::kPlanes
-                                                  ? make_plane_search(scene.problem, setup, segments, planes)
-                                                  : make_cell_search(scene.problem, setup, segments);
+  std::optional<ScoreData> scores;
+  if (path == Path::kScores) {
+    scores.emplace(scene.problem, setup, segments);
+  }
+  const std::unique_ptr<RangeSearch> search =
+      path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
+      : path == Path::kPlanes ? make_plane_search(scene.problem, setup, segments, planes)
+                              : make_cell_search(scene.problem, setup, segments);
   std::vector<CandidateList> lists(folds.size(), CandidateList(total));
   // In pieces that begin and end anywhere.
   for (uint64_t first = 0; first < total;) {
@@ -131,6 +138,53 @@ TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Orders, SearchPaths, testing::Values(1, 2, 3, 4, 5, 6, 7, 9),
+                         testing::PrintToStringParamName());
+
+class ScoreSearchPath : public testing::TestWithParam<int> {};
+
+// Sums that cancel, exact zeros, denormals, and numbers of very different size make the order of additions
+// visible.
+float odd_score(std::mt19937& random) {
+  const float value = static_cast<float>(random() % 2001) / 1000.0f - 1.0f;
+  switch (random() % 8) {
+    case 0:
+      return 0.0f;
+    case 1:
+      return value * 1e8f;
+    case 2:
+      return value * 1e-42f;
+    case 3:
+      return random() % 2 == 0 ? 1.0f : -1.0f;
+    default:
+      return value;
+  }
+}
+
+TEST_P(ScoreSearchPath, FindsTheBitsOfTheRecords) {
+  const int order = GetParam();
+  std::mt19937 random(99u + static_cast<unsigned>(order));
+  for (int round = 0; round < 8; ++round) {
+    const int n_samples[] = {1, 17, 64, 65, 129, 200, 90, 40};
+    const int n_folds = 1 + static_cast<int>(random() % 19);
+    Scene scene(random, n_samples[round], order <= 2 ? 9 : order + 2, round % 2 == 0 ? 0.0 : 0.15, n_folds,
+                round % 3 == 2);
+    std::vector<float> scores;
+    for (int s = 0; s < n_samples[round]; ++s) {
+      scores.push_back(odd_score(random));
+    }
+    scene.problem.scores = scores.data();
+    for (int missing = 1; missing <= 4; ++missing) {
+      for (int tie = 0; tie <= 2; ++tie) {
+        const int first_fold = static_cast<int>(random() % static_cast<unsigned>(n_folds));
+        compare(scene, {order, missing, tie, kBalancedAccuracy}, first_fold, Path::kScores);
+        ASSERT_FALSE(HasFatalFailure()) << "missing " << missing << ", tie " << tie;
+      }
+    }
+    compare(scene, {order, 4, 1, kGamma}, 0, Path::kScores);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Orders, ScoreSearchPath, testing::Values(1, 2, 3, 4, 6, 7, 9),
                          testing::PrintToStringParamName());
 
 // Samples in very unequal classes, and cells that hold one class only, are where thresholds and ties bite.

@@ -158,7 +158,7 @@ TEST_F(Workers, TheSearchCoversEveryRankOnceAndKeepsTheFirstOfEqualValues) {
   const std::vector<FoldView> folds(2);
   Progress progress("off");
   std::vector<std::vector<RankedValue>> lists;
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, folds, 20000, 4, progress, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, &lists).ok());
   std::sort(script_.ranges.begin(), script_.ranges.end());
   uint64_t next = 0;
   for (const auto& [first, n] : script_.ranges) {
@@ -180,7 +180,7 @@ TEST_F(Workers, ASearchPrintsNoMarks) {
   const std::vector<FoldView> folds(1);
   Progress progress("off");
   std::vector<std::vector<RankedValue>> lists;
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, folds, 10, 4, progress, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 10, 4, progress, &lists).ok());
   EXPECT_EQ(quiet_.text().find('*'), std::string::npos);
 }
 
@@ -191,7 +191,7 @@ TEST_F(Workers, AFailingRangeEndsTheSearch) {
   const std::vector<FoldView> folds(1);
   Progress progress("off");
   std::vector<std::vector<RankedValue>> lists;
-  EXPECT_FALSE(search_folds(*pool_, ScoringRules{}, folds, 1000000, 4, progress, &lists).ok());
+  EXPECT_FALSE(search_folds(*pool_, ScoringRules{}, {}, folds, 1000000, 4, progress, &lists).ok());
 }
 
 TEST(PassShares, AFullPassGivesEveryWorkerTheLaunchSize) {
