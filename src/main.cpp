@@ -53,10 +53,6 @@ int run(int argc, char** argv) {
     std::puts("Distinct calculation mode in logistic regression");
   }
   std::printf("%d cv and start from %dth CV\n", cvfold, cv_start);
-  if (g_regression != kNoRegression) {
-    notice("this version does not run regressions");
-    return 1;
-  }
   notice("%s, %d worker%s, %s", backend->name().c_str(), g_cntDevCuda, g_cntDevCuda == 1 ? "" : "s",
          backend->properties(0).description.c_str());
 

@@ -74,6 +74,10 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     std::fputs("Cannot open the text file!!", stdout);
     return 0;
   }
+  if (g_regression != kNoRegression) {
+    notice("this version does not run regressions");
+    return 1;
+  }
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     if (!comb_count(reader.GetColCount(), order)) {
       notice("order %d: the combinations of %d SNPs are more than can be numbered (2^63)", order,
