@@ -214,7 +214,7 @@ class CrossValidation {
     if (total > 0) {
       LoopOutput output;
       output.top = &top;
-      const Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output,
+      Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output,
                                              search_share, &milliseconds);
       if (!status.ok()) {
         return status;

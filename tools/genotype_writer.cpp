@@ -88,17 +88,17 @@ std::string layout_name(Layout layout) {
 
 std::string name_fault(std::string_view name) {
   if (name.empty()) {
-    return "is no SNP name: it is empty";
+    return "an empty SNP name";
   }
   if (name.size() > kLongestName) {
-    return "is too long for a SNP name: " + std::to_string(name.size()) + " bytes, expected at most " +
-           std::to_string(kLongestName);
+    return "the SNP name " + quoted(name) + " has " + std::to_string(name.size()) +
+           " bytes, expected at most " + std::to_string(kLongestName);
   }
   const bool has_control = std::any_of(name.begin(), name.end(), [](char c) {
     const auto byte = static_cast<unsigned char>(c);
     return byte < 0x20 || byte == 0x7f;
   });
-  return has_control ? "is no SNP name: it holds a control character" : "";
+  return has_control ? "the SNP name " + quoted(name) + " holds a control character" : "";
 }
 
 Status GenotypeWriter::begin(const std::string& path, const std::vector<std::string>& names) {
@@ -110,7 +110,7 @@ Status GenotypeWriter::begin(const std::string& path, const std::vector<std::str
   for (const std::string& name : names) {
     const std::string fault = name_fault(name);
     if (!fault.empty()) {
-      return Status::failure(path + ": " + quoted(name) + " " + fault);
+      return Status::failure(path + ": " + fault);
     }
     longest = std::max(longest, name.size());
   }

@@ -28,8 +28,9 @@ enum class Layout {
 // "normal", "transposed".
 std::string layout_name(Layout layout);
 
-// What makes the text unfit for a SNP name, "" when nothing does. A name has 1 to 254 bytes, none of them a
-// control character: NUL ends a name in the file, and a line break would break the lines of every report.
+// What makes the text unfit for a SNP name, as a message; "" when nothing does. A name has 1 to 254 bytes,
+// none of them a control character: NUL ends a name in the file, and a line break would break the lines of
+// every report.
 std::string name_fault(std::string_view name);
 
 class GenotypeWriter {

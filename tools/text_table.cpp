@@ -104,7 +104,7 @@ Status TextTable::take_names(const std::vector<std::string_view>& fields) {
     }
     const std::string fault = name_fault(fields[i]);
     if (!fault.empty()) {
-      return Status::failure(column + ": " + quoted(fields[i]) + " " + fault);
+      return Status::failure(column + ": " + fault);
     }
     snp_names_.emplace_back(fields[i]);
   }

@@ -24,15 +24,17 @@ GenotypeData balanced_data(int n_samples, int n_snps, double missing) {
 
 CliFolder::CliFolder() : CliFolder(balanced_data(40, 6)) {}
 
-CliFolder::CliFolder(const GenotypeData& data) { write("g.dat", normal_file(data)); }
+CliFolder::CliFolder(const GenotypeData& data) {
+  write("g.dat", normal_file(data));
+}
 
 RunResult CliFolder::run(const Words& words, const Environment& environment) const {
   return run_program(tavo_program(), words, dir_.path(), environment);
 }
 
 Words mdr_words() {
-  return {"--in",    "g.dat", "--out",    "r.csv", "--measure", "ba", "--thread", "8", "--block", "2",
-          "--gpu",   "2",     "--device", "cpu"};
+  return {"--in", "g.dat",   "--out", "r.csv", "--measure", "ba",       "--thread",
+          "8",    "--block", "2",     "--gpu", "2",         "--device", "cpu"};
 }
 
 RunResult CliFolder::run_mdr(const Words& more, const Environment& environment) const {
@@ -55,7 +57,9 @@ std::vector<std::string> CliFolder::names_with(const std::string& part) const {
   return names;
 }
 
-bool contains(const std::string& text, const std::string& part) { return text.find(part) != std::string::npos; }
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
 
 size_t line_at(const std::string& text, const std::string& line) {
   const std::string wanted = line + "\n";
@@ -66,7 +70,9 @@ size_t line_at(const std::string& text, const std::string& line) {
   return at == std::string::npos ? at : at + 1;
 }
 
-bool has_line(const std::string& text, const std::string& line) { return line_at(text, line) != std::string::npos; }
+bool has_line(const std::string& text, const std::string& line) {
+  return line_at(text, line) != std::string::npos;
+}
 
 bool begins_with(const std::string& text, const std::string& start) {
   return text.compare(0, start.size(), start) == 0;
@@ -87,8 +93,8 @@ std::vector<std::string> split(const std::string& text, char delimiter) {
 int notices_with(const RunResult& run, const Words& parts) {
   int count = 0;
   for (const std::string& line : split_lines(run.err)) {
-    const bool all =
-        std::all_of(parts.begin(), parts.end(), [&](const std::string& part) { return contains(line, part); });
+    const bool all = std::all_of(parts.begin(), parts.end(),
+                                 [&](const std::string& part) { return contains(line, part); });
     if (begins_with(line, "tavo: ") && all) {
       ++count;
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the command-line tests share: a small data set, runs of the program in a folder of their own, and ways to look
-// at the lines that a run left.
+// What the command-line tests share: a small data set, runs of the program in a folder of their own, and ways
+// to look at the lines that a run left.
 #pragma once
 
 #include <filesystem>

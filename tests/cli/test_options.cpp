@@ -25,7 +25,9 @@ void expect_refused(const Words& words, const std::string& out) {
 }
 
 // The scan itself took every word: the next check, that of the measure, is the one that refuses.
-void expect_scan_passes(const Words& words) { expect_refused(words, kNormal + kNoMeasure); }
+void expect_scan_passes(const Words& words) {
+  expect_refused(words, kNormal + kNoMeasure);
+}
 
 TEST(OptionScan, RefusesAnUnknownName) {
   expect_refused({"--nothing", "1"}, "Unrecognized option name `--nothing`\n");
@@ -66,7 +68,7 @@ TEST(OptionScan, ReportsTheFirstFault) {
 TEST(OptionScan, RefusesAnOptionAsValueAfterItWasTaken) {
   expect_refused({"--out", "--x"}, "Option --x does not lies on appropriate position!\n");
   expect_refused({"--out", "--in", "a.dat"}, "Option --in does not lies on appropriate position!\n");
-  expect_refused({"--cv", "--5"}, "Option --5 does not lies on appropriate position!\n");
+  expect_refused({"--score", "--5"}, "Option --5 does not lies on appropriate position!\n");
   // A keyword is looked up while the value is taken, which is before the value's own round.
   expect_refused({"--measure", "--x"}, "Invalid selection name --x\n");
   expect_refused({"--missing", "--x"}, "Invalid missing method --x\n");
@@ -101,8 +103,8 @@ TEST(OptionScan, RefusesUnknownKeywords) {
 TEST(OptionScan, TakesEveryMeasureInAnyCase) {
   // The measure stands when the check behind it is reached.
   const std::string next = kNormal + "Covariate file must be assigned only for regression!\n";
-  for (const char* name : {"ba", "accuracy", "homogeneity", "gamma", "tau-b", "tau-c", "somers_d1", "somers_d2", "nmi",
-                           "lr", "BA", "Accuracy", "TAU-B", "Somers_D2", "NMI", "Lr"}) {
+  for (const char* name : {"ba", "accuracy", "homogeneity", "gamma", "tau-b", "tau-c", "somers_d1",
+                           "somers_d2", "nmi", "lr", "BA", "Accuracy", "TAU-B", "Somers_D2", "NMI", "Lr"}) {
     expect_refused({"--measure", name, "--covariate", "cov.txt"}, next);
   }
   expect_refused({"--MEASURE", "NMI", "--Covariate", "cov.txt"}, next);
@@ -118,8 +120,10 @@ TEST(OptionScan, TakesEveryMissingMethodInAnyCase) {
 TEST(OptionScan, TakesEveryNameInAnyCase) {
   expect_scan_passes({"--in", "a", "--out", "b", "--score", "c", "--covariate", "d", "--transpose", "0"});
   expect_scan_passes({"--IN", "a", "--Out", "b", "--scorE", "c", "--COVARIATE", "d", "--TransPose", "0"});
-  expect_scan_passes({"--distinct", "0", "--order", "2", "--cv", "5", "--cvfrom", "1", "--gpu", "1", "--iter", "3"});
-  expect_scan_passes({"--DISTINCT", "0", "--Order", "2", "--CV", "5", "--CVfrom", "1", "--GPU", "1", "--ITER", "3"});
+  expect_scan_passes(
+      {"--distinct", "0", "--order", "2", "--cv", "5", "--cvfrom", "1", "--gpu", "1", "--iter", "3"});
+  expect_scan_passes(
+      {"--DISTINCT", "0", "--Order", "2", "--CV", "5", "--CVfrom", "1", "--GPU", "1", "--ITER", "3"});
   expect_scan_passes({"--tie", "1", "--top", "3", "--shuffling", "1", "--thread", "8", "--block", "2"});
   expect_scan_passes({"--TIE", "1", "--Top", "3", "--Shuffling", "1", "--THREAD", "8", "--Block", "2"});
 }
@@ -130,7 +134,9 @@ TEST(OptionScan, TheLastValueOfARepeatedOptionCounts) {
   expect_scan_passes({"--transpose", "1", "--transpose", "0"});
 }
 
-TEST(OptionChecks, NoWordsStopAtTheMeasure) { expect_refused({}, kNormal + kNoMeasure); }
+TEST(OptionChecks, NoWordsStopAtTheMeasure) {
+  expect_refused({}, kNormal + kNoMeasure);
+}
 
 TEST(OptionChecks, TheLayoutIsNamedFirst) {
   expect_refused({"--transpose", "0"}, kNormal + kNoMeasure);
@@ -142,11 +148,14 @@ TEST(OptionChecks, WithoutRegressionMeasureThenCovariateThenDistinct) {
   expect_refused({"--covariate", "c", "--distinct", "1"}, kNormal + kNoMeasure);
   expect_refused({"--covariate", "c", "--distinct", "1", "--measure", "ba"},
                  kNormal + "Covariate file must be assigned only for regression!\n");
-  expect_refused({"--distinct", "1", "--measure", "ba"}, kNormal + "--distinct option only used for regression!\n");
-  expect_refused({"--distinct", "-1", "--measure", "ba"}, kNormal + "--distinct option only used for regression!\n");
+  expect_refused({"--distinct", "1", "--measure", "ba"},
+                 kNormal + "--distinct option only used for regression!\n");
+  expect_refused({"--distinct", "-1", "--measure", "ba"},
+                 kNormal + "--distinct option only used for regression!\n");
 }
 
-// Standard output of a run that ends at a genotype file that does not exist, with the device's own numbers masked.
+// Standard output of a run that ends at a genotype file that does not exist, with the device's own numbers
+// masked.
 std::vector<std::string> lines_before_the_data(const CliFolder& folder, const Words& words) {
   const RunResult run = folder.run(words + Words{"--in", "absent.dat", "--device", "cpu"});
   EXPECT_EQ(run.status, 0) << run.out << run.err;
@@ -164,7 +173,8 @@ std::vector<std::string> lines_before_the_data(const CliFolder& folder, const Wo
   return lines;
 }
 
-Words expected_before_the_data(const Words& before_device, const std::string& device, const Words& after_device) {
+Words expected_before_the_data(const Words& before_device, const std::string& device,
+                               const Words& after_device) {
   return before_device + Words{device, "Shared memory S bytes"} + after_device +
          Words{"Enter to MDR methods...", "Cannot open the text file!!------------------", "## tavo complete",
                "------------------"};
@@ -176,8 +186,8 @@ TEST(OptionChecks, LinesOfAnAcceptedRun) {
             expected_before_the_data({"Transposed mode deactivated"},
                                      "CUDA is available [3 devs], R regs, max thread count is 2, 8",
                                      {"10 cv and start from 0th CV"}));
-  EXPECT_EQ(lines_before_the_data(folder, {"--measure", "ba", "--thread", "1", "--block", "16", "--gpu", "1", "--cv", "5",
-                                           "--cvfrom", "3", "--transpose", "1"}),
+  EXPECT_EQ(lines_before_the_data(folder, {"--measure", "ba", "--thread", "1", "--block", "16", "--gpu", "1",
+                                           "--cv", "5", "--cvfrom", "3", "--transpose", "1"}),
             expected_before_the_data({"Transposed mode activated"},
                                      "CUDA is available [1 devs], R regs, max thread count is 16, 1",
                                      {"5 cv and start from 3th CV"}));
@@ -187,18 +197,21 @@ TEST(OptionChecks, RegressionNeedsNoMeasureAndHasOneFold) {
   const CliFolder folder;
   const Words launch{"--thread", "8", "--block", "2", "--gpu", "1"};
   const std::string device = "CUDA is available [1 devs], R regs, max thread count is 2, 8";
-  EXPECT_EQ(lines_before_the_data(folder, launch + Words{"--regression", "Logistic", "--cv", "5"}),
-            expected_before_the_data({"Transposed mode deactivated"}, device, {"1 cv and start from 0th CV"}));
+  EXPECT_EQ(
+      lines_before_the_data(folder, launch + Words{"--regression", "Logistic", "--cv", "5"}),
+      expected_before_the_data({"Transposed mode deactivated"}, device, {"1 cv and start from 0th CV"}));
   EXPECT_EQ(lines_before_the_data(folder, launch + Words{"--regression", "LOGISTIC", "--distinct", "1"}),
-            expected_before_the_data({"Transposed mode deactivated"}, device,
-                                     {"Distinct calculation mode in logistic regression", "1 cv and start from 0th CV"}));
+            expected_before_the_data(
+                {"Transposed mode deactivated"}, device,
+                {"Distinct calculation mode in logistic regression", "1 cv and start from 0th CV"}));
 }
 
 TEST(OptionChecks, LinearRegressionAlwaysSaysThatIterationsAreIgnored) {
   const CliFolder folder;
   const Words words{"--regression", "linear", "--thread", "8", "--block", "2", "--gpu", "1"};
   const Words expected = expected_before_the_data(
-      {"Transposed mode deactivated", "Other regression doesn't use iteration option, this option will be ignored"},
+      {"Transposed mode deactivated",
+       "Other regression doesn't use iteration option, this option will be ignored"},
       "CUDA is available [1 devs], R regs, max thread count is 2, 8", {"1 cv and start from 0th CV"});
   EXPECT_EQ(lines_before_the_data(folder, words), expected);
   EXPECT_EQ(lines_before_the_data(folder, words + Words{"--iter", "7"}), expected);
@@ -217,8 +230,8 @@ TEST(OptionChecks, ThreadsAndBlocksAreRequired) {
       {{"--block", "2", "--thread", "-1"}, "2, -1"},
   };
   for (const auto& one : cases) {
-    const RunResult run = folder.run(one.words + Words{"--measure", "ba", "--in", "g.dat", "--out", "r.csv", "--gpu", "4",
-                                                       "--device", "cpu"});
+    const RunResult run = folder.run(one.words + Words{"--measure", "ba", "--in", "g.dat", "--out", "r.csv",
+                                                       "--gpu", "4", "--device", "cpu"});
     EXPECT_EQ(run.status, 1) << run.out;
     const std::vector<std::string> lines = split_lines(run.out);
     ASSERT_EQ(lines.size(), 4u) << run.out;
@@ -240,19 +253,21 @@ TEST(OptionChecks, ACovariateFileIsReadBeforeTheDeviceIsNamed) {
                "f2\tp2\t1.5\tNA\t3\n"
                "f3\tp3\t40\t2\t1e-3\n"
                "f4\tp4\t22\t1\tNAN\n");
-  const Words words{"--regression", "logistic", "--covariate", "cov.txt", "--thread", "8", "--block", "2", "--gpu", "1"};
-  EXPECT_EQ(lines_before_the_data(folder, words),
-            expected_before_the_data({"Transposed mode deactivated", "1 th covarite is missing!",
-                                      "3 th covarite is missing!", "Covarite file [2 entries, 3 covarites] read complete"},
-                                     "CUDA is available [1 devs], R regs, max thread count is 2, 8",
-                                     {"1 cv and start from 0th CV"}));
+  const Words words{"--regression", "logistic", "--covariate", "cov.txt", "--thread", "8",
+                    "--block",      "2",        "--gpu",       "1"};
+  EXPECT_EQ(
+      lines_before_the_data(folder, words),
+      expected_before_the_data(
+          {"Transposed mode deactivated", "1 th covarite is missing!", "3 th covarite is missing!",
+           "Covarite file [2 entries, 3 covarites] read complete"},
+          "CUDA is available [1 devs], R regs, max thread count is 2, 8", {"1 cv and start from 0th CV"}));
 }
 
 TEST(OptionChecks, ACovariateLineEndsAtAMissingField) {
   const CliFolder folder;
   folder.write("cov.txt", "family\tperson\tage\tsex\tdose\r\nf1\tp1\tNA\r\nf2\tp2\t1\t2\t3\r\n");
-  const RunResult run = folder.run({"--regression", "linear", "--covariate", "cov.txt", "--thread", "8", "--block", "2",
-                                    "--in", "absent.dat", "--device", "cpu"});
+  const RunResult run = folder.run({"--regression", "linear", "--covariate", "cov.txt", "--thread", "8",
+                                    "--block", "2", "--in", "absent.dat", "--device", "cpu"});
   EXPECT_EQ(run.status, 0);
   EXPECT_TRUE(has_line(run.out, "0 th covarite is missing!")) << run.out;
   EXPECT_TRUE(has_line(run.out, "Covarite file [1 entries, 3 covarites] read complete")) << run.out;

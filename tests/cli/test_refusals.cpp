@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What is refused beyond the option messages: status 1, a message on standard output that names the option or the file,
-// and nothing begun.
+// What is refused beyond the option messages: status 1, a message on standard output that names the option or
+// the file, and nothing begun.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,7 +18,8 @@ void expect_refused(const CliFolder& folder, const Words& words, const Words& pa
   const RunResult run = folder.run(words);
   EXPECT_EQ(run.status, 1) << ::testing::PrintToString(words) << run.out << run.err;
   for (const std::string& part : parts) {
-    EXPECT_TRUE(contains(run.out, part)) << ::testing::PrintToString(words) << " should name " << part << ": " << run.out;
+    EXPECT_TRUE(contains(run.out, part))
+        << ::testing::PrintToString(words) << " should name " << part << ": " << run.out;
   }
   EXPECT_TRUE(run.out.ends_with("\n")) << run.out;
   EXPECT_FALSE(contains(run.out, "Enter to MDR methods...")) << ::testing::PrintToString(words) << run.out;
@@ -34,14 +35,17 @@ void expect_reaches_the_data(const CliFolder& folder, const Words& words) {
   EXPECT_TRUE(run.out.ends_with("Cannot open the text file!!" + kClosingLines)) << run.out;
 }
 
-Words absent_data() { return {"--in", "absent.dat"}; }
+Words absent_data() {
+  return {"--in", "absent.dat"};
+}
 
 TEST(Refusals, AnOptionWithoutAValue) {
   const CliFolder folder;
   for (const char* name :
-       {"--in", "--out", "--score", "--covariate", "--transpose", "--distinct", "--regression", "--order", "--cv",
-        "--cvfrom", "--gpu", "--measure", "--missing", "--iter", "--tie", "--top", "--shuffling", "--thread", "--block",
-        "--device", "--mode", "--precision", "--tidy", "--seed", "--progress", "--checkpoint"}) {
+       {"--in",        "--out",  "--score",     "--covariate", "--transpose", "--distinct", "--regression",
+        "--order",     "--cv",   "--cvfrom",    "--gpu",       "--measure",   "--missing",  "--iter",
+        "--tie",       "--top",  "--shuffling", "--thread",    "--block",     "--device",   "--mode",
+        "--precision", "--tidy", "--seed",      "--progress",  "--checkpoint"}) {
     expect_refused(folder, {name}, {name});
     expect_refused(folder, mdr_words() + Words{name}, {name});
   }
@@ -66,7 +70,7 @@ TEST(Refusals, MoreThan32WordsOfTheOptionTable) {
 
 TEST(Refusals, TheOtherOptionsDoNotCountTowardsThe32) {
   const CliFolder folder;
-  const Words others{"--mode", "1", "--precision", "single", "--seed", "3", "--progress", "off"};
+  const Words others{"--mode", "1", "--device", "auto", "--seed", "3", "--progress", "off"};
   expect_reaches_the_data(folder, mdr_words() + repeated({"--cv", "10"}, 8) + others + absent_data());
   expect_reaches_the_data(folder, repeated(others, 10) + mdr_words() + absent_data());
   expect_refused(folder, others + mdr_words() + repeated({"--cv", "10"}, 10), {"32"});
@@ -79,9 +83,10 @@ TEST(Refusals, PathsOf256BytesAndMore) {
     for (const char* name : {"--in", "--out", "--score"}) {
       expect_refused(folder, mdr_words() + Words{name, path}, {name});
     }
-    expect_refused(folder,
-                   {"--regression", "logistic", "--thread", "8", "--block", "2", "--in", "g.dat", "--covariate", path},
-                   {"--covariate"});
+    expect_refused(
+        folder,
+        {"--regression", "logistic", "--thread", "8", "--block", "2", "--in", "g.dat", "--covariate", path},
+        {"--covariate"});
   }
 }
 
@@ -97,8 +102,9 @@ TEST(Refusals, PathsOf255BytesAreTaken) {
 }
 
 Words regression_words() {
-  return {"--regression", "logistic", "--order",     "1",       "--thread", "8",     "--block", "2",    "--gpu",
-          "2",            "--device", "cpu",         "--in",    "g.dat",    "--out", "r.csv",   "--covariate", "cov.txt"};
+  return {"--regression", "logistic", "--order", "1",     "--thread",    "8",
+          "--block",      "2",        "--gpu",   "2",     "--device",    "cpu",
+          "--in",         "g.dat",    "--out",   "r.csv", "--covariate", "cov.txt"};
 }
 
 std::string covariate_table(int n_covariates, int n_lines) {
@@ -197,7 +203,8 @@ TEST(Refusals, OrdersAboveWhatTheCountTablesHold) {
   }
   for (const char* value : {"18", "2-18", "15", "3-2"}) {
     expect_reaches_the_data(folder, mdr_words() + absent_data() + Words{"--order", value});
-    expect_reaches_the_data(folder, mdr_words() + absent_data() + Words{"--missing", "none", "--order", value});
+    expect_reaches_the_data(folder,
+                            mdr_words() + absent_data() + Words{"--missing", "none", "--order", value});
   }
   expect_reaches_the_data(folder, mdr_words() + absent_data() + Words{"--missing", "mc", "--order", "14"});
 }
@@ -240,11 +247,15 @@ TEST(Refusals, ValuesOfTheSeedOption) {
   }
 }
 
-TEST(Refusals, PathsOfTheOtherOptionsStandAtTheirPositionsToo) {
-  const CliFolder folder;
-  expect_refused(folder, mdr_words() + Words{"--tidy", "--seed", "3"},
-                 {"Option --seed does not lies on appropriate position!\n"});
-  expect_refused(folder, Words{"\r", "--seed", "3"}, {"Option --seed does not lies on appropriate position!\n"});
+TEST(Refusals, TheOtherOptionsStandAtOddPositionsToo) {
+  const std::string misplaced = "Option --seed does not lies on appropriate position!\n";
+  expect_refused(CliFolder(), Words{"\r", "--seed", "3"}, {misplaced});
+  expect_refused(CliFolder(), mdr_words() + Words{"--out", "--seed", "3"}, {misplaced});
+}
+
+TEST(Refusals, OptionsOfTidyResultsAndCheckpointsAndPrecisionDoNotCountEither) {
+  const Words others{"--precision", "single", "--tidy", "tidy.tsv", "--checkpoint", "run.state"};
+  expect_reaches_the_data(CliFolder(), mdr_words() + repeated({"--cv", "10"}, 8) + others + absent_data());
 }
 
 bool has_a_gpu() {

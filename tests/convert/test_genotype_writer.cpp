@@ -300,7 +300,7 @@ TEST(GenotypeInfo, RefusesWhatIsNoGenotypeFile) {
             "69 bytes, expected by the header 68 in the normal or 60 in the transposed layout");
   EXPECT_EQ(
       info_failure(good.substr(0, 4) + le32(0x7fffffff) + le32(0x7fffffff) + good.substr(12)),
-      "68 bytes, expected by the header 1152921520891559916 in the normal or 1152921520891559916 in the "
+      "68 bytes, expected by the header 1152921521249845256 in the normal or 1152921521249845256 in the "
       "transposed layout");
   bad = good;
   bad.replace(20, 4, "long");

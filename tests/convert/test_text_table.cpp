@@ -132,7 +132,7 @@ TEST(TextTable, RefusesADamagedGzipStream) {
   EXPECT_TRUE(failure_of(packed.substr(0, packed.size() / 2)).find(" after line ") != std::string::npos);
   std::string corrupt = packed;
   corrupt[packed.size() - 6] = static_cast<char>(corrupt[packed.size() - 6] ^ 1);  // its check sum
-  EXPECT_EQ(failure_of(corrupt), "t: the gzip stream is corrupt (incorrect data check) after line 401");
+  EXPECT_EQ(failure_of(corrupt), "t: the gzip stream is corrupt (incorrect data check)");
   corrupt = packed;
   corrupt[2] = 7;  // an unknown method
   EXPECT_EQ(failure_of(corrupt), "t: the gzip stream is corrupt (unknown compression method)");
@@ -161,9 +161,7 @@ TEST(TextTable, RefusesAnEmptyTable) {
   EXPECT_EQ(failure_of("\n"), expected);
   EXPECT_EQ(failure_of(" \n0 1\n"), expected);
   EXPECT_EQ(failure_of(gzip("")), expected);
-  EXPECT_EQ(failure_of("\x1f"),
-            "t: line 1: no class column \"Class\" among 1 columns, the last is \"\\x1f\"; "
-            "--class names the class column");
+  EXPECT_EQ(failure_of("\x1f"), "t: line 1, column 1: the SNP name \"\\x1f\" holds a control character");
   const std::string no_sample = "t: no sample, expected at least one line after the header";
   EXPECT_EQ(failure_of("a\tClass"), no_sample);
   EXPECT_EQ(failure_of("a\tClass\n"), no_sample);
@@ -185,14 +183,14 @@ TEST(TextTable, RefusesUnfitNames) {
   const std::string longest(254, 'n');
   EXPECT_EQ(read_table(longest + "\tClass\n0\t1\n").data.names, std::vector<std::string>{longest});
   EXPECT_EQ(failure_of("a\t" + longest + "n\tClass\n0\t0\t1\n"),
-            "t: line 1, column 2: \"" + std::string(40, 'n') +
-                "...\" is too long for a SNP name: 255 bytes, expected at most 254");
-  EXPECT_EQ(failure_of("a,,Class\n0,0,1\n"), "t: line 1, column 2: \"\" is no SNP name: it is empty");
+            "t: line 1, column 2: the SNP name \"" + std::string(40, 'n') +
+                "...\" has 255 bytes, expected at most 254");
+  EXPECT_EQ(failure_of("a,,Class\n0,0,1\n"), "t: line 1, column 2: an empty SNP name");
   EXPECT_EQ(failure_of(std::string("a\tb\0c\tClass\n0\t0\t1\n", 18)),
-            "t: line 1, column 2: \"b\\x00c\" is no SNP name: it holds a control character");
+            "t: line 1, column 2: the SNP name \"b\\x00c\" holds a control character");
   // Lines that end with CR alone are one line.
   EXPECT_EQ(failure_of("a\tb\rClass\r0\t0\t1\r", "b"),
-            "t: line 1, column 2: \"b\\x0dClass\\x0d0\" is no SNP name: it holds a control character");
+            "t: line 1, column 2: the SNP name \"b\\x0dClass\\x0d0\" holds a control character");
 }
 
 TEST(TextTable, WarnsOfRepeatedNames) {
