@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpu/cpu_backend.h"
 
+#include <cstdlib>
+#include <cstring>
 #include <optional>
 
 #include "cpu/bit_planes.h"
@@ -32,6 +34,8 @@ struct SearchData {
 };
 
 namespace {
+
+constexpr const char* kInstructionSet = "scalar";
 
 class CpuDevice : public Device {
  public:
@@ -101,13 +105,21 @@ class CpuDevice : public Device {
 
 }  // namespace
 
+Status CpuBackend::ready() const {
+  const char* forced = std::getenv("TAVO_SIMD");
+  if (forced == nullptr || std::strcmp(forced, kInstructionSet) == 0) {
+    return {};
+  }
+  return Status::failure(std::string("TAVO_SIMD is `") + forced + "`, expected " + kInstructionSet);
+}
+
 int CpuBackend::device_count() const {
   return usable_cores();
 }
 
 DeviceProperties CpuBackend::properties(int) const {
   // x86-64 has 16 general registers; a core's own second-level cache is what its threads share.
-  return {"scalar", 16, second_level_cache()};
+  return {kInstructionSet, 16, second_level_cache()};
 }
 
 std::unique_ptr<Device> CpuBackend::open(int) {

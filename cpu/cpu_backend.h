@@ -13,6 +13,9 @@ struct SearchData;
 class CpuBackend : public Backend {
  public:
   std::string name() const override { return "CPU"; }
+  // The environment variable TAVO_SIMD, which forces an instruction set for tests, must name one that is
+  // here.
+  Status ready() const override;
   int device_count() const override;
   DeviceProperties properties(int ordinal) const override;
   std::unique_ptr<Device> open(int ordinal) override;

@@ -42,6 +42,9 @@ class Backend {
   // "CPU", "CUDA".
   virtual std::string name() const = 0;
 
+  // Fails when the backend was asked, through the environment, for something that it does not have.
+  virtual Status ready() const { return {}; }
+
   // Devices of this machine that the process may use; 0 when the backend cannot run here. A run may ask for
   // more workers than that.
   virtual int device_count() const = 0;

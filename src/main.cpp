@@ -14,11 +14,16 @@
 
 namespace {
 
-// Chooses the backend and the number of workers; null when there is no device.
+// Chooses the backend and the number of workers; null when none can be used; the reason has been
+// printed.
 Backend* query_device(const RunArguments& arguments) {
   Backend* backend = choose_backend(arguments.device);
   if (backend == nullptr) {
     std::puts("There is no available device for running CUDA architecture!");
+    return nullptr;
+  }
+  if (const Status ready = backend->ready(); !ready.ok()) {
+    notice("%s", ready.message().c_str());
     return nullptr;
   }
   g_cntDevCuda = gpu != -1 ? gpu : backend->device_count();

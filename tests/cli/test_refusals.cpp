@@ -226,13 +226,6 @@ TEST(Refusals, ValuesOfTheProgressOption) {
   }
 }
 
-TEST(Refusals, ValuesOfThePrecisionOption) {
-  const CliFolder folder;
-  for (const char* value : {"half", "", "64"}) {
-    expect_refused(folder, mdr_words() + Words{"--precision", value}, {"--precision", "single", "double"});
-  }
-}
-
 TEST(Refusals, ValuesOfTheModeOption) {
   const CliFolder folder;
   for (const char* value : {"one", "", "1x", "1.5", "-1", "4"}) {
@@ -251,11 +244,6 @@ TEST(Refusals, TheOtherOptionsStandAtOddPositionsToo) {
   const std::string misplaced = "Option --seed does not lies on appropriate position!\n";
   expect_refused(CliFolder(), Words{"\r", "--seed", "3"}, {misplaced});
   expect_refused(CliFolder(), mdr_words() + Words{"--out", "--seed", "3"}, {misplaced});
-}
-
-TEST(Refusals, OptionsOfTidyResultsAndCheckpointsAndPrecisionDoNotCountEither) {
-  const Words others{"--precision", "single", "--tidy", "tidy.tsv", "--checkpoint", "run.state"};
-  expect_reaches_the_data(CliFolder(), mdr_words() + repeated({"--cv", "10"}, 8) + others + absent_data());
 }
 
 bool has_a_gpu() {

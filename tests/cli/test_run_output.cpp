@@ -343,13 +343,6 @@ TEST(Usage, HelpNamesEveryOption) {
   }
 }
 
-TEST(Usage, HelpNamesTheOptionsOfTidyResultsAndCheckpointsAndPrecision) {
-  const RunResult run = CliFolder().run({"--help"});
-  for (const char* name : {"--precision", "--tidy", "--checkpoint"}) {
-    EXPECT_TRUE(contains(run.out, name)) << name;
-  }
-}
-
 TEST(Usage, VersionNamesWhatWasBuilt) {
   const CliFolder folder;
   const RunResult run = folder.run({"--version"});

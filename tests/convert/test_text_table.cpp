@@ -265,7 +265,7 @@ TEST(TextTable, RandomDamageIsReadOrRefused) {
   const std::string plain = table_text(sample_data(20, 20), {.line_end = "\r\n"});
   const std::string packed = gzip(plain);
   int refused = 0;
-  for (int i = 0; i < 2000; ++i) {
+  for (int i = 0; i < 600; ++i) {
     std::string bytes = i % 2 == 0 ? plain : packed;
     for (int k = 0; k < 3; ++k) {
       bytes[random() % bytes.size()] = static_cast<char>(random());
@@ -274,7 +274,7 @@ TEST(TextTable, RandomDamageIsReadOrRefused) {
     refused += table.failure.empty() ? 0 : 1;
     EXPECT_TRUE(table.failure.empty() || table.failure.starts_with("t: ")) << table.failure;
   }
-  EXPECT_GT(refused, 1000);
+  EXPECT_GT(refused, 300);
 }
 
 }  // namespace
