@@ -17,7 +17,9 @@ if(TAVO_WERROR)
 endif()
 if(TAVO_SANITIZE)
   target_compile_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE} -fno-sanitize-recover=all
-                                              -fno-omit-frame-pointer)
+                                              -fno-omit-frame-pointer
+                                              # g++ 12 warns of its own <regex> in instrumented code.
+                                              -Wno-maybe-uninitialized)
   target_link_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE})
 endif()
 

@@ -11,28 +11,36 @@
 namespace {
 int loops_done = 0;
 
+// Times one loop and prints the line that ends it.
+class LoopClock {
+ public:
+  explicit LoopClock(double extra_milliseconds) : extra_(extra_milliseconds) {
+    cutCreateTimer(&timer_);
+    cutStartTimer(timer_);
+  }
+  ~LoopClock() { cutDeleteTimer(timer_); }
+  LoopClock(const LoopClock&) = delete;
+  LoopClock& operator=(const LoopClock&) = delete;
+
+  // The milliseconds of the loop.
+  double finish() {
+    cutStopTimer(timer_);
+    const double milliseconds = extra_ + static_cast<double>(cutGetTimerValue(timer_));
+    std::printf("[%8d loop] - %.3lf ms\n", loops_done++, milliseconds);
+    return milliseconds;
+  }
+
+ private:
+  unsigned timer_ = 0;
+  double extra_;
+};
+
 std::array<double, kRecordSize> widened(const float* record) {
   std::array<double, kRecordSize> wide{};
   std::copy_n(record, kRecordSize, wide.begin());
   return wide;
 }
 }  // namespace
-
-LoopClock::LoopClock(double extra_milliseconds) : extra_(extra_milliseconds) {
-  cutCreateTimer(&timer_);
-  cutStartTimer(timer_);
-}
-
-LoopClock::~LoopClock() {
-  cutDeleteTimer(timer_);
-}
-
-double LoopClock::finish() {
-  cutStopTimer(timer_);
-  const double milliseconds = extra_ + static_cast<double>(cutGetTimerValue(timer_));
-  std::printf("[%8d loop] - %.3lf ms\n", loops_done++, milliseconds);
-  return milliseconds;
-}
 
 std::vector<uint64_t> pass_shares(uint64_t remaining, uint64_t launch_size, int workers) {
   const auto n = static_cast<uint64_t>(workers);

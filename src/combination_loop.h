@@ -9,23 +9,6 @@
 #include "device/worker_pool.h"
 #include "src/top_list.h"
 
-// Prints the line that ends a loop; loops are counted over the life of the process. extra_milliseconds is
-// time spent on the loop's behalf before it began.
-class LoopClock {
- public:
-  explicit LoopClock(double extra_milliseconds = 0.0);
-  ~LoopClock();
-  LoopClock(const LoopClock&) = delete;
-  LoopClock& operator=(const LoopClock&) = delete;
-
-  // Stops, prints "[%8d loop] - %.3lf ms" and returns the milliseconds.
-  double finish();
-
- private:
-  unsigned timer_ = 0;
-  double extra_;
-};
-
 // What the records of a loop are wanted for: one of the two, or both.
 struct LoopOutput {
   TopList* top = nullptr;                  // keep-top: combinations are merged into the list

@@ -215,7 +215,7 @@ class CrossValidation {
       LoopOutput output;
       output.top = &top;
       Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output,
-                                             search_share, &milliseconds);
+                                       search_share, &milliseconds);
       if (!status.ok()) {
         return status;
       }

@@ -43,7 +43,7 @@ int run(int argc, char** argv) {
   if (const std::optional<int> status = scan_arguments(argc, argv, &arguments)) {
     return *status;
   }
-  if (const std::optional<int> status = check_arguments(&arguments)) {
+  if (const std::optional<int> status = check_arguments(arguments)) {
     return *status;
   }
   Backend* backend = query_device(arguments);

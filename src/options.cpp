@@ -114,7 +114,7 @@ std::optional<int> scan_arguments(int argc, char** argv, RunArguments* arguments
   return std::nullopt;
 }
 
-std::optional<int> check_arguments(RunArguments* arguments) {
+std::optional<int> check_arguments(const RunArguments& arguments) {
   std::puts(g_transpose != 0 ? "Transposed mode activated" : "Transposed mode deactivated");
   if (g_regression == kNoRegression) {
     const char* refusal = selection == -1            ? "You have to select a measure for snp selection!"
@@ -136,5 +136,5 @@ std::optional<int> check_arguments(RunArguments* arguments) {
       return 1;
     }
   }
-  return check_ranges(*arguments);
+  return check_ranges(arguments);
 }

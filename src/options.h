@@ -30,4 +30,4 @@ std::optional<int> answer_question(int argc, char** argv);
 std::optional<int> scan_arguments(int argc, char** argv, RunArguments* arguments);
 
 // The rules that need no device, in their order; reads the covariate file of a regression.
-std::optional<int> check_arguments(RunArguments* arguments);
+std::optional<int> check_arguments(const RunArguments& arguments);
