@@ -19,3 +19,8 @@ constexpr int64_t packed_words(int64_t count) {
 inline unsigned packed_genotype(const uint32_t* row_words, size_t column) {
   return (row_words[column / kGenotypesPerWord] >> (2 * (column % kGenotypesPerWord))) & 3u;
 }
+
+// Sets genotype `column` of the row that starts at `row_words`, where it still is 0.
+inline void put_packed_genotype(uint32_t* row_words, size_t column, unsigned code) {
+  row_words[column / kGenotypesPerWord] |= code << (2 * (column % kGenotypesPerWord));
+}

@@ -25,8 +25,8 @@ std::vector<uint32_t> sample_rows(const MdrReader& reader, int words_per_row) {
   std::vector<uint32_t> words(width * static_cast<size_t>(reader.GetLineCount()), 0);
   for (int s = 0; s < reader.GetLineCount(); ++s) {
     for (int j = 0; j < reader.GetColCount(); ++j) {
-      words[static_cast<size_t>(s) * width + static_cast<size_t>(j / kGenotypesPerWord)] |=
-          static_cast<uint32_t>(reader.GetSNPdata(s, j)) << (2 * (j % kGenotypesPerWord));
+      put_packed_genotype(words.data() + static_cast<size_t>(s) * width, static_cast<size_t>(j),
+                          static_cast<unsigned>(reader.GetSNPdata(s, j)));
     }
   }
   return words;

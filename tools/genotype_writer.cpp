@@ -18,11 +18,6 @@ constexpr size_t kLongestName = 254;
 constexpr size_t kMostItems = std::numeric_limits<int32_t>::max();
 constexpr int64_t kRowOffset = 4;
 
-// Sets genotype `column` of a row of words where it still is 0.
-void put_genotype(uint32_t* row_words, size_t column, uint8_t code) {
-  row_words[column / kGenotypesPerWord] |= static_cast<uint32_t>(code) << (2 * (column % kGenotypesPerWord));
-}
-
 class NormalWriter : public GenotypeWriter {
  protected:
   // The class as a whole word, then the packed genotypes.
@@ -30,7 +25,7 @@ class NormalWriter : public GenotypeWriter {
     record_.assign(1 + static_cast<size_t>(packed_words(static_cast<int64_t>(n_snps_))), 0);
     record_[0] = class_value;
     for (size_t j = 0; j < n_snps_; ++j) {
-      put_genotype(record_.data() + 1, j, genotypes[j]);
+      put_packed_genotype(record_.data() + 1, j, genotypes[j]);
     }
     return file_.write(record_.data(), record_.size() * sizeof(uint32_t));
   }
@@ -49,7 +44,7 @@ class TransposedWriter : public GenotypeWriter {
       blocks_.emplace_back(n_snps_);
     }
     for (size_t j = 0; j < n_snps_; ++j) {
-      put_genotype(&blocks_.back()[j], lane, genotypes[j]);
+      put_packed_genotype(&blocks_.back()[j], lane, genotypes[j]);
     }
     classes_.push_back(class_value);
     return {};

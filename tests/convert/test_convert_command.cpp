@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <random>
+#include <sstream>
 
 #include "tests/convert/table_text.h"
 #include "tests/support/genotype_file.h"
@@ -227,6 +228,51 @@ TEST(ConvertCommand, HelpAndVersion) {
   const RunResult version = folder.run({"--version"});
   EXPECT_EQ(version.status, 0);
   EXPECT_TRUE(version.out.starts_with("tavo-convert ")) << version.out;
+}
+
+// The code blocks below a heading of a document, in their order, up to the next heading.
+std::vector<std::string> code_blocks(const std::filesystem::path& document, const std::string& heading) {
+  std::vector<std::string> blocks;
+  bool below = false;
+  bool inside = false;
+  for (const std::string& line : split_lines(read_file(document))) {
+    if (line.starts_with("```")) {
+      inside = !inside;
+      if (inside && below) {
+        blocks.emplace_back();
+      }
+    } else if (!inside && line.starts_with("#")) {
+      below = line == heading;
+    } else if (inside && below) {
+      blocks.back() += line + "\n";
+    }
+  }
+  return blocks;
+}
+
+// The bytes of lines that hold an offset and two digits for each byte.
+std::string bytes_of_dump(const std::string& dump) {
+  std::string bytes;
+  for (const std::string& line : split_lines(dump)) {
+    std::istringstream words(line);
+    std::string word;
+    words >> word;
+    while (words >> word) {
+      bytes.push_back(static_cast<char>(std::stoi(word, nullptr, 16)));
+    }
+  }
+  return bytes;
+}
+
+TEST(ConvertCommand, TheWorkedExampleOfTheDocumentHolds) {
+  const ConvertFolder folder;
+  const Words blocks = code_blocks(source_root() / "docs/formats.md", "### Worked example");
+  ASSERT_EQ(blocks.size(), 3u);
+  write_file(folder / "t", blocks[0]);
+  EXPECT_EQ(folder.run({"--in", "t", "--out", "n"}).status, 0);
+  EXPECT_EQ(folder.run({"--in", "t", "--out", "s", "--transpose", "1"}).status, 0);
+  EXPECT_EQ(read_file(folder / "n"), bytes_of_dump(blocks[1]));
+  EXPECT_EQ(read_file(folder / "s"), bytes_of_dump(blocks[2]));
 }
 
 TEST(ConvertTable, AStopLeavesNothingBehind) {

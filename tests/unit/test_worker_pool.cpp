@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "device/worker.h"
+#include "device/worker_state.h"
 #include "src/combination_loop.h"
 #include "src/cv_search.h"
 #include "tests/support/fake_backend.h"
@@ -192,6 +193,55 @@ TEST_F(Workers, AFailingRangeEndsTheSearch) {
   Progress progress("off");
   std::vector<std::vector<RankedValue>> lists;
   EXPECT_FALSE(search_folds(*pool_, ScoringRules{}, {}, folds, 1000000, 4, progress, &lists).ok());
+}
+
+TEST_F(Workers, ACodeThatIsNoCommandIsIgnoredAndNotCountedDown) {
+  start(1);
+  for (const uint32_t code : {0u, 8u, 1000u}) {
+    const WorkerCommand none{code};
+    {
+      const WorkerLock lock;
+      getCnt = 1;
+      g_pThrData[0] = &none;
+      pthread_cond_broadcast(&g_command_posted);
+    }
+    const auto taken = [] {
+      const WorkerLock lock;
+      return g_pThrData[0] == nullptr;
+    };
+    while (!taken()) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    const WorkerLock lock;
+    EXPECT_EQ(getCnt, 1);
+    getCnt = 0;
+  }
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  EXPECT_TRUE(loop(1, 1, output).ok());
+}
+
+TEST_F(Workers, TerminatingDuringALoopIsAccepted) {
+  start(2);
+  WorkerSetupCommand setup;
+  const FoldView fold;
+  setup.folds = {&fold, 1};
+  ASSERT_TRUE(pool_->broadcast(setup).ok());
+  pool_.reset();
+  EXPECT_EQ(script_.released, 0);
+  EXPECT_EQ(g_isCopied, 0);
+}
+
+TEST_F(Workers, OneWorkerCountsFromOneToZero) {
+  start(1);
+  std::vector<double> records;
+  LoopOutput output;
+  output.records = &records;
+  ASSERT_TRUE(loop(5, 2, output).ok());
+  const WorkerLock lock;
+  EXPECT_EQ(getCnt, 0);
 }
 
 TEST(PassShares, AFullPassGivesEveryWorkerTheLaunchSize) {
