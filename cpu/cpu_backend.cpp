@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpu/cpu_backend.h"
 
-#include <cstdlib>
-#include <cstring>
 #include <optional>
 
 #include "cpu/bit_planes.h"
@@ -12,15 +10,19 @@
 #include "cpu/segments.h"
 
 struct SearchData {
-  SearchData(const Problem& problem, const WorkerSetupCommand& setup) : segments(problem, setup.folds) {
+  SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set)
+      : segments(problem, setup.folds) {
     if (problem.scores != nullptr) {
       scores.emplace(problem, setup, segments);
+    } else if (set == InstructionSet::kAvx512 && lane_search_fits(setup.rules, segments)) {
+      lane_planes.emplace(problem, segments);
     } else if (setup.rules.order <= kMaxPlaneOrder) {
       planes.emplace(problem, segments);
     }
   }
 
   Segments segments;
+  std::optional<LanePlanes> lane_planes;
   std::optional<BitPlanes> planes;
   std::optional<ScoreData> scores;
 
@@ -28,14 +30,15 @@ struct SearchData {
     if (scores) {
       return make_score_search(problem, setup, *scores);
     }
+    if (lane_planes) {
+      return make_lane_search(problem, setup, segments, *lane_planes, lane_kernels_avx512());
+    }
     return planes ? make_plane_search(problem, setup, segments, *planes)
                   : make_cell_search(problem, setup, segments);
   }
 };
 
 namespace {
-
-constexpr const char* kInstructionSet = "scalar";
 
 class CpuDevice : public Device {
  public:
@@ -105,12 +108,10 @@ class CpuDevice : public Device {
 
 }  // namespace
 
+CpuBackend::CpuBackend() : ready_(choose_instruction_set(&instruction_set_)) {}
+
 Status CpuBackend::ready() const {
-  const char* forced = std::getenv("TAVO_SIMD");
-  if (forced == nullptr || std::strcmp(forced, kInstructionSet) == 0) {
-    return {};
-  }
-  return Status::failure(std::string("TAVO_SIMD is `") + forced + "`, expected " + kInstructionSet);
+  return ready_;
 }
 
 int CpuBackend::device_count() const {
@@ -119,7 +120,7 @@ int CpuBackend::device_count() const {
 
 DeviceProperties CpuBackend::properties(int) const {
   // x86-64 has 16 general registers; a core's own second-level cache is what its threads share.
-  return {kInstructionSet, 16, second_level_cache()};
+  return {name_of(instruction_set_), instruction_sets_here(), 16, second_level_cache()};
 }
 
 std::unique_ptr<Device> CpuBackend::open(int) {
@@ -131,7 +132,7 @@ std::shared_ptr<const SearchData> CpuBackend::search_data(const Problem& problem
   const std::lock_guard lock(lock_);
   std::shared_ptr<const SearchData> data = search_data_.lock();
   if (data == nullptr) {
-    data = std::make_shared<const SearchData>(problem, setup);
+    data = std::make_shared<const SearchData>(problem, setup, instruction_set_);
     search_data_ = data;
   }
   return data;

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 
+#include "cpu/simd.h"
 #include "device/backend.h"
 
 struct SearchData;
@@ -13,6 +14,8 @@ struct SearchData;
 class CpuBackend : public Backend {
  public:
   std::string name() const override { return "CPU"; }
+  CpuBackend();
+
   // The environment variable TAVO_SIMD, which forces an instruction set for tests, must name one that is
   // here.
   Status ready() const override;
@@ -24,7 +27,11 @@ class CpuBackend : public Backend {
   // until the last worker has released it.
   std::shared_ptr<const SearchData> search_data(const Problem& problem, const WorkerSetupCommand& setup);
 
+  InstructionSet instruction_set() const { return instruction_set_; }
+
  private:
+  InstructionSet instruction_set_ = InstructionSet::kScalar;
+  Status ready_;
   std::mutex lock_;
   std::weak_ptr<const SearchData> search_data_;
 };

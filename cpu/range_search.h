@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "cpu/bit_planes.h"
+#include "cpu/lane_planes.h"
 #include "cpu/segments.h"
 #include "device/candidate_list.h"
 #include "device/commands.h"
@@ -27,6 +28,14 @@ inline constexpr int kMaxPlaneOrder = 6;
 // of combinations that differ in the last only. setup.rules.order <= kMaxPlaneOrder.
 std::unique_ptr<RangeSearch> make_plane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                                const Segments& segments, const BitPlanes& planes);
+
+// Lanes: the last SNP's planes interleaved, a combination per vector lane; where the ranking measure allows,
+// an upper bound turns most combinations away before their exact value is computed. For what
+// lane_search_fits.
+bool lane_search_fits(const ScoringRules& rules, const Segments& segments);
+std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
+                                              const Segments& segments, const LanePlanes& planes,
+                                              const LaneKernels& kernels);
 
 // Sample by sample: the occupied cells of a combination by sorting the samples' cell numbers.
 std::unique_ptr<RangeSearch> make_cell_search(const Problem& problem, const WorkerSetupCommand& setup,

@@ -11,7 +11,7 @@
 namespace {
 
 // Folds whose sums are added side by side.
-constexpr size_t kLanes = 8;
+constexpr size_t kFoldLanes = 8;
 
 // Tables up to this many cells are held whole; beyond, the samples are sorted by cell.
 constexpr int64_t kDenseCells = 729;
@@ -77,8 +77,8 @@ class ScoreSearch : public RangeSearch {
     ++counts_[cell * data_.n_segments + data_.segment_of[i]];
     float* sums = sums_.data() + (2 * cell + data_.segment_of[i] % 2) * data_.width;
     const float* scores = data_.scores.data() + i * data_.width;
-    for (size_t lane = 0; lane < data_.width; lane += kLanes) {
-      for (size_t f = 0; f < kLanes; ++f) {
+    for (size_t lane = 0; lane < data_.width; lane += kFoldLanes) {
+      for (size_t f = 0; f < kFoldLanes; ++f) {
         sums[lane + f] += scores[lane + f];
       }
     }
@@ -157,7 +157,7 @@ class ScoreSearch : public RangeSearch {
 ScoreData::ScoreData(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments)
     : n_samples(setup.samples.size()),
       n_segments(static_cast<size_t>(segments.count())),
-      width((setup.folds.size() + kLanes - 1) / kLanes * kLanes) {
+      width((setup.folds.size() + kFoldLanes - 1) / kFoldLanes * kFoldLanes) {
   std::vector<size_t> segment_by_sample(static_cast<size_t>(problem.n_samples), 0);
   for (size_t segment = 0; segment < n_segments; ++segment) {
     for (const int sample : segments.samples[segment]) {

@@ -15,6 +15,7 @@
 
 struct DeviceProperties {
   std::string description;  // for the line that says what runs, such as "avx512"
+  std::string choices;      // all that could run here, best first, such as "avx512 scalar"
   int registers_per_block = 0;
   size_t shared_memory_per_block = 0;  // bytes
 };

@@ -29,7 +29,7 @@ void print_version() {
   std::fputs("backends:", stdout);
   for (const Backend* backend : backends()) {
     std::printf(" %s (%s)", backend->name().c_str(),
-                backend->device_count() > 0 ? backend->properties(0).description.c_str() : "no device");
+                backend->device_count() > 0 ? backend->properties(0).choices.c_str() : "no device");
   }
   std::puts("");
 }

@@ -12,6 +12,7 @@
 
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
+#include "cpu/simd.h"
 #include "lib/comb_rank.h"
 #include "src/folds.h"
 #include "tests/support/genotype_file.h"
@@ -53,7 +54,7 @@ struct Scene {
   }
 };
 
-enum class Path { kPlanes, kCells, kScores };
+enum class Path { kPlanes, kCells, kScores, kLanes };
 
 void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
@@ -70,8 +71,14 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
   if (path == Path::kScores) {
     scores.emplace(scene.problem, setup, segments);
   }
+  std::optional<LanePlanes> lane_planes;
+  if (path == Path::kLanes) {
+    lane_planes.emplace(scene.problem, segments);
+  }
   const std::unique_ptr<RangeSearch> search =
-      path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
+      path == Path::kScores ? make_score_search(scene.problem, setup, *scores)
+      : path == Path::kLanes
+          ? make_lane_search(scene.problem, setup, segments, *lane_planes, lane_kernels_avx512())
       : path == Path::kPlanes ? make_plane_search(scene.problem, setup, segments, planes)
                               : make_cell_search(scene.problem, setup, segments);
   std::vector<CandidateList> lists(folds.size(), CandidateList(total));
@@ -123,6 +130,10 @@ TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
           if (order <= kMaxPlaneOrder) {
             compare(scene, rules, first_fold, Path::kPlanes);
           }
+          if (has(InstructionSet::kAvx512) &&
+              lane_search_fits(rules, Segments(scene.problem, scene.folds.views(0)))) {
+            compare(scene, rules, first_fold, Path::kLanes);
+          }
           // Sample by sample needs tables that hold every cell.
           if (rules.counted_cells() == rules.cells()) {
             compare(scene, rules, first_fold, Path::kCells);
@@ -139,6 +150,70 @@ TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
 
 INSTANTIATE_TEST_SUITE_P(Orders, SearchPaths, testing::Values(1, 2, 3, 4, 5, 6, 7, 9),
                          testing::PrintToStringParamName());
+
+// A bound turns most combinations away unseen. Short lists make it bite: what is left must be the list of a
+// search without it.
+TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
+  if (!has(InstructionSet::kAvx512)) {
+    GTEST_SKIP() << "this processor has no AVX-512 with VPOPCNTDQ";
+  }
+  std::mt19937 random(4711);
+  int compared = 0;
+  for (int round = 0; round < 20; ++round) {
+    const int order = 1 + round % 3;
+    const int n_samples = std::vector<int>{3, 20, 64, 130, 300, 517}[random() % 6];
+    const int n_folds = 1 + static_cast<int>(random() % 11);
+    Scene scene(random, n_samples,
+                order == 1   ? 90
+                : order == 2 ? 50
+                             : 22,
+                round % 2 == 0 ? 0.0 : 0.05, n_folds, round % 5 == 4);
+    if (round % 4 == 3) {
+      // Unequal classes.
+      for (uint8_t& value : scene.data.classes) {
+        value = static_cast<uint8_t>(value == 1 && random() % 3 != 0 ? 0 : value);
+      }
+      const SampleList list = make_sample_list(scene.data.classes, {});
+      scene.folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, n_folds), n_folds);
+    }
+    const std::vector<FoldView> folds = scene.folds.views(0);
+    const Segments segments(scene.problem, folds);
+    const BitPlanes planes(scene.problem, segments);
+    const LanePlanes lane_planes(scene.problem, segments);
+    const uint64_t total = comb_count(scene.problem.n_snps, order).value();
+    for (const int missing : {1, 3, 4}) {
+      for (int tie = 0; tie <= 2; ++tie) {
+        for (int measure = 0; measure <= 9; ++measure) {
+          WorkerSetupCommand setup;
+          setup.kind = LoopKind::kSearch;
+          setup.rules = {order, missing, tie, measure};
+          setup.folds = folds;
+          ASSERT_TRUE(lane_search_fits(setup.rules, segments));
+          const size_t list_size = 1 + random() % 6;
+          std::vector<CandidateList> plain(folds.size(), CandidateList(list_size));
+          std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
+          make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
+          const std::unique_ptr<RangeSearch> lanes =
+              make_lane_search(scene.problem, setup, segments, lane_planes, lane_kernels_avx512());
+          const uint64_t middle = random() % total;
+          lanes->run(0, middle, bounded);
+          lanes->run(middle, total - middle, bounded);
+          for (size_t f = 0; f < folds.size(); ++f) {
+            const std::vector<RankedValue> expected = plain[f].sorted();
+            const std::vector<RankedValue> found = bounded[f].sorted();
+            ASSERT_EQ(found.size(), expected.size());
+            for (size_t i = 0; i < found.size(); ++i) {
+              ASSERT_EQ(found[i].rank, expected[i].rank) << "measure " << measure << ", fold " << f;
+              ASSERT_EQ(bits_of_float(found[i].value), bits_of_float(expected[i].value));
+            }
+          }
+          ++compared;
+        }
+      }
+    }
+  }
+  RecordProperty("searches", compared);
+}
 
 class ScoreSearchPath : public testing::TestWithParam<int> {};
 

@@ -8,6 +8,7 @@
 #include <iostream>
 #include <random>
 
+#include "cpu/simd.h"
 #include "lib/float_math.h"
 #include "tests/reference/naive_run.h"
 #include "tests/support/genotype_file.h"
@@ -45,11 +46,21 @@ class Draw {
   std::mt19937 random_;
 };
 
-GenotypeData draw_data(Draw& draw) {
+GenotypeData draw_data(Draw& draw, int n_snps) {
   // Few samples give many ties; sizes around a word of a bit plane are where padding shows.
   const int n_samples = draw.one_in(3) ? draw.from(1, 12) : draw.of<int>({30, 63, 64, 65, 100, 129, 200});
-  GenotypeData data = tavo_test::random_data(draw.random(), n_samples, draw.from(1, 12),
+  GenotypeData data = tavo_test::random_data(draw.random(), n_samples, n_snps,
                                              draw.one_in(2) ? 0.0 : draw.of<double>({0.02, 0.1, 0.4}));
+  if (draw.one_in(4)) {
+    // SNPs that repeat others or never vary: systematic ties.
+    for (int j = 0; j < n_snps; ++j) {
+      const int source = draw.from(-2, j);
+      for (int s = 0; s < n_samples && source < j; ++s) {
+        uint8_t& genotype = data.genotypes[static_cast<size_t>(s * n_snps + j)];
+        genotype = source < 0 ? static_cast<uint8_t>(-source) : data.at(s, source);
+      }
+    }
+  }
   if (draw.one_in(6)) {
     // One class is rare or absent.
     const int rare = draw.from(0, 1);
@@ -104,7 +115,7 @@ struct Case {
 
 // An option that is given, or left out so that its default applies.
 Case draw_case(Draw& draw, int mode, bool with_scores, const std::filesystem::path& folder) {
-  Case drawn{draw_data(draw), {}, {}};
+  Case drawn;
   naive::Run& run = drawn.run;
   Words& words = drawn.words;
   const auto give = [&words](const std::string& option, const std::string& value) {
@@ -118,12 +129,17 @@ Case draw_case(Draw& draw, int mode, bool with_scores, const std::filesystem::pa
   give("out", run.output);
   if (!draw.one_in(8)) {
     run.min_order = draw.from(1, mode >= 2 ? 3 : 4);
-    run.max_order = draw.one_in(3) ? std::min(4, run.min_order + 1) : run.min_order;
+    // Now and then a range that is empty, and more SNPs than fit a packed word where that stays quick.
+    run.max_order = draw.one_in(20)  ? run.min_order - 1
+                    : draw.one_in(3) ? std::min(4, run.min_order + 1)
+                                     : run.min_order;
+    run.max_order = std::max(run.max_order, 1);
     run.order_text = run.min_order == run.max_order && draw.one_in(2)
                          ? std::to_string(run.min_order)
                          : std::to_string(run.min_order) + "-" + std::to_string(run.max_order);
     give("order", run.order_text);
   }
+  drawn.data = draw_data(draw, run.max_order <= 2 && draw.one_in(3) ? draw.from(13, 40) : draw.from(1, 12));
   if (!draw.one_in(8)) {
     run.folds = draw.from(1, 12);
     give("cv", std::to_string(run.folds));
@@ -156,8 +172,8 @@ Case draw_case(Draw& draw, int mode, bool with_scores, const std::filesystem::pa
   if (draw.one_in(3)) {
     run.shuffling = true;
     run.seed = static_cast<unsigned>(draw.from(0, 1000000));
-    run.shuffling_text = "1";
-    give("shuffling", "1");
+    run.shuffling_text = draw.of<std::string>({"1", "5", "-2"});
+    give("shuffling", *run.shuffling_text);
     give("seed", std::to_string(run.seed));
   }
   run.workers = draw.from(1, 7);
@@ -200,15 +216,28 @@ Words comparable(const std::string& path) {
   return lines;
 }
 
-void compare(const Case& drawn, const std::filesystem::path& folder) {
+// The instruction sets of this processor.
+std::vector<std::string> instruction_sets() {
+  std::vector<std::string> names;
+  for (const InstructionSet set : {InstructionSet::kScalar, InstructionSet::kAvx512}) {
+    if (has(set)) {
+      names.emplace_back(name_of(set));
+    }
+  }
+  return names;
+}
+
+void compare(const Case& drawn, const std::filesystem::path& folder, const std::string& instruction_set) {
   tavo_test::write_file(drawn.run.input, tavo_test::normal_file(drawn.data));
   std::string command = "tavo";
   for (const std::string& word : drawn.words) {
     command += " " + word;
   }
   SCOPED_TRACE(command);
-  const tavo_test::RunResult result = tavo_test::run_program(tavo_test::tavo_program(), drawn.words, folder);
+  const tavo_test::RunResult result = tavo_test::run_program(tavo_test::tavo_program(), drawn.words, folder,
+                                                             {{"TAVO_SIMD", instruction_set}});
   ASSERT_EQ(result.status, 0) << result.out << result.err;
+  ASSERT_NE(result.err.find(", " + instruction_set + "\n"), std::string::npos) << result.err;
   const Words expected = naive::report(drawn.data, drawn.run, tavo_logf);
   const Words actual = comparable(drawn.run.output);
   for (size_t i = 0; i < std::min(expected.size(), actual.size()); ++i) {
@@ -227,7 +256,9 @@ class WholeRuns : public testing::TestWithParam<int> {
     Draw draw(seed);
     for (int i = 0; i < kRunsPerChunk; ++i) {
       const tavo_test::TempDir folder;
-      compare(draw_case(draw, mode, with_scores, folder.path()), folder.path());
+      const std::vector<std::string> sets = instruction_sets();
+      compare(draw_case(draw, mode, with_scores, folder.path()), folder.path(),
+              sets[static_cast<size_t>(i) % sets.size()]);
       if (HasFatalFailure()) {
         return;
       }
@@ -261,7 +292,7 @@ TEST_P(WholeRunsOfOtherKinds, ScoreBasedAboveThreshold) {
 
 INSTANTIATE_TEST_SUITE_P(Chunks, WholeRunsOfOtherKinds, testing::Range(0, 4));
 
-// The result file is the same for any number of workers, threads and blocks.
+// The result file is the same for any number of workers, threads and blocks, and for every instruction set.
 class AnyNumberOfWorkers : public testing::TestWithParam<bool> {};
 
 TEST_P(AnyNumberOfWorkers, GivesTheSameResultFile) {
@@ -276,7 +307,8 @@ TEST_P(AnyNumberOfWorkers, GivesTheSameResultFile) {
   tavo_test::write_file(folder / "scores.txt", scores);
   Words first;
   for (const int workers : {1, 2, 3, 7}) {
-    for (const int threads : {1, 5, 64}) {
+    for (const std::string& instruction_set : instruction_sets()) {
+      const int threads = 1 + 13 * workers;
       Words words = {"--in",      "in.tavo",
                      "--out",     "out.csv",
                      "--measure", "ba",
@@ -287,8 +319,8 @@ TEST_P(AnyNumberOfWorkers, GivesTheSameResultFile) {
       if (GetParam()) {
         words.insert(words.end(), {"--score", "scores.txt"});
       }
-      const tavo_test::RunResult result =
-          tavo_test::run_program(tavo_test::tavo_program(), words, folder.path());
+      const tavo_test::RunResult result = tavo_test::run_program(
+          tavo_test::tavo_program(), words, folder.path(), {{"TAVO_SIMD", instruction_set}});
       ASSERT_EQ(result.status, 0) << result.err;
       Words lines = comparable((folder / "out.csv").string());
       std::erase_if(lines, [](const std::string& line) {
@@ -297,7 +329,37 @@ TEST_P(AnyNumberOfWorkers, GivesTheSameResultFile) {
       if (first.empty()) {
         first = lines;
       }
-      ASSERT_EQ(lines, first) << workers << " workers";
+      ASSERT_EQ(lines, first) << workers << " workers, " << instruction_set;
+    }
+  }
+}
+
+// 32-bit products of counts wrap around with this many samples.
+TEST(LargeRuns, ProductsOfCountsWrapAround) {
+  Draw draw(base_seed());
+  const tavo_test::TempDir folder;
+  Case drawn;
+  drawn.data = tavo_test::random_data(draw.random(), 120000, 3, 0.01);
+  drawn.run.input = (folder / "in.tavo").string();
+  drawn.run.output = (folder / "out.csv").string();
+  drawn.run.folds = 2;
+  drawn.run.top = 3;
+  drawn.run.top_text = "3";
+  for (const int measure : {4, 5, 6, 7}) {
+    drawn.run.measure = measure;
+    drawn.run.measure_text = kMeasures[measure];
+    drawn.words = {"--in",      drawn.run.input,
+                   "--out",     drawn.run.output,
+                   "--measure", drawn.run.measure_text,
+                   "--cv",      "2",
+                   "--top",     "3",
+                   "--gpu",     "1",
+                   "--thread",  "1",
+                   "--block",   "1",
+                   "--device",  "cpu"};
+    for (const std::string& instruction_set : instruction_sets()) {
+      compare(drawn, folder.path(), instruction_set);
+      ASSERT_FALSE(HasFatalFailure());
     }
   }
 }

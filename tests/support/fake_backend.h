@@ -103,7 +103,7 @@ class FakeBackend : public Backend {
   explicit FakeBackend(FakeScript& script) : script_(script) {}
   std::string name() const override { return "fake"; }
   int device_count() const override { return 1; }
-  DeviceProperties properties(int) const override { return {"fake", 1, 1}; }
+  DeviceProperties properties(int) const override { return {"fake", "fake", 1, 1}; }
   std::unique_ptr<Device> open(int ordinal) override {
     return std::make_unique<FakeDevice>(script_, ordinal);
   }

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The inner loops of the lane search, one set of functions per instruction set. Plain pointers only: the
+// files behind them are compiled for wider processors than the rest.
+//
+// Lanes are combinations: one prefix (all SNPs but the last) with kLanes last SNPs. Counts are pairs: the
+// controls of a segment pair in the lower, its cases in the upper 16 bits of a word, so classes may have
+// kMaxClassSize samples.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+constexpr size_t kLanes = 16;
+constexpr int32_t kMaxClassSize = 32767;
+
+struct LaneCountInput {
+  const uint64_t* prefix;        // [prefix_cells][words] planes of the prefix's genotype patterns
+  const uint32_t* prefix_pairs;  // [prefix_cells][n_pairs] their counts
+  size_t prefix_cells;
+  size_t words;
+  const uint64_t* block;  // [words][3][kLanes] planes of the last SNPs
+  const int* first_word;  // [2 * n_pairs + 1] segments: controls and cases of each pair
+  size_t n_pairs;
+  bool complete;  // no last SNP has a missing genotype: genotype 0 is what the others leave
+};
+
+// counts: [3 * prefix_cells][n_pairs][kLanes], the last SNP's genotype the highest digit of the cell.
+using LaneCount = void (*)(const LaneCountInput& input, uint32_t* counts);
+
+// What a combination must at least have to pass one fold's floor, conservatively. With P cases, Q controls
+// and N samples in training, and D = sum over the cells of max(weight of cases * cases - weight of controls *
+// controls, 0):
+//   D + q * Q >= pq * P * Q + nn * N * N + n * N.
+struct LaneLimit {
+  float q;
+  float pq;
+  float nn;
+  float n;
+  int32_t cases;  // P and Q where no genotype is missing
+  int32_t controls;
+  float samples;  // N where it is not P + Q
+};
+
+struct LaneBoundInput {
+  const uint32_t* counts;
+  size_t n_cells;
+  size_t n_pairs;
+  const LaneLimit* limits;  // [n_folds]; pair f holds the testing samples of fold f
+  size_t n_folds;
+  bool complete;       // no genotype of any lane is missing: P and Q are those of the limits
+  bool own_samples;    // N is P + Q
+  bool plain_weights;  // both weights 1; otherwise Q for cases and P for controls
+  uint32_t* totals;    // scratch [n_cells][kLanes]
+};
+
+// The lanes that may pass the floor of at least one fold, a bit each.
+using LaneBound = uint32_t (*)(const LaneBoundInput& input);
+
+struct LaneKernels {
+  LaneCount count;
+  LaneBound bound;
+};
+
+const LaneKernels& lane_kernels_avx512();

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The lane search for processors with AVX-512 F, BW, VL, DQ and VPOPCNTDQ. Only static functions, and no
+// library templates: this file is compiled for those processors alone.
+#include <immintrin.h>
+
+#include "cpu/lane_kernels.h"
+
+namespace {
+
+// Adds up the set bits of plane & prefix over a segment's words, for 16 lanes in two registers.
+struct Sums {
+  __m512i low;
+  __m512i high;
+};
+
+inline Sums count_segment(const uint64_t* prefix, const uint64_t* block, size_t genotype, size_t first,
+                          size_t last) {
+  Sums sums = {_mm512_setzero_si512(), _mm512_setzero_si512()};
+  for (size_t w = first; w < last; ++w) {
+    const __m512i mask = _mm512_set1_epi64(static_cast<long long>(prefix[w]));
+    const uint64_t* plane = block + (w * 3 + genotype) * kLanes;
+    sums.low =
+        _mm512_add_epi64(sums.low, _mm512_popcnt_epi64(_mm512_and_si512(mask, _mm512_loadu_si512(plane))));
+    sums.high = _mm512_add_epi64(sums.high,
+                                 _mm512_popcnt_epi64(_mm512_and_si512(mask, _mm512_loadu_si512(plane + 8))));
+  }
+  return sums;
+}
+
+// Controls in the lower, cases in the upper 16 bits of 16 words.
+inline __m512i paired(const Sums& controls, const Sums& cases) {
+  const __m512i low = _mm512_or_si512(controls.low, _mm512_slli_epi64(cases.low, 16));
+  const __m512i high = _mm512_or_si512(controls.high, _mm512_slli_epi64(cases.high, 16));
+  return _mm512_inserti64x4(_mm512_castsi256_si512(_mm512_cvtepi64_epi32(low)), _mm512_cvtepi64_epi32(high),
+                            1);
+}
+
+void count(const LaneCountInput& in, uint32_t* counts) {
+  const size_t genotype_stride = in.prefix_cells * in.n_pairs * kLanes;
+  for (size_t cell = 0; cell < in.prefix_cells; ++cell) {
+    const uint64_t* prefix = in.prefix + cell * in.words;
+    for (size_t pair = 0; pair < in.n_pairs; ++pair) {
+      const auto first = static_cast<size_t>(in.first_word[2 * pair]);
+      const auto middle = static_cast<size_t>(in.first_word[2 * pair + 1]);
+      const auto last = static_cast<size_t>(in.first_word[2 * pair + 2]);
+      uint32_t* out = counts + (cell * in.n_pairs + pair) * kLanes;
+      const __m512i one = paired(count_segment(prefix, in.block, 1, first, middle),
+                                 count_segment(prefix, in.block, 1, middle, last));
+      const __m512i two = paired(count_segment(prefix, in.block, 2, first, middle),
+                                 count_segment(prefix, in.block, 2, middle, last));
+      __m512i zero;
+      if (in.complete) {
+        // Neither half can borrow from the other.
+        const __m512i all = _mm512_set1_epi32(static_cast<int>(in.prefix_pairs[cell * in.n_pairs + pair]));
+        zero = _mm512_sub_epi32(_mm512_sub_epi32(all, one), two);
+      } else {
+        zero = paired(count_segment(prefix, in.block, 0, first, middle),
+                      count_segment(prefix, in.block, 0, middle, last));
+      }
+      _mm512_storeu_si512(out, zero);
+      _mm512_storeu_si512(out + genotype_stride, one);
+      _mm512_storeu_si512(out + 2 * genotype_stride, two);
+    }
+  }
+}
+
+uint32_t bound(const LaneBoundInput& in) {
+  for (size_t cell = 0; cell < in.n_cells; ++cell) {
+    __m512i total = _mm512_setzero_si512();
+    for (size_t pair = 0; pair < in.n_pairs; ++pair) {
+      total = _mm512_add_epi32(total, _mm512_loadu_si512(in.counts + (cell * in.n_pairs + pair) * kLanes));
+    }
+    _mm512_storeu_si512(in.totals + cell * kLanes, total);
+  }
+  __mmask16 pass = 0;
+  for (size_t f = 0; f < in.n_folds; ++f) {
+    const LaneLimit& limit = in.limits[f];
+    __m512i pairs_sum;  // the class totals of every lane
+    if (in.complete) {
+      pairs_sum = _mm512_set1_epi32(limit.controls | (limit.cases << 16));
+    } else {
+      pairs_sum = _mm512_setzero_si512();
+      for (size_t cell = 0; cell < in.n_cells; ++cell) {
+        pairs_sum = _mm512_add_epi32(
+            pairs_sum, _mm512_sub_epi32(_mm512_loadu_si512(in.totals + cell * kLanes),
+                                        _mm512_loadu_si512(in.counts + (cell * in.n_pairs + f) * kLanes)));
+      }
+    }
+    // Controls weigh -P and cases Q: the halves swapped, the lower one negated.
+    const __m512i swapped =
+        in.plain_weights ? _mm512_set1_epi32(0x00010001) : _mm512_rol_epi32(pairs_sum, 16);
+    const __m512i weights = _mm512_mask_sub_epi16(swapped, 0x55555555u, _mm512_setzero_si512(), swapped);
+    __m512i d = _mm512_setzero_si512();
+    for (size_t cell = 0; cell < in.n_cells; ++cell) {
+      const __m512i training =
+          _mm512_sub_epi32(_mm512_loadu_si512(in.totals + cell * kLanes),
+                           _mm512_loadu_si512(in.counts + (cell * in.n_pairs + f) * kLanes));
+      d = _mm512_add_epi32(d, _mm512_max_epi32(_mm512_madd_epi16(training, weights), _mm512_setzero_si512()));
+    }
+    const __m512 controls = _mm512_cvtepi32_ps(_mm512_and_si512(pairs_sum, _mm512_set1_epi32(0xffff)));
+    const __m512 cases = _mm512_cvtepi32_ps(_mm512_srli_epi32(pairs_sum, 16));
+    const __m512 samples = in.own_samples ? _mm512_add_ps(controls, cases) : _mm512_set1_ps(limit.samples);
+    const __m512 have =
+        _mm512_add_ps(_mm512_cvtepi32_ps(d), _mm512_mul_ps(_mm512_set1_ps(limit.q), controls));
+    const __m512 by_product = _mm512_mul_ps(_mm512_set1_ps(limit.pq), _mm512_mul_ps(controls, cases));
+    const __m512 by_square = _mm512_mul_ps(_mm512_set1_ps(limit.nn), _mm512_mul_ps(samples, samples));
+    const __m512 by_samples = _mm512_mul_ps(_mm512_set1_ps(limit.n), samples);
+    const __m512 need = _mm512_add_ps(by_product, _mm512_add_ps(by_square, by_samples));
+    pass = static_cast<__mmask16>(pass | _mm512_cmp_ps_mask(have, need, _CMP_GE_OQ));
+  }
+  return pass;
+}
+
+}  // namespace
+
+const LaneKernels& lane_kernels_avx512() {
+  static constexpr LaneKernels kKernels = {count, bound};
+  return kKernels;
+}

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Bit planes with the SNPs interleaved, kLanes at a time, for searches whose vector lanes hold different last
+// SNPs.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "cpu/lane_kernels.h"
+#include "cpu/segments.h"
+
+class LanePlanes {
+ public:
+  LanePlanes(const Problem& problem, const Segments& segments);
+
+  size_t words() const { return words_; }
+
+  // [words][3][kLanes] of SNPs b * kLanes .. b * kLanes + kLanes - 1; lanes beyond the last SNP are clear.
+  const uint64_t* block(size_t b) const { return bits_.data() + b * words_ * 3 * kLanes; }
+
+  uint64_t word(int snp, size_t genotype, size_t w) const {
+    const auto s = static_cast<size_t>(snp);
+    return block(s / kLanes)[(w * 3 + genotype) * kLanes + s % kLanes];
+  }
+
+  // Whether a listed sample's genotype is missing at this SNP, at any SNP of this block.
+  bool snp_missing(int snp) const { return snp_missing_[static_cast<size_t>(snp)] != 0; }
+  bool block_missing(size_t b) const { return block_missing_[b] != 0; }
+
+ private:
+  size_t words_;
+  std::vector<uint64_t> bits_;
+  std::vector<uint8_t> snp_missing_;
+  std::vector<uint8_t> block_missing_;
+};

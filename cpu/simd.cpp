@@ -1,0 +1,44 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cpu/simd.h"
+
+#include <cstdlib>
+
+namespace {
+// Best first.
+constexpr InstructionSet kAll[] = {InstructionSet::kAvx512, InstructionSet::kScalar};
+}  // namespace
+
+const char* name_of(InstructionSet set) {
+  return set == InstructionSet::kAvx512 ? "avx512" : "scalar";
+}
+
+bool has(InstructionSet set) {
+  if (set == InstructionSet::kScalar) {
+    return true;
+  }
+  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
+         __builtin_cpu_supports("avx512vpopcntdq");
+}
+
+std::string instruction_sets_here() {
+  std::string names;
+  for (const InstructionSet set : kAll) {
+    if (has(set)) {
+      names += (names.empty() ? "" : " ") + std::string(name_of(set));
+    }
+  }
+  return names;
+}
+
+Status choose_instruction_set(InstructionSet* set) {
+  const char* forced = std::getenv("TAVO_SIMD");
+  for (const InstructionSet candidate : kAll) {
+    if (has(candidate) && (forced == nullptr || std::string(forced) == name_of(candidate))) {
+      *set = candidate;
+      return {};
+    }
+  }
+  return Status::failure("TAVO_SIMD is `" + std::string(forced) +
+                         "`, expected one of: " + instruction_sets_here());
+}
