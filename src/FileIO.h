@@ -4,11 +4,11 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "util/output_file.h"
 #include "util/status.h"
 
 // Loads a genotype file (docs/formats.md) and owns the packed matrix, the classes or phenotypes and the SNP
@@ -76,16 +76,11 @@ class MdrReader {
 // Writes lines of text to one file. Every write is checked; the first failure is kept for Close.
 class MdrWriter {
  public:
-  MdrWriter() = default;
-  ~MdrWriter();
-  MdrWriter(const MdrWriter&) = delete;
-  MdrWriter& operator=(const MdrWriter&) = delete;
-
   // Creates or truncates the file. True when it could be opened.
   bool Save(const char* path);
 
-  // As Save, but the text goes to a temporary file beside the target, which takes the target's place in Close
-  // when all of it was written. Something that is no regular file (a pipe, a terminal) is written directly.
+  // As Save, but the file changes only in Close, when all of the text was written. Something that is no
+  // regular file (a pipe, a terminal) is written directly.
   bool SaveWhenComplete(const char* path);
 
   // Writes the text and a line feed.
@@ -95,10 +90,6 @@ class MdrWriter {
   Status Close();
 
  private:
-  void fail(const char* what);
-
-  std::FILE* stream_ = nullptr;
-  std::string path_;       // where the text is to be in the end
-  std::string temporary_;  // where it is written to, empty when that is path_
+  OutputFile file_;
   Status status_;
 };

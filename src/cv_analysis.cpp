@@ -62,22 +62,19 @@ void give_notices(const MdrReader& reader, const RunSettings& settings, const Sa
 }
 
 // The file that keeps a fold's top list after the run, in the working directory.
-void write_list_file(int fold, const std::vector<KeptCombination>& list) {
+Status write_list_file(int fold, const std::vector<KeptCombination>& list) {
   char path[64];
   std::snprintf(path, sizeof(path), "[%08d]tmp_cv_%d.txt", std::rand() % 100000000, fold);
   MdrWriter writer;
   if (!writer.Save(path)) {
-    notice("cannot write the list file %s", path);
-    return;
+    return Status::failure(std::string("cannot create ") + path);
   }
   int rank = 0;
   for (const KeptCombination& kept : list) {
     writer.WriteLine(std::to_string(++rank) + "," + kept.key +
                      fold_values_text(kept.record, kMode1FoldMeasures));
   }
-  if (Status status = writer.Close(); !status.ok()) {
-    notice("%s", status.message().c_str());
-  }
+  return writer.Close();
 }
 
 class CrossValidation {
@@ -160,7 +157,12 @@ class CrossValidation {
       kept.push_back({comb_key(entry.comb.data(), static_cast<int>(entry.comb.size())), entry.comb,
                       std::vector<double>(entry.record.begin(), entry.record.end())});
     }
-    write_list_file(static_cast<int>(fold), kept);
+    // The lists are a by-product: without them the run goes on, and one notice will do.
+    const Status written = write_list_file(static_cast<int>(fold), kept);
+    if (!written.ok() && !list_files_missing_) {
+      notice("the list files in the working directory are incomplete: %s", written.message().c_str());
+      list_files_missing_ = true;
+    }
   }
 
   // Evaluates every combination for one fold, chunk by chunk, and keeps those above the threshold.
@@ -234,6 +236,7 @@ class CrossValidation {
   const std::span<const int> samples_;
   const std::vector<FoldView> folds_;
   Progress progress_;
+  bool list_files_missing_ = false;
 };
 
 }  // namespace

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <cstdio>
+#include <filesystem>
 
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
@@ -13,6 +14,11 @@ namespace {
 
 // The status of a process whose device failed: exit(-1) as the system reports it.
 constexpr int kDeviceFailure = 255;
+
+bool same_file(const std::string& a, const std::string& b) {
+  std::error_code unknown;
+  return std::filesystem::equivalent(a, b, unknown);
+}
 
 // Combinations kept per group when all above a threshold are wanted.
 constexpr int kThresholdSlots = 10000;
@@ -88,6 +94,12 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (szScore[0] != '\0') {
     if (const std::optional<int> status = apply_scores(settings, &reader)) {
       return *status;
+    }
+  }
+  for (const std::string& source : {settings.input, std::string(szScore)}) {
+    if (same_file(settings.output, source)) {
+      notice("--out names the input file %s, which the result would replace", source.c_str());
+      return 1;
     }
   }
   {

@@ -17,7 +17,7 @@
 #include <string_view>
 #include <vector>
 
-#include "tools/output_file.h"
+#include "util/output_file.h"
 #include "util/status.h"
 
 enum class Layout {

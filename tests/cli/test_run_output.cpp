@@ -353,5 +353,17 @@ TEST(Usage, VersionNamesWhatWasBuilt) {
   EXPECT_TRUE(contains(run.out, "scalar")) << run.out;
 }
 
+TEST(InputFiles, AResultFileThatIsAnInputFileIsRefused) {
+  const CliFolder folder;
+  const std::string before = read_file(folder.path("g.dat"));
+  std::filesystem::create_symlink(folder.path("g.dat"), folder.path("link"));
+  for (const char* out : {"g.dat", "./g.dat", "link"}) {
+    const RunResult run = folder.run_mdr({"--out", out});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_EQ(notices_with(run, {"--out", "g.dat"}), 1) << run.err;
+    EXPECT_EQ(read_file(folder.path("g.dat")), before);
+  }
+}
+
 }  // namespace
 }  // namespace tavo_test

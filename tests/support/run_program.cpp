@@ -111,6 +111,9 @@ fs::path tavo_program() {
 fs::path convert_program() {
   return TAVO_CONVERT_PROGRAM;
 }
+fs::path score_program() {
+  return TAVO_SCORE_PROGRAM;
+}
 fs::path source_root() {
   return TAVO_SOURCE_ROOT;
 }

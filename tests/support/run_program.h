@@ -26,6 +26,7 @@ RunResult run_program(const std::filesystem::path& program, const std::vector<st
 // The built programs.
 std::filesystem::path tavo_program();
 std::filesystem::path convert_program();
+std::filesystem::path score_program();
 
 // The top folder of the checkout, for test data and examples.
 std::filesystem::path source_root();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/output_file.h"
+#include "util/output_file.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -30,7 +30,7 @@ Status OutputFile::failure(const char* what) const {
   return Status::failure(std::string("cannot ") + what + " " + path_ + ": " + std::strerror(errno));
 }
 
-Status OutputFile::open(const std::string& path) {
+Status OutputFile::open(const std::string& path, Otherwise otherwise) {
   path_ = path;
   target_ = path;
   if (char* real = realpath(path.c_str(), nullptr)) {
@@ -38,9 +38,24 @@ Status OutputFile::open(const std::string& path) {
     std::free(real);
   }
   struct stat info {};
-  if (stat(target_.c_str(), &info) == 0 && !S_ISREG(info.st_mode)) {
+  const bool replaceable = stat(target_.c_str(), &info) != 0 || S_ISREG(info.st_mode);
+  if (!replaceable && otherwise == Otherwise::kRefuse) {
     return Status::failure("cannot write " + path + ": not a regular file");
   }
+  Status status = replaceable ? open_temporary() : Status::failure("");
+  if (!status.ok() && otherwise == Otherwise::kWriteDirectly) {
+    return open_directly(path);
+  }
+  return status;
+}
+
+Status OutputFile::open_directly(const std::string& path) {
+  path_ = path;
+  stream_ = std::fopen(path.c_str(), "wb");
+  return stream_ != nullptr ? Status() : failure("create");
+}
+
+Status OutputFile::open_temporary() {
   // A name of its own: two runs with one target must not share it.
   int descriptor = -1;
   for (int i = 0; i < kMostNames && descriptor < 0; ++i) {
@@ -75,7 +90,8 @@ Status OutputFile::patch(int64_t offset, const void* bytes, size_t size) {
 }
 
 Status OutputFile::commit() {
-  if (std::fflush(stream_) != 0 || fsync(fileno(stream_)) != 0) {
+  // A pipe cannot be synced, and what is written directly has no older file to protect.
+  if (std::fflush(stream_) != 0 || (!temporary_.empty() && fsync(fileno(stream_)) != 0)) {
     return failure("write");
   }
   std::FILE* stream = stream_;
@@ -83,7 +99,7 @@ Status OutputFile::commit() {
   if (std::fclose(stream) != 0) {
     return failure("write");
   }
-  if (std::rename(temporary_.c_str(), target_.c_str()) != 0) {
+  if (!temporary_.empty() && std::rename(temporary_.c_str(), target_.c_str()) != 0) {
     return failure("rename the complete file to");
   }
   temporary_.clear();

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A binary file that appears under its name only when it is complete. Until then its bytes stand in a
-// temporary file beside it, which goes away with the object.
+// A file that appears under its name only when it is complete. Until then its bytes stand in a temporary file
+// beside it, which goes away with the object.
 #pragma once
 
 #include <cstdint>
@@ -17,9 +17,17 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // Begins the file. Fails when the path is something other than a regular file, such as a folder or a pipe.
-  // Called once.
-  Status open(const std::string& path);
+  // What cannot be replaced by a complete file: something that is no regular file (a pipe, a terminal), or a
+  // file in a folder that takes no new ones.
+  enum class Otherwise { kRefuse, kWriteDirectly };
+
+  // Begins the file. Called once.
+  Status open(const std::string& path, Otherwise otherwise = Otherwise::kRefuse);
+
+  // Begins the file under its own name at once, empty.
+  Status open_directly(const std::string& path);
+
+  bool is_open() const { return stream_ != nullptr; }
 
   // Appends bytes.
   Status write(const void* bytes, size_t size);
@@ -32,9 +40,10 @@ class OutputFile {
 
  private:
   Status failure(const char* what) const;
+  Status open_temporary();
 
   std::FILE* stream_ = nullptr;
   std::string path_;       // as given, for messages
   std::string target_;     // behind symbolic links
-  std::string temporary_;  // empty when there is none (any more)
+  std::string temporary_;  // empty when there is none: not any more, or the file is written directly
 };

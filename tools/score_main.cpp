@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// tavo-score: makes the score file of a score-based run: each sample's residual from a model of the
+// covariates alone.
+#include <strings.h>
+
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <optional>
+
+#include "tools/quoted.h"
+#include "tools/score_inputs.h"
+#include "util/output_file.h"
+
+namespace {
+
+constexpr int kRefused = 1;
+constexpr int kWrongUsage = 2;
+
+constexpr const char* kUsage =
+    "usage: tavo-score --in GENOTYPES --out SCORES [--OPTION VALUE ...]\n\n"
+    "Writes one score per sample for tavo --score: the residual of its phenotype from a model of the "
+    "covariates alone.\n\n"
+    "  --in FILE\n      genotype file\n"
+    "  --out FILE\n      score file to write\n"
+    "  --covariate FILE\n      covariates, tab-separated: a header, two identifiers and the values; without "
+    "it the model\n"
+    "      is the mean\n"
+    "  --phenotype logistic|linear\n      classes, 1 a case (default), or quantitative phenotypes\n"
+    "  --missing-covariate refuse|zero\n      samples that lack a covariate: end the program (default), or "
+    "score 0\n"
+    "  --transpose 0|1\n      the layout of the genotype file where its size fits both (default 0)\n"
+    "  --help, --version\n      alone on the command line\n";
+
+void complain(const std::string& message) {
+  std::fprintf(stderr, "tavo-score: %s\n", message.c_str());
+}
+
+struct Options {
+  std::optional<std::string> in;
+  std::optional<std::string> out;
+  std::optional<std::string> covariate;
+  std::optional<std::string> phenotype;
+  std::optional<std::string> missing_covariate;
+  std::optional<std::string> transpose;
+
+  std::optional<std::string>* find(const std::string& word) {
+    const auto is = [&word](const char* name) { return strcasecmp(word.c_str(), name) == 0; };
+    return is("--in")                  ? &in
+           : is("--out")               ? &out
+           : is("--covariate")         ? &covariate
+           : is("--phenotype")         ? &phenotype
+           : is("--missing-covariate") ? &missing_covariate
+           : is("--transpose")         ? &transpose
+                                       : nullptr;
+  }
+};
+
+// Whether a keyword was given as one of two; the first is the default.
+Status one_of(const char* option, const std::optional<std::string>& given, const char* first,
+              const char* second, bool* is_second) {
+  *is_second = given && strcasecmp(given->c_str(), second) == 0;
+  if (given && !*is_second && strcasecmp(given->c_str(), first) != 0) {
+    return Status::failure(std::string(option) + ": found " + quoted(*given) + ", expected " + first +
+                           " or " + second);
+  }
+  return {};
+}
+
+Status parse(const std::vector<std::string>& words, Options* options) {
+  for (size_t i = 0; i < words.size(); i += 2) {
+    std::optional<std::string>* value = options->find(words[i]);
+    if (value == nullptr) {
+      return Status::failure("unknown option " + quoted(words[i]));
+    }
+    if (value->has_value()) {
+      return Status::failure("option " + words[i] + " is given twice");
+    }
+    if (i + 1 == words.size() || words[i + 1].empty()) {
+      return Status::failure("option " + words[i] + " needs a value");
+    }
+    *value = words[i + 1];
+  }
+  if (!options->in || !options->out) {
+    return Status::failure("--in and --out are needed");
+  }
+  return {};
+}
+
+// The scores of all samples; those without covariates get 0.
+Status make_scores(const std::vector<double>& phenotypes, const CovariateTable& table, PhenotypeKind kind,
+                   std::vector<double>* scores) {
+  Covariates x;
+  x.n_covariates = table.covariates.n_covariates;
+  std::vector<double> y;
+  for (size_t i = 0; i < phenotypes.size(); ++i) {
+    if (table.missing[i] == 0) {
+      const auto row = table.covariates.values.begin() + static_cast<ptrdiff_t>(i * x.n_covariates);
+      x.values.insert(x.values.end(), row, row + static_cast<ptrdiff_t>(x.n_covariates));
+      y.push_back(phenotypes[i]);
+    }
+  }
+  x.n_samples = y.size();
+  if (y.size() <= x.n_covariates) {
+    return Status::failure(std::to_string(y.size()) + " samples with all covariates are too few for " +
+                           std::to_string(x.n_covariates + 1) + " coefficients");
+  }
+  std::vector<double> coefficients;
+  std::vector<double> residuals;
+  Status status = kind == PhenotypeKind::kLogistic ? logistic_residuals(x, y, &coefficients, &residuals)
+                                                   : linear_residuals(x, y, &coefficients, &residuals);
+  if (!status.ok()) {
+    return status;
+  }
+  scores->clear();
+  size_t next = 0;
+  for (const uint8_t missing : table.missing) {
+    scores->push_back(missing != 0 ? 0.0 : residuals[next++]);
+  }
+  return {};
+}
+
+Status write_scores(const std::string& path, const std::vector<double>& scores) {
+  OutputFile file;
+  Status status = file.open(path);
+  std::string text = "score\n";
+  for (const double score : scores) {
+    // Nine digits read back to the same float, which is what a run computes with.
+    char line[64];
+    std::snprintf(line, sizeof(line), "%.9g\n", static_cast<double>(static_cast<float>(score)));
+    text += line;
+  }
+  if (status.ok()) {
+    status = file.write(text.data(), text.size());
+  }
+  return status.ok() ? file.commit() : status;
+}
+
+Status run(const Options& options, bool linear, bool zero_for_missing, bool transposed) {
+  const PhenotypeKind kind = linear ? PhenotypeKind::kLinear : PhenotypeKind::kLogistic;
+  std::vector<double> phenotypes;
+  Status status =
+      read_phenotypes(*options.in, transposed ? Layout::kTransposed : Layout::kNormal, kind, &phenotypes);
+  if (!status.ok()) {
+    return status;
+  }
+  CovariateTable table;
+  table.covariates.n_samples = phenotypes.size();
+  table.missing.assign(phenotypes.size(), 0);
+  if (options.covariate) {
+    table = CovariateTable();
+    if (status = read_covariate_table(*options.covariate, phenotypes.size(), &table); !status.ok()) {
+      return status;
+    }
+  }
+  if (table.n_missing > 0) {
+    const std::string what = *options.covariate + ": " + std::to_string(table.n_missing) +
+                             " samples lack a covariate, the first in line " +
+                             std::to_string(table.first_missing_line);
+    if (!zero_for_missing) {
+      return Status::failure(what + "; --missing-covariate zero gives them score 0");
+    }
+    complain(what + "; they get score 0");
+  }
+  std::vector<double> scores;
+  if (status = make_scores(phenotypes, table, kind, &scores); !status.ok()) {
+    return Status::failure(options.covariate.value_or(*options.in) + ": " + status.message());
+  }
+  return write_scores(*options.out, scores);
+}
+
+int run_command(const std::vector<std::string>& words) {
+  if (words.size() == 1 && (words[0] == "--help" || words[0] == "--version")) {
+    std::fputs(words[0] == "--help" ? kUsage : "tavo-score " TAVO_VERSION "\n", stdout);
+    return std::fflush(stdout) == 0 ? 0 : kRefused;
+  }
+  Options options;
+  bool linear = false;
+  bool zero = false;
+  bool transposed = false;
+  Status usage = parse(words, &options);
+  if (usage.ok()) {
+    usage = one_of("--phenotype", options.phenotype, "logistic", "linear", &linear);
+  }
+  if (usage.ok()) {
+    usage = one_of("--missing-covariate", options.missing_covariate, "refuse", "zero", &zero);
+  }
+  if (usage.ok()) {
+    usage = one_of("--transpose", options.transpose, "0", "1", &transposed);
+  }
+  if (!usage.ok()) {
+    complain(usage.message() + " (tavo-score --help lists the options)");
+    return kWrongUsage;
+  }
+  if (const Status status = run(options, linear, zero, transposed); !status.ok()) {
+    complain(status.message());
+    return kRefused;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  try {
+    return run_command(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
+  } catch (const std::bad_alloc&) {
+    complain("out of memory");
+  } catch (const std::exception& error) {
+    complain(error.what());
+  }
+  return kRefused;
+}
