@@ -23,6 +23,9 @@ struct LaneCountInput {
   const int* first_word;  // [2 * n_pairs + 1] segments: controls and cases of each pair
   size_t n_pairs;
   bool complete;  // no last SNP has a missing genotype: genotype 0 is what the others leave
+  // Of pairs of complete SNPs, else null: [3][n_pairs][kLanes] the last SNPs' own counts, from which the
+  // third genotype of the first SNP is what the other two leave.
+  const uint32_t* marginals;
 };
 
 // counts: [3 * prefix_cells][n_pairs][kLanes], the last SNP's genotype the highest digit of the cell.

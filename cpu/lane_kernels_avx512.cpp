@@ -36,28 +36,48 @@ inline __m512i paired(const Sums& controls, const Sums& cases) {
                             1);
 }
 
+inline __m512i count_pair(const LaneCountInput& in, const uint64_t* prefix, size_t genotype, size_t pair) {
+  const auto first = static_cast<size_t>(in.first_word[2 * pair]);
+  const auto middle = static_cast<size_t>(in.first_word[2 * pair + 1]);
+  const auto last = static_cast<size_t>(in.first_word[2 * pair + 2]);
+  return paired(count_segment(prefix, in.block, genotype, first, middle),
+                count_segment(prefix, in.block, genotype, middle, last));
+}
+
+// What is left of a whole when two parts are taken away. Neither half of a pair can borrow from the other.
+inline __m512i remainder(__m512i whole, __m512i one, __m512i two) {
+  return _mm512_sub_epi32(_mm512_sub_epi32(whole, one), two);
+}
+
 void count(const LaneCountInput& in, uint32_t* counts) {
-  const size_t genotype_stride = in.prefix_cells * in.n_pairs * kLanes;
+  const size_t cell_stride = in.n_pairs * kLanes;
+  const size_t genotype_stride = in.prefix_cells * cell_stride;
+  const size_t counted_cells = in.marginals != nullptr ? in.prefix_cells - 1 : in.prefix_cells;
   for (size_t cell = 0; cell < in.prefix_cells; ++cell) {
     const uint64_t* prefix = in.prefix + cell * in.words;
     for (size_t pair = 0; pair < in.n_pairs; ++pair) {
-      const auto first = static_cast<size_t>(in.first_word[2 * pair]);
-      const auto middle = static_cast<size_t>(in.first_word[2 * pair + 1]);
-      const auto last = static_cast<size_t>(in.first_word[2 * pair + 2]);
-      uint32_t* out = counts + (cell * in.n_pairs + pair) * kLanes;
-      const __m512i one = paired(count_segment(prefix, in.block, 1, first, middle),
-                                 count_segment(prefix, in.block, 1, middle, last));
-      const __m512i two = paired(count_segment(prefix, in.block, 2, first, middle),
-                                 count_segment(prefix, in.block, 2, middle, last));
-      __m512i zero;
-      if (in.complete) {
-        // Neither half can borrow from the other.
-        const __m512i all = _mm512_set1_epi32(static_cast<int>(in.prefix_pairs[cell * in.n_pairs + pair]));
-        zero = _mm512_sub_epi32(_mm512_sub_epi32(all, one), two);
+      uint32_t* out = counts + cell * cell_stride + pair * kLanes;
+      __m512i one;
+      __m512i two;
+      if (cell < counted_cells) {
+        one = count_pair(in, prefix, 1, pair);
+        two = count_pair(in, prefix, 2, pair);
       } else {
-        zero = paired(count_segment(prefix, in.block, 0, first, middle),
-                      count_segment(prefix, in.block, 0, middle, last));
+        // The last cell of three: the two before it are counted.
+        const uint32_t* own = in.marginals + pair * kLanes;
+        const uint32_t* before = out - 2 * cell_stride;
+        const uint32_t* next = out - cell_stride;
+        one = remainder(_mm512_loadu_si512(own + cell_stride), _mm512_loadu_si512(before + genotype_stride),
+                        _mm512_loadu_si512(next + genotype_stride));
+        two = remainder(_mm512_loadu_si512(own + 2 * cell_stride),
+                        _mm512_loadu_si512(before + 2 * genotype_stride),
+                        _mm512_loadu_si512(next + 2 * genotype_stride));
       }
+      const __m512i zero =
+          in.complete
+              ? remainder(_mm512_set1_epi32(static_cast<int>(in.prefix_pairs[cell * in.n_pairs + pair])), one,
+                          two)
+              : count_pair(in, prefix, 0, pair);
       _mm512_storeu_si512(out, zero);
       _mm512_storeu_si512(out + genotype_stride, one);
       _mm512_storeu_si512(out + 2 * genotype_stride, two);

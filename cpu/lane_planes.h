@@ -24,13 +24,19 @@ class LanePlanes {
     return block(s / kLanes)[(w * 3 + genotype) * kLanes + s % kLanes];
   }
 
+  // [3][pairs of segments][kLanes] counts of the genotypes of the block's SNPs, controls in the lower and
+  // cases in the upper 16 bits. Of classes of at most kMaxClassSize samples.
+  const uint32_t* marginals(size_t b) const { return marginals_.data() + b * 3 * n_pairs_ * kLanes; }
+
   // Whether a listed sample's genotype is missing at this SNP, at any SNP of this block.
   bool snp_missing(int snp) const { return snp_missing_[static_cast<size_t>(snp)] != 0; }
   bool block_missing(size_t b) const { return block_missing_[b] != 0; }
 
  private:
   size_t words_;
+  size_t n_pairs_;
   std::vector<uint64_t> bits_;
+  std::vector<uint32_t> marginals_;
   std::vector<uint8_t> snp_missing_;
   std::vector<uint8_t> block_missing_;
 };

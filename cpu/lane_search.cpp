@@ -141,14 +141,16 @@ class LaneSearch : public RangeSearch {
 
   void search_block(size_t b, int first, int end, uint64_t rank_of_first, std::vector<CandidateList>& lists) {
     const bool complete_block = !planes_.block_missing(b);
+    const bool complete = complete_block && complete_prefix_;
     kernels_.count({prefix_.data(), prefix_pairs_.data(), prefix_cells_, planes_.words(), planes_.block(b),
-                    segments_.first_word.data(), n_pairs_, complete_block},
+                    segments_.first_word.data(), n_pairs_, complete_block,
+                    rules_.order == 2 && complete ? planes_.marginals(b) : nullptr},
                    counts_.data());
     uint32_t lanes = (1u << kLanes) - 1;
     if (bounded_) {
-      lanes = kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
-                              complete_block && complete_prefix_, rules_.own_thresholds(),
-                              rules_.measure == kAccuracy, totals_.data()});
+      lanes =
+          kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
+                          complete, rules_.own_thresholds(), rules_.measure == kAccuracy, totals_.data()});
     }
     for (; lanes != 0; lanes &= lanes - 1) {
       const auto lane = static_cast<size_t>(std::countr_zero(lanes));
