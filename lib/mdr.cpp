@@ -125,6 +125,10 @@ CountFunction count_function(int missing) {
   }
 }
 
+int tie_rule(int option) {
+  return option == 0 ? kTieHigh : option == 1 ? kTieLow : 0;
+}
+
 int table_base(int missing) {
   return missing == kMissingLevel ? 4 : 3;
 }

@@ -23,6 +23,9 @@ enum MissingMethod : int {
 // Internal codes of the tie rule: the option's value plus one. Any other value leaves tied cells unlabelled.
 enum TieRule : int { kTieHigh = 1, kTieLow = 2 };
 
+// The internal code of a value of the tie option: 0 and 1 have one, any other value leaves ties unlabelled.
+int tie_rule(int option);
+
 // One argument list for all three counting functions. *W: words per sample row of genotypes; weight[*k];
 // snpOffset[*k]: SNP indices; *B: base; sampleList[*nListed]: the samples counted, in this order; response:
 // class byte (0 or 1) by sample number; table[2 * B^k]: zeroed by the caller.

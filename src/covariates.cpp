@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <string_view>
@@ -92,7 +93,7 @@ bool read_values(const char* path, size_t i, const std::string& line, FirstOddVa
 
 bool read_covariates(const char* path) {
   std::ifstream file(path, std::ios::binary);
-  if (!file) {
+  if (!file || std::filesystem::is_directory(path)) {
     std::printf("Cannot open the covariate file %s!\n", path);
     return false;
   }

@@ -28,24 +28,22 @@ constexpr uint64_t kAllResultsChunk = 1 << 18;
 
 // What the user should know about the run before trusting its numbers.
 void give_notices(const MdrReader& reader, const RunSettings& settings, const SampleList& list) {
-  const auto odd = std::count_if(reader.classes().begin(), reader.classes().end(),
-                                 [](uint8_t value) { return value > 1; });
-  if (odd > 0) {
-    notice("%td samples have a class other than 0 and 1 and count as controls", odd);
-  }
+  give_class_notices(reader.classes(), list.n_cases, list.n_controls);
   if (settings.missing + 1 == kMissingComplete) {
     notice("%zu of %d samples have a missing genotype and are left out",
            static_cast<size_t>(reader.GetLineCount()) - list.samples.size(), reader.GetLineCount());
-  }
-  if (list.n_cases == 0 || list.n_controls == 0) {
-    notice("there are %d cases and %d controls; nothing can be learnt from one class alone", list.n_cases,
-           list.n_controls);
   }
   if (settings.mode == 0 && settings.measure > kChiSquare) {
     notice(
         "the null distribution holds balanced accuracy, accuracy and chi-square only: with another measure "
         "the "
         "threshold is 0");
+  }
+  if (settings.mode == 0 && reader.scores() != nullptr) {
+    notice("the null distribution is that of the classes which the scores stand for, not of the scores");
+  }
+  if (settings.folds > 1 && static_cast<size_t>(settings.folds) > list.samples.size()) {
+    notice("%d folds are more than the %zu samples: some test nobody", settings.folds, list.samples.size());
   }
   if (settings.folds == 1) {
     notice("with --cv 1 all samples test and none train: nothing can be learnt");
@@ -119,7 +117,8 @@ class CrossValidation {
       short_lists += lists[f].size() < list_size ? 1 : 0;
     }
     if (short_lists > 0) {
-      notice("order %d: the lists of %zu folds are not full; their last rows are empty", order, short_lists);
+      notice("order %d: %zu of %zu lists are not full; their last rows are empty", order, short_lists,
+             folds_.size());
     }
     return {};
   }
@@ -139,7 +138,7 @@ class CrossValidation {
 
  private:
   ScoringRules rules_of(int order) const {
-    return {order, settings_.missing + 1, settings_.tie + 1, settings_.measure};
+    return {order, settings_.missing + 1, tie_rule(settings_.tie), settings_.measure};
   }
 
   static uint64_t launch_size() {
@@ -274,7 +273,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
     if (by_threshold) {
-      ExhaustiveRules null_rules{order, settings.measure, settings.tie + 1, settings.missing + 1};
+      ExhaustiveRules null_rules{order, settings.measure, tie_rule(settings.tie), settings.missing + 1};
       result->null_measures =
           null_distribution(null_data, null_rules, settings.null_combinations, settings.null_permutations);
       result->threshold = null_threshold(result->null_measures, settings.null_level);

@@ -5,10 +5,12 @@
 #include <algorithm>
 
 #include "lib/comb.h"
+#include "lib/mdr.h"
 #include "lib/permutation.h"
 #include "lib/utils.h"
 #include "src/TFmMDR.h"
 #include "src/exhaustive.h"
+#include "src/folds.h"
 #include "src/notice.h"
 #include "src/p_values.h"
 
@@ -17,7 +19,7 @@ Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& sett
   const bool permutation = settings.mode == 2;
   ExhaustiveRules rules;
   rules.measure = settings.measure;
-  rules.tie = settings.tie + 1;
+  rules.tie = tie_rule(settings.tie);
   rules.missing = settings.missing + 1;
   if (rules.measure > kChiSquare) {
     notice(
@@ -26,6 +28,7 @@ Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& sett
         "one of them ranks nothing");
   }
   const ExhaustiveData data = make_exhaustive_data(reader, settings.case_value, rules.missing);
+  give_class_notices(reader.classes(), data.n_cases, data.n_controls);
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
     rules.order = order;

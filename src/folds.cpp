@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/folds.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <utility>
+
+#include "src/notice.h"
 
 std::vector<uint8_t> code_classes(const std::vector<uint8_t>& classes, int case_value) {
   std::vector<uint8_t> coded;
@@ -12,6 +15,16 @@ std::vector<uint8_t> code_classes(const std::vector<uint8_t>& classes, int case_
     coded.push_back(value == case_value ? 1 : 0);
   }
   return coded;
+}
+
+void give_class_notices(const std::vector<uint8_t>& classes, int n_cases, int n_controls) {
+  const auto odd = std::count_if(classes.begin(), classes.end(), [](uint8_t value) { return value > 1; });
+  if (odd > 0) {
+    notice("%td samples have a class other than 0 and 1 and count as controls", odd);
+  }
+  if (n_cases == 0 || n_controls == 0) {
+    notice("cases: %d, controls: %d; nothing can be learnt from one class alone", n_cases, n_controls);
+  }
 }
 
 SampleList make_sample_list(const std::vector<uint8_t>& coded, const std::vector<uint8_t>& left_out) {

@@ -24,6 +24,10 @@ struct SampleList {
 // 1 for a sample whose class equals case_value, else 0.
 std::vector<uint8_t> code_classes(const std::vector<uint8_t>& classes, int case_value);
 
+// What the user should know about the classes, on standard error: values other than 0 and 1, or one class
+// only.
+void give_class_notices(const std::vector<uint8_t>& classes, int n_cases, int n_controls);
+
 // marks: [samples], non-zero for a sample that is left out; empty leaves nobody out.
 SampleList make_sample_list(const std::vector<uint8_t>& coded, const std::vector<uint8_t>& left_out);
 

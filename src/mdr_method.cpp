@@ -102,8 +102,9 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
       return 1;
     }
   }
-  {
-    // Leaves an empty file: whoever asked for the result knows before the analysis that it can be written.
+  // Leaves an empty file: whoever asked for the result knows before the analysis that it can be written. A
+  // pipe is not tried: whoever reads it would take the trial for the whole.
+  if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
     MdrWriter proof;
     if (!proof.Save(settings.output.c_str())) {
       std::fputs("Cannot save the text file!!", stdout);

@@ -39,13 +39,13 @@ int lenient_integer(const char* name, const char* value) {
   char* end = nullptr;
   errno = 0;
   const long number = std::strtol(value, &end, 10);
-  const long kept = number > INT_MAX ? INT_MAX : number < INT_MIN ? INT_MIN : number;
+  const int kept = integer_of(value);
   if (end == value) {
     notice("--%s: `%s` is no integer and counts as 0", name, value);
   } else if (end[std::strspn(end, " \t\r\n")] != '\0' || errno == ERANGE || kept != number) {
-    notice("--%s: `%s` is read as %ld", name, value, kept);
+    notice("--%s: `%s` is read as %d", name, value, kept);
   }
-  return static_cast<int>(kept);
+  return kept;
 }
 
 template <int* variable>

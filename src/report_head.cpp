@@ -2,7 +2,6 @@
 #include "src/report_head.h"
 
 #include <cstdio>
-#include <cstdlib>
 
 #include "device/worker.h"
 #include "src/run_config.h"
@@ -13,8 +12,7 @@ namespace {
 
 // The value of an option as typed, read as a number, or otherwise when it was not given.
 std::string typed_number(int position, int otherwise) {
-  return std::to_string(position < 0 ? otherwise
-                                     : static_cast<int>(std::strtol(typed_value(position, ""), nullptr, 10)));
+  return std::to_string(position < 0 ? otherwise : integer_of(typed_value(position, "")));
 }
 
 }  // namespace

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/run_config.h"
 
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+
 char szInput[kPathSize] = "";
 char szOutput[kPathSize] = "";
 char szScore[kPathSize] = "";
@@ -32,6 +36,11 @@ int g_covLines = 0;
 char g_covLabel[kMaxCovariates][kCovariateLabelSize] = {};
 float* g_covValues = nullptr;
 unsigned char* g_covMissing = nullptr;
+
+int integer_of(const char* text) {
+  const long number = std::strtol(text, nullptr, 10);
+  return static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+}
 
 const char* typed_value(int position, const char* otherwise) {
   return position < 0 ? otherwise : g_argv[position];

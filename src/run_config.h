@@ -48,5 +48,9 @@ extern char g_covLabel[kMaxCovariates][kCovariateLabelSize];
 extern float* g_covValues;
 extern unsigned char* g_covMissing;
 
+// A value of the option table as a number: base 10, what follows a number is ignored, no number is 0, and
+// what does not fit is the nearest that does.
+int integer_of(const char* text);
+
 // The text of an option's value, or otherwise when its position is -1.
 const char* typed_value(int position, const char* otherwise);

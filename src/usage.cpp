@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <strings.h>
+
 #include <cstdio>
-#include <cstring>
 
 #include "device/backends.h"
 #include "src/option_table.h"
@@ -40,11 +41,11 @@ std::optional<int> answer_question(int argc, char** argv) {
   if (argc != 2) {
     return std::nullopt;
   }
-  if (std::strcmp(argv[1], "--help") == 0) {
+  if (strcasecmp(argv[1], "--help") == 0) {
     print_usage();
     return 0;
   }
-  if (std::strcmp(argv[1], "--version") == 0) {
+  if (strcasecmp(argv[1], "--version") == 0) {
     print_version();
     return 0;
   }

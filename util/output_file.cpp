@@ -15,6 +15,17 @@ constexpr size_t kBufferSize = 1 << 18;
 constexpr mode_t kNewFileMode = 0666;  // less the user's mask
 constexpr int kMostNames = 100;
 
+// The descriptor of standard output or standard error when it leads to this file, else -1.
+int standard_stream_of(const struct stat& file) {
+  for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
+    struct stat info {};
+    if (fstat(descriptor, &info) == 0 && info.st_dev == file.st_dev && info.st_ino == file.st_ino) {
+      return descriptor;
+    }
+  }
+  return -1;
+}
+
 }  // namespace
 
 OutputFile::~OutputFile() {
@@ -37,16 +48,31 @@ Status OutputFile::open(const std::string& path, Otherwise otherwise) {
     target_ = real;
     std::free(real);
   }
-  struct stat info {};
-  const bool replaceable = stat(target_.c_str(), &info) != 0 || S_ISREG(info.st_mode);
+  const bool replaceable = is_replaceable(path);
   if (!replaceable && otherwise == Otherwise::kRefuse) {
     return Status::failure("cannot write " + path + ": not a regular file");
   }
   Status status = replaceable ? open_temporary() : Status::failure("");
-  if (!status.ok() && otherwise == Otherwise::kWriteDirectly) {
+  if (status.ok() || otherwise == Otherwise::kRefuse) {
+    return status;
+  }
+  if (replaceable) {
     return open_directly(path);
   }
-  return status;
+  struct stat info {};
+  const int standard = stat(path.c_str(), &info) == 0 ? standard_stream_of(info) : -1;
+  if (standard < 0) {
+    return open_directly(path);
+  }
+  // Goes on where the standard stream stands, so that neither overwrites the other.
+  std::fflush(nullptr);
+  stream_ = fdopen(dup(standard), "wb");
+  return stream_ != nullptr ? Status() : failure("open");
+}
+
+bool OutputFile::is_replaceable(const std::string& path) {
+  struct stat info {};
+  return stat(path.c_str(), &info) != 0 || (S_ISREG(info.st_mode) && standard_stream_of(info) < 0);
 }
 
 Status OutputFile::open_directly(const std::string& path) {
@@ -68,6 +94,10 @@ Status OutputFile::open_temporary() {
   if (descriptor < 0) {
     temporary_.clear();
     return failure("create");
+  }
+  // A file that is replaced passes on its permissions.
+  if (struct stat before{}; stat(target_.c_str(), &before) == 0) {
+    fchmod(descriptor, before.st_mode & 07777);
   }
   stream_ = fdopen(descriptor, "wb");
   if (stream_ == nullptr) {

@@ -17,8 +17,8 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // What cannot be replaced by a complete file: something that is no regular file (a pipe, a terminal), or a
-  // file in a folder that takes no new ones.
+  // What cannot be replaced by a complete file: something that is no regular file (a pipe, a terminal), the
+  // file that standard output or standard error goes to, or a file in a folder that takes no new ones.
   enum class Otherwise { kRefuse, kWriteDirectly };
 
   // Begins the file. Called once.
@@ -26,6 +26,9 @@ class OutputFile {
 
   // Begins the file under its own name at once, empty.
   Status open_directly(const std::string& path);
+
+  // False when something stands under the path that a file must not take the place of.
+  static bool is_replaceable(const std::string& path);
 
   bool is_open() const { return stream_ != nullptr; }
 

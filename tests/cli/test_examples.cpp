@@ -3,6 +3,8 @@
 // The example data sets, from their original form to the report: the planted combination is its first line.
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include "tests/cli/cli_run.h"
 
 namespace tavo_test {
@@ -18,6 +20,10 @@ struct Example {
   // program.
   const char* balanced_accuracy;
 };
+
+void PrintTo(const Example& example, std::ostream* out) {
+  *out << example.name;
+}
 
 class Examples : public testing::TestWithParam<Example> {
  protected:

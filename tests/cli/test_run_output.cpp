@@ -2,7 +2,10 @@
 //
 // Whole runs: standard output line by line, standard error, and the list files left in the working folder.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
 #include <sched.h>
+#include <thread>
 
 #include <map>
 #include <regex>
@@ -363,6 +366,44 @@ TEST(InputFiles, AResultFileThatIsAnInputFileIsRefused) {
     EXPECT_EQ(notices_with(run, {"--out", "g.dat"}), 1) << run.err;
     EXPECT_EQ(read_file(folder.path("g.dat")), before);
   }
+}
+
+TEST(ResultFile, APipeGetsTheWholeReport) {
+  const CliFolder folder;
+  ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
+  std::string read;
+  std::thread reader([&] { read = read_file(folder.path("pipe")); });
+  const RunResult run = folder.run_mdr({"--out", "pipe"});
+  reader.join();
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(contains(read, "<<2-Order Best Combination Sets>>")) << read;
+}
+
+TEST(ResultFile, KeepsThePermissionsOfTheFileThatItReplaces) {
+  const CliFolder folder;
+  folder.write("r.csv", "");
+  std::filesystem::permissions(folder.path("r.csv"),
+                               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+  EXPECT_EQ(folder.run_mdr().status, 0);
+  EXPECT_EQ(std::filesystem::status(folder.path("r.csv")).permissions(),
+            std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
+}
+
+TEST(ResultFile, OnStandardOutputItFollowsWhatWasPrinted) {
+  const RunResult run = CliFolder().run_mdr({"--out", "/dev/stdout"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(begins_with(run.out, "Transposed mode deactivated\n")) << run.out;
+  EXPECT_TRUE(contains(run.out, "<<2-Order Best Combination Sets>>"));
+}
+
+TEST(OptionValues, NumbersThatDoNotFitAreTheSameInTheRunAndInTheReport) {
+  const CliFolder folder;
+  const RunResult run = folder.run_mdr({"--tie", "4294967298", "--top", "4294967297"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(notices_with(run, {"--tie", "2147483647"}), 1) << run.err;
+  const std::string report = read_file(folder.path("r.csv"));
+  EXPECT_TRUE(has_line(report, "11.tie,2147483647"));
+  EXPECT_TRUE(has_line(report, "13.number of final significant snps for presentation,2147483647"));
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A second implementation of whole MDR runs, as plain as it can be: loops over folds, combinations and
-// samples, no planes, no segments, no threads. It shares no code with the program; what it says a result file
-// holds is compared with what the program writes.
+// samples, no planes, no segments, no threads. It shares no code with the program (but the logarithm that a
+// test hands in); what it says a result file holds is compared with what the program writes.
 #pragma once
 
 #include <optional>
