@@ -40,7 +40,8 @@ std::string place(const std::string& path, uint64_t line) {
 }  // namespace
 
 Status read_phenotypes(const std::string& path, Layout layout, PhenotypeKind kind,
-                       std::vector<double>* phenotypes) {
+                       std::vector<double>* phenotypes, size_t* n_other_classes) {
+  *n_other_classes = 0;
   GenotypeInfo info;
   Status status = read_genotype_info(path, layout, &info);
   if (!status.ok()) {
@@ -64,6 +65,7 @@ Status read_phenotypes(const std::string& path, Layout layout, PhenotypeKind kin
     }
     if (kind == PhenotypeKind::kLogistic) {
       phenotypes->push_back(bytes[0] == 1 ? 1.0 : 0.0);
+      *n_other_classes += bytes[0] > 1 ? 1 : 0;
       continue;
     }
     float value = 0.0f;

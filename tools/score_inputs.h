@@ -15,8 +15,9 @@ enum class PhenotypeKind { kLogistic, kLinear };
 
 // One value per sample: 1 for class 1 and 0 for any other, or the quantitative value (kLinear: the class
 // field is a float). Reads past the genotypes, in little memory. A float that is no number is refused.
+// n_other_classes: how many classes are neither 0 nor 1; 0 for quantitative values.
 Status read_phenotypes(const std::string& path, Layout layout, PhenotypeKind kind,
-                       std::vector<double>* phenotypes);
+                       std::vector<double>* phenotypes, size_t* n_other_classes);
 
 struct CovariateTable {
   Covariates covariates;

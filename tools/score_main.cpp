@@ -4,8 +4,12 @@
 // covariates alone.
 #include <strings.h>
 
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <optional>
 
@@ -62,7 +66,7 @@ Status one_of(const char* option, const std::optional<std::string>& given, const
               const char* second, bool* is_second) {
   *is_second = given && strcasecmp(given->c_str(), second) == 0;
   if (given && !*is_second && strcasecmp(given->c_str(), first) != 0) {
-    return Status::failure(std::string(option) + ": found " + quoted(*given) + ", expected " + first +
+    return Status::failure(std::string(option) + ": found " + ::quoted(*given) + ", expected " + first +
                            " or " + second);
   }
   return {};
@@ -72,7 +76,7 @@ Status parse(const std::vector<std::string>& words, Options* options) {
   for (size_t i = 0; i < words.size(); i += 2) {
     std::optional<std::string>* value = options->find(words[i]);
     if (value == nullptr) {
-      return Status::failure("unknown option " + quoted(words[i]));
+      return Status::failure("unknown option " + ::quoted(words[i]));
     }
     if (value->has_value()) {
       return Status::failure("option " + words[i] + " is given twice");
@@ -137,13 +141,45 @@ Status write_scores(const std::string& path, const std::vector<double>& scores) 
   return status.ok() ? file.commit() : status;
 }
 
+// The scores would take the place of what they are made from.
+Status check_output(const Options& options) {
+  std::error_code not_there;
+  if (std::filesystem::equivalent(*options.in, *options.out, not_there)) {
+    return Status::failure(*options.out + ": --out is the same file as --in");
+  }
+  if (options.covariate && std::filesystem::equivalent(*options.covariate, *options.out, not_there)) {
+    return Status::failure(*options.out + ": --out is the same file as --covariate");
+  }
+  return {};
+}
+
+// The integers 0 and 1 of a class field, read as floats, are 0 and a number far below the smallest normal
+// one.
+bool look_like_classes(const std::vector<double>& phenotypes) {
+  return std::all_of(phenotypes.begin(), phenotypes.end(),
+                     [](double value) { return std::fabs(value) < static_cast<double>(FLT_MIN); });
+}
+
 Status run(const Options& options, bool linear, bool zero_for_missing, bool transposed) {
+  if (Status output = check_output(options); !output.ok()) {
+    return output;
+  }
   const PhenotypeKind kind = linear ? PhenotypeKind::kLinear : PhenotypeKind::kLogistic;
   std::vector<double> phenotypes;
-  Status status =
-      read_phenotypes(*options.in, transposed ? Layout::kTransposed : Layout::kNormal, kind, &phenotypes);
+  size_t n_other_classes = 0;
+  Status status = read_phenotypes(*options.in, transposed ? Layout::kTransposed : Layout::kNormal, kind,
+                                  &phenotypes, &n_other_classes);
   if (!status.ok()) {
     return status;
+  }
+  if (n_other_classes > 0) {
+    complain(*options.in + ": " + std::to_string(n_other_classes) +
+             " samples have a class other than 0 and 1 and count as controls");
+  }
+  if (linear && look_like_classes(phenotypes)) {
+    return Status::failure(*options.in +
+                           ": the class fields hold small integers or nothing but 0, expected floats for "
+                           "--phenotype linear");
   }
   CovariateTable table;
   table.covariates.n_samples = phenotypes.size();

@@ -100,7 +100,76 @@ TEST_F(ScoreCommand, ASampleWithoutACovariateIsRefusedOrScoresZero) {
   const RunResult zero =
       run({"--in", "g.dat", "--out", "s.txt", "--covariate", "c.txt", "--missing-covariate", "zero"});
   ASSERT_EQ(zero.status, 0) << zero.err;
-  EXPECT_EQ(scores()[7], 0.0);
+  EXPECT_NE(zero.err.find("line 9"), std::string::npos) << zero.err;
+  const std::vector<double> values = scores();
+  ASSERT_EQ(values.size(), 60u);
+  EXPECT_EQ(values[7], 0.0);
+  // All others keep their own residual, in their own place.
+  double sum = 0.0;
+  double with_dose = 0.0;
+  for (size_t s = 0; s < values.size(); ++s) {
+    EXPECT_EQ(values[s] > 0.0, s % 3 == 0) << "sample " << s;
+    sum += values[s];
+    with_dose += values[s] * static_cast<double>(s % 7);
+  }
+  EXPECT_NEAR(sum, 0.0, 1e-5);
+  EXPECT_NEAR(with_dose, 0.0, 1e-5);
+}
+
+TEST_F(ScoreCommand, ScoresNeverReplaceWhatTheyAreMadeFrom) {
+  const std::string genotypes = tavo_test::read_file(folder_ / "g.dat");
+  tavo_test::write_file(folder_ / "c.txt", covariates(60));
+  std::filesystem::create_symlink("g.dat", folder_ / "link");
+  expect_refused(run({"--in", "g.dat", "--out", "g.dat"}), 1, {"g.dat", "--out", "--in"});
+  expect_refused(run({"--in", "g.dat", "--out", "link"}), 1, {"link", "--out", "--in"});
+  expect_refused(run({"--in", "g.dat", "--covariate", "c.txt", "--out", "./c.txt"}), 1,
+                 {"c.txt", "--out", "--covariate"});
+  EXPECT_EQ(tavo_test::read_file(folder_ / "g.dat"), genotypes);
+  EXPECT_EQ(tavo_test::read_file(folder_ / "c.txt"), covariates(60));
+}
+
+TEST_F(ScoreCommand, ARefusalLeavesEarlierScoresAndNothingElse) {
+  tavo_test::write_file(folder_ / "c.txt", covariates(59));
+  tavo_test::write_file(folder_ / "old.txt", "earlier\n");
+  EXPECT_EQ(run({"--in", "g.dat", "--out", "old.txt", "--covariate", "c.txt"}).status, 1);
+  EXPECT_EQ(tavo_test::read_file(folder_ / "old.txt"), "earlier\n");
+  EXPECT_EQ(run({"--in", "g.dat", "--out", "old.txt"}).status, 0);
+  EXPECT_TRUE(tavo_test::read_file(folder_ / "old.txt").starts_with("score\n"));
+  for (const auto& entry : std::filesystem::directory_iterator(folder_.path())) {
+    EXPECT_EQ(entry.path().string().find(".tmp"), std::string::npos) << entry.path();
+  }
+}
+
+TEST_F(ScoreCommand, LineEndsOfCovariatesDoNotMatter) {
+  tavo_test::write_file(folder_ / "c.txt", covariates(60));
+  ASSERT_EQ(run({"--in", "g.dat", "--out", "s.txt", "--covariate", "c.txt"}).status, 0);
+  std::string text;
+  for (const std::string& line : tavo_test::split_lines(covariates(60))) {
+    text += (text.empty() ? "" : "\r\n") + line;
+  }
+  tavo_test::write_file(folder_ / "crlf.txt", text);
+  const RunResult result = run({"--in", "g.dat", "--out", "crlf_scores.txt", "--covariate", "crlf.txt"});
+  ASSERT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(tavo_test::read_file(folder_ / "crlf_scores.txt"), tavo_test::read_file(folder_ / "s.txt"));
+}
+
+TEST_F(ScoreCommand, ClassesOtherThanZeroAndOneAreCounted) {
+  EXPECT_EQ(run({"--in", "g.dat", "--out", "s.txt"}).err, "");
+  tavo_test::GenotypeData coded = data_;
+  for (size_t s = 0; s < 5; ++s) {
+    coded.classes[s] = 2;
+  }
+  tavo_test::write_file(folder_ / "other.dat", tavo_test::normal_file(coded));
+  const RunResult result = run({"--in", "other.dat", "--out", "s.txt"});
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err,
+            "tavo-score: other.dat: 5 samples have a class other than 0 and 1 and count as controls\n");
+  EXPECT_LT(scores()[0], 0.0);
+}
+
+TEST_F(ScoreCommand, ClassesReadAsNumbersAreRefused) {
+  expect_refused(run({"--in", "g.dat", "--out", "s.txt", "--phenotype", "linear"}), 1,
+                 {"g.dat", "integers", "floats"});
 }
 
 TEST_F(ScoreCommand, QuantitativePhenotypesAreReadAsFloats) {
