@@ -5,6 +5,7 @@
 
 #include "cpu/bit_planes.h"
 #include "cpu/cores.h"
+#include "cpu/item_fits.h"
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
 #include "cpu/segments.h"
@@ -89,7 +90,19 @@ class CpuDevice : public Device {
     return {};
   }
 
+  Status set_up_regression(const RegressionSetupCommand& command) override {
+    order_ = command.rules.order();
+    item_fits_ = make_item_fits(*problem_, command.rules, backend_.instruction_set());
+    return {};
+  }
+
+  Status fit_items(const RegressionBatchCommand& command) override {
+    item_fits_->run(command.items, command.active, command.results);
+    return {};
+  }
+
   void release() override {
+    item_fits_.reset();
     record_path_.reset();
     search_.reset();
     search_data_.reset();
@@ -104,6 +117,7 @@ class CpuDevice : public Device {
   std::optional<RecordPath> record_path_;
   std::shared_ptr<const SearchData> search_data_;
   std::unique_ptr<RangeSearch> search_;
+  std::unique_ptr<ItemFits> item_fits_;
 };
 
 }  // namespace

@@ -5,20 +5,31 @@
 
 namespace {
 // Best first.
-constexpr InstructionSet kAll[] = {InstructionSet::kAvx512, InstructionSet::kScalar};
+constexpr InstructionSet kAll[] = {InstructionSet::kAvx512, InstructionSet::kAvx2, InstructionSet::kScalar};
 }  // namespace
 
 const char* name_of(InstructionSet set) {
-  return set == InstructionSet::kAvx512 ? "avx512" : "scalar";
+  switch (set) {
+    case InstructionSet::kAvx512:
+      return "avx512";
+    case InstructionSet::kAvx2:
+      return "avx2";
+    default:
+      return "scalar";
+  }
 }
 
 bool has(InstructionSet set) {
-  if (set == InstructionSet::kScalar) {
-    return true;
+  switch (set) {
+    case InstructionSet::kAvx512:
+      return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+             __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
+             __builtin_cpu_supports("avx512vpopcntdq");
+    case InstructionSet::kAvx2:
+      return __builtin_cpu_supports("avx2");
+    default:
+      return true;
   }
-  return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
-         __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
-         __builtin_cpu_supports("avx512vpopcntdq");
 }
 
 std::string instruction_sets_here() {

@@ -7,7 +7,7 @@
 
 #include "util/status.h"
 
-enum class InstructionSet { kScalar, kAvx512 };
+enum class InstructionSet { kScalar, kAvx2, kAvx512 };
 
 // The name as TAVO_SIMD and the line that says what runs know it.
 const char* name_of(InstructionSet set);

@@ -34,6 +34,10 @@ class Device {
   virtual Status evaluate_list(const WorkerBatchCommand& command) = 0;
   virtual Status search_range(const WorkerBatchCommand& command) = 0;
   virtual void release() = 0;
+
+  // Regressions: set-up, any number of batches, release.
+  virtual Status set_up_regression(const RegressionSetupCommand& command) = 0;
+  virtual Status fit_items(const RegressionBatchCommand& command) = 0;
 };
 
 class Backend {

@@ -11,10 +11,13 @@
 #include "device/problem.h"
 
 enum CommandCode : uint32_t {
-  kCommandSetup = 1,      // a combination loop or a search of one order: WorkerSetupCommand
-  kCommandBatch = 2,      // a list or a range of combinations: WorkerBatchCommand
-  kCommandRelease = 3,    // end of what kCommandSetup began: bare code
-  kCommandTerminate = 4,  // end of the thread: bare code, not counted down
+  kCommandSetup = 1,            // a combination loop or a search of one order: WorkerSetupCommand
+  kCommandBatch = 2,            // a list or a range of combinations: WorkerBatchCommand
+  kCommandRelease = 3,          // end of what kCommandSetup began: bare code
+  kCommandTerminate = 4,        // end of the thread: bare code, not counted down
+  kCommandRegressionBatch = 5,  // a list of SNPs or SNP pairs: RegressionBatchCommand
+  kCommandLogisticSetup = 6,    // logistic regression: RegressionSetupCommand
+  kCommandLinearSetup = 7,      // linear regression: the same
 };
 
 // Every record begins with its code. A bare code is a record of its own.
@@ -72,4 +75,21 @@ struct WorkerBatchCommand : WorkerCommand {
   uint64_t n_ranks = 0;
   const SearchFloor* floors = nullptr;
   std::vector<SearchCandidate>* candidates = nullptr;
+};
+
+struct RegressionSetupCommand : WorkerCommand {
+  explicit RegressionSetupCommand(const RegressionRules& rules_)
+      : WorkerCommand{rules_.model == RegressionModel::kLinear ? kCommandLinearSetup : kCommandLogisticSetup},
+        rules(rules_) {}
+
+  RegressionRules rules;
+  uint64_t launch_size = 1;  // items per batch and worker at most
+};
+
+struct RegressionBatchCommand : WorkerCommand {
+  RegressionBatchCommand() : WorkerCommand{kCommandRegressionBatch} {}
+
+  uint32_t active = 0;
+  const int* items = nullptr;  // [active][order] SNP indices
+  ItemFit* results = nullptr;  // [active], cleared by the driver
 };

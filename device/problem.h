@@ -17,8 +17,14 @@ struct Problem {
   bool transposed = false;
   int n_samples = 0;
   int n_snps = 0;
-  const uint8_t* classes = nullptr;  // [n_samples], 1 case, 0 control
+  const uint8_t* classes = nullptr;  // [n_samples], 1 case, 0 control; null in regressions
   const float* scores = nullptr;     // [n_samples] of a score-based run, else null
+
+  // Regressions only. covariates: [n_samples][n_covariates].
+  const float* phenotypes = nullptr;  // [n_samples]: 0 and 1, or quantitative
+  const float* covariates = nullptr;
+  int n_covariates = 0;
+  bool ordered_regression = false;  // pairs of SNPs
 
   const uint32_t* row(size_t index) const { return words + index * static_cast<size_t>(words_per_row); }
 };
@@ -44,4 +50,47 @@ struct ScoringRules {
   // Cells that a count table of this order holds, counted from 0: orders 2 and 3 have tables of 9 and 27
   // cells under either base, and counts beyond them are dropped.
   int64_t counted_cells() const;
+};
+
+// The models of a regression. Design columns: intercept, genotype dummies (and their products), covariates.
+enum class RegressionModel {
+  kLogistic,         // one SNP: intercept, 2 dummies, covariates
+  kLinear,           // the same columns, least squares
+  kOrderedLogistic,  // two SNPs: intercept, 2 + 2 dummies, their 4 products, covariates
+};
+
+enum class Precision { kSingle, kDouble };
+
+struct RegressionRules {
+  RegressionModel model = RegressionModel::kLogistic;
+  Precision precision = Precision::kSingle;
+  int iterations = 20;    // limit of a logistic fit
+  bool distinct = false;  // two SNPs: all processors of a device on one pair after the other
+
+  int order() const { return model == RegressionModel::kOrderedLogistic ? 2 : 1; }
+  int columns(int n_covariates) const { return n_covariates + (order() == 2 ? 9 : 3); }
+};
+
+// Covariates that a model can have: 10 or 16 columns at most.
+inline constexpr int kMaxModelCovariates = 7;
+
+// Columns of the largest model.
+inline constexpr int kMaxModelColumns = 16;
+
+enum class FitState {
+  kFitted,
+  kFailed,     // a decomposition gave up in a pass
+  kUnwritten,  // one gave up after the last pass: there are no results
+};
+
+// What a device returns of one fitted item. A fit in single precision holds floats, widened.
+struct ItemFit {
+  FitState state = FitState::kFitted;  // nothing below holds otherwise
+  bool converged = false;              // logistic
+  int iterations = 0;
+  int rank = 0;            // columns less those that depend on others
+  double last_step = 0.0;  // sum of the absolute Newton steps of the last pass
+  double deviance = 0.0;   // logistic: -2 log likelihood; linear: residual sum of squares
+  double coefficients[kMaxModelColumns] = {};
+  double standard_errors[kMaxModelColumns] = {};
 };

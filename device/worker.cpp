@@ -100,6 +100,21 @@ class Worker {
           count_down();
           break;
         }
+        case kCommandLogisticSetup:
+        case kCommandLinearSetup: {
+          const auto* setup = static_cast<const RegressionSetupCommand*>(command);
+          regression_ = setup->rules;
+          attempt([&] { return device_->set_up_regression(*setup); });
+          count_down();
+          break;
+        }
+        case kCommandRegressionBatch: {
+          const auto* batch = static_cast<const RegressionBatchCommand*>(command);
+          announce(*batch);
+          attempt([&] { return device_->fit_items(*batch); });
+          count_down();
+          break;
+        }
         case kCommandRelease:
           release();
           break;
@@ -143,6 +158,9 @@ class Worker {
       return status;
     }
     step.report("SEND_DATA %d END (%.3lf ms taken)\n", gpu_);
+    if (problem_.ordered_regression) {
+      std::puts("Ordered sendbase");
+    }
     status = device_->send_base_data(problem_);
     if (!status.ok()) {
       return status;
@@ -152,9 +170,11 @@ class Worker {
     return status;
   }
 
-  // A combination loop of plain MDR leaves one pair of marks per worker; searches and score-based loops none.
+  // A combination loop of plain MDR leaves one pair of marks per worker; searches, score-based loops and
+  // regressions none.
   void release() {
-    const bool marks = kind_ == LoopKind::kRecords && problem_.scores == nullptr;
+    const bool marks =
+        kind_ == LoopKind::kRecords && problem_.scores == nullptr && problem_.phenotypes == nullptr;
     if (marks) {
       std::fputs(".", stdout);
     }
@@ -167,12 +187,32 @@ class Worker {
     count_down();
   }
 
+  // The line of one regression batch. Pairs on separate threads have none.
+  void announce(const RegressionBatchCommand& batch) const {
+    const int columns = regression_.columns(problem_.n_covariates);
+    switch (regression_.model) {
+      case RegressionModel::kLogistic:
+        std::printf("Enter to logistic NP %d\n", columns);
+        break;
+      case RegressionModel::kLinear:
+        std::printf("Enter to linear NP %d\n", columns);
+        break;
+      case RegressionModel::kOrderedLogistic:
+        if (regression_.distinct) {
+          std::printf("Enter to ordered logistic NP %d, distincted to %u blocks and 16,32 threads\n", columns,
+                      batch.active / 512 + 1);
+        }
+        break;
+    }
+  }
+
   const int gpu_;
   const Problem& problem_;
   Backend& backend_;
   Status& outcome_;
   std::unique_ptr<Device> device_;
   LoopKind kind_ = LoopKind::kRecords;
+  RegressionRules regression_;
 };
 
 }  // namespace

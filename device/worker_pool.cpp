@@ -22,7 +22,11 @@ void wait_for_count_down() {
 WorkerPool::WorkerPool(Backend& backend, const Problem& problem) {
   const auto workers = static_cast<size_t>(g_cntDevCuda);
   outcomes_.resize(workers);
-  std::puts("CUDA::SENDBASEDATA ENTER");
+  if (problem.phenotypes != nullptr) {
+    std::printf("CUDA::SENDBASEDATA (%d covars) ENTER\n", problem.n_covariates);
+  } else {
+    std::puts("CUDA::SENDBASEDATA ENTER");
+  }
   g_pThrCuda = new pthread_t[workers]();
   g_pThrData = new const WorkerCommand*[workers]();
   g_pThrResult = new void*[workers]();
@@ -86,13 +90,22 @@ Status WorkerPool::broadcast(const WorkerCommand& command) {
   return status();
 }
 
-Status WorkerPool::dispatch(const std::vector<WorkerBatchCommand>& commands) {
+template <typename Command>
+Status WorkerPool::dispatch_all(const std::vector<Command>& commands) {
   const int n = static_cast<int>(commands.size());
   for (int g = 0; g < n; ++g) {
     g_pThrResult[g] = commands[static_cast<size_t>(g)].results;
   }
   post_and_wait(n, [&](int g) { return &commands[static_cast<size_t>(g)]; });
   return status();
+}
+
+Status WorkerPool::dispatch(const std::vector<WorkerBatchCommand>& commands) {
+  return dispatch_all(commands);
+}
+
+Status WorkerPool::dispatch(const std::vector<RegressionBatchCommand>& commands) {
+  return dispatch_all(commands);
 }
 
 Status WorkerPool::status() const {

@@ -25,11 +25,15 @@ class WorkerPool {
 
   // Gives the first commands.size() (at most size()) workers one command each and waits.
   Status dispatch(const std::vector<WorkerBatchCommand>& commands);
+  Status dispatch(const std::vector<RegressionBatchCommand>& commands);
 
   // The first failure of any worker, or of starting one, so far.
   Status status() const;
 
  private:
+  template <typename Command>
+  Status dispatch_all(const std::vector<Command>& commands);
+
   // Posts command_of(g) to the first n workers and waits until all have counted down.
   template <typename CommandOf>
   void post_and_wait(int n, CommandOf command_of);

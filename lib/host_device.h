@@ -7,6 +7,8 @@
 // different instruction sets is merged by the linker, and the wide copy may win and crash an older processor.
 #ifdef __CUDACC__
 #define TAVO_HOST_DEVICE static __host__ __device__ __forceinline__
+#define TAVO_HOST_DEVICE_MEMBER __host__ __device__
 #else
 #define TAVO_HOST_DEVICE [[maybe_unused]] static inline
+#define TAVO_HOST_DEVICE_MEMBER
 #endif

@@ -4,7 +4,7 @@
 #   scripts/install_dependencies.sh tests    also what the tests and checks need
 set -euo pipefail
 
-packages=(g++ cmake ninja-build zlib1g-dev)
+packages=(g++ cmake ninja-build zlib1g-dev libboost-math-dev)
 if [ "${1:-}" = tests ]; then
   packages+=(libgtest-dev nlohmann-json3-dev clang-format clang-tidy git)
 fi

@@ -106,7 +106,7 @@ bool MdrReader::Open(const char* path, bool /*has_score*/, int transposed) {
     return false;
   }
   transposed_ = transposed != 0;
-  row_ = header.row;
+  row_ = file_samples_ = header.row;
   col_ = header.col;
   block_count_ = packed_words(transposed != 0 ? row_ : col_);
   std::printf("Label %d bytes, Row %d, Col %d, Cntblk %d\n", header.label, row_, col_,

@@ -26,8 +26,9 @@ class MdrReader {
   // ask for much.
   bool Open(const char* path, bool has_score, int transposed);
 
-  int GetLineCount() const { return open_ ? row_ : 0; }  // samples kept
-  int GetColCount() const { return open_ ? col_ : 0; }   // SNPs
+  int GetLineCount() const { return open_ ? row_ : 0; }           // samples kept
+  int file_samples() const { return open_ ? file_samples_ : 0; }  // before any were left out
+  int GetColCount() const { return open_ ? col_ : 0; }            // SNPs
 
   // The genotype code, 0 to 3. 0 <= sample < GetLineCount(), 0 <= snp < GetColCount().
   int GetSNPdata(int sample, int snp) const;
@@ -63,6 +64,7 @@ class MdrReader {
 
   bool open_ = false;
   bool transposed_ = false;
+  int file_samples_ = 0;
   int row_ = 0;
   int col_ = 0;
   int64_t block_count_ = 0;

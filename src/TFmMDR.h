@@ -13,6 +13,8 @@
 #include "src/MDRResult.h"
 #include "src/exhaustive.h"
 #include "src/progress.h"
+#include "src/regression.h"
+#include "src/tidy_regression.h"
 
 // What a run computes; the paths and device sizes are in run_config.h.
 struct RunSettings {
@@ -33,10 +35,18 @@ struct RunSettings {
   int shuffling = 0;  // non-zero: on
   std::optional<unsigned> seed;
   std::string progress = "auto";
-  double null_level = 0.999;    // of the permutation threshold
-  int null_combinations = 100;  // sampled for the null distribution
-  int null_permutations = 100;  // of each
+  std::string precision = "single";  // or "double": arithmetic of regressions
+  std::string tidy;                  // path of the tidy table, or empty
+  double null_level = 0.999;         // of the permutation threshold
+  int null_combinations = 100;       // sampled for the null distribution
+  int null_permutations = 100;       // of each
   int block_size = kExhaustiveBlock;
+};
+
+// What a logistic regression leaves: the best items, by p-value.
+struct RegressionResult {
+  NullModel null_model;
+  std::vector<FittedItem> top;
 };
 
 using ResultArray = std::vector<std::unique_ptr<MDRResult>>;  // [maximum order], order 1 first
@@ -72,10 +82,29 @@ class TFmMDR {
   Status WriteResultALL(const std::string& path, double elapsed_seconds, int mode,
                         const std::vector<std::string>& names, const ResultArray& results);
 
+  // What the command line says of a regression's model.
+  static RegressionRules regression_rules(const RunSettings& settings);
+
+  // The regression run: fits every SNP or pair; a logistic run keeps the best in *result, a linear one writes
+  // a line each to *writer, which is open. tidy: open, or null; it gets every SNP, or the best pairs.
+  Status CalcRegression(const MdrReader& reader, const RunSettings& settings, MdrWriter* writer,
+                        TidyRegression* tidy, RegressionResult* result);
+
+  // Opens the result file of a linear run and writes its head. False when it cannot be opened.
+  bool WriteResultRegression(const std::string& path, double elapsed_seconds, MdrWriter* writer);
+
+  // Writes the report of a logistic run.
+  Status WriteResultLogisticRegression(const std::string& path, double elapsed_seconds, int n_samples,
+                                       const RunSettings& settings, const std::vector<std::string>& names,
+                                       const RegressionResult& result);
+
   // The index in 0-based position `field` of a combination key such as ",3,17,40,".
   static int GetComb(const char* key, int field);
 
  private:
+  // A regression from the opened genotype file to its report. Returns the exit status.
+  int run_regression(const RunSettings& settings, const MdrReader& reader);
+
   // Reads the score file into scores_ and makes the run score-based; goes on with the phenotype when the file
   // cannot be opened. Returns the exit status of a run that cannot go on.
   std::optional<int> apply_scores(const RunSettings& settings, MdrReader* reader);

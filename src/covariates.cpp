@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/covariates.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -136,4 +137,15 @@ bool read_covariates(const char* path) {
   }
   std::printf("Covarite file [%zu entries, %d covarites] read complete\n", complete, g_covCnt);
   return true;
+}
+
+void drop_incomplete_covariates() {
+  const auto covariates = static_cast<size_t>(g_covCnt);
+  size_t kept = 0;
+  for (size_t i = 0; i < static_cast<size_t>(g_covLines); ++i) {
+    if (g_covMissing[i] == 0) {
+      std::copy_n(g_covValues + i * covariates, covariates, g_covValues + kept * covariates);
+      ++kept;
+    }
+  }
 }

@@ -76,6 +76,10 @@ int run(int argc, char** argv) {
   settings.shuffling = arguments.shuffling;
   settings.seed = arguments.seed;
   settings.progress = arguments.progress;
+  if (!arguments.precision.empty()) {
+    settings.precision = arguments.precision;
+  }
+  settings.tidy = arguments.tidy;
 
   std::puts("Enter to MDR methods...");
   TFmMDR driver(*backend);

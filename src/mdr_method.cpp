@@ -5,6 +5,7 @@
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
 #include "src/TFmMDR.h"
+#include "src/covariates.h"
 #include "src/notice.h"
 #include "src/run_config.h"
 #include "src/score_file.h"
@@ -18,6 +19,56 @@ constexpr int kDeviceFailure = 255;
 bool same_file(const std::string& a, const std::string& b) {
   std::error_code unknown;
   return std::filesystem::equivalent(a, b, unknown);
+}
+
+// Whether the result file may and can be created: not in place of an input, and if it is a regular file, it
+// is left there empty, so that whoever asked for the result knows before the analysis that it can be written.
+// (A pipe is not tried: whoever reads it would take the trial for the whole.) Otherwise the exit status.
+std::optional<int> refuse_output(const RunSettings& settings) {
+  for (const std::string& source : {settings.input, std::string(szScore), std::string(g_covFileName)}) {
+    for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy}}) {
+      if (same_file(path, source)) {
+        notice("--%s names the input file %s, which the result would replace", option, source.c_str());
+        return 1;
+      }
+    }
+  }
+  if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
+    MdrWriter proof;
+    if (!proof.Save(settings.output.c_str())) {
+      std::fputs("Cannot save the text file!!", stdout);
+      return 0;
+    }
+  }
+  return std::nullopt;
+}
+
+// The time of an analysis, without loading and reporting.
+class RunClock {
+ public:
+  RunClock() {
+    cutCreateTimer(&timer_);
+    cutResetTimer(timer_);
+    cutStartTimer(timer_);
+  }
+  ~RunClock() { cutDeleteTimer(timer_); }
+  RunClock(const RunClock&) = delete;
+  RunClock& operator=(const RunClock&) = delete;
+
+  double seconds() const { return static_cast<double>(cutGetTimerValue(timer_)) / 1000.0; }
+
+ private:
+  unsigned timer_ = 0;
+};
+
+// The end of a run whose report is written, or could not be. Returns the exit status.
+int finish(const Status& report, double elapsed_seconds) {
+  if (!report.ok()) {
+    notice("%s", report.message().c_str());
+    return 1;
+  }
+  std::printf("TAVO Analysis finished!!\nTotal excuting time is %.4f second", elapsed_seconds);
+  return 0;
 }
 
 // Combinations kept per group when all above a threshold are wanted.
@@ -74,6 +125,58 @@ std::optional<int> TFmMDR::apply_scores(const RunSettings& settings, MdrReader* 
   return std::nullopt;
 }
 
+int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader) {
+  if (szScore[0] != '\0') {
+    std::puts("Can't open score file, use original phenotype...");
+  }
+  if (g_covMissing != nullptr) {
+    if (g_covLines != reader.file_samples()) {
+      notice("%s has %d lines after its header, but the genotype file has %d samples", g_covFileName,
+             g_covLines, reader.file_samples());
+      return 1;
+    }
+    drop_incomplete_covariates();
+  }
+  if (const std::optional<int> status = refuse_output(settings)) {
+    return *status;
+  }
+  const std::vector<std::string> names = reader.ReadHeader();
+  const std::vector<std::string> covariate_names(g_covLabel, g_covLabel + g_covCnt);
+  TidyRegression tidy(regression_rules(settings), reader.GetLineCount(), names, covariate_names);
+  if (!settings.tidy.empty()) {
+    if (same_file(settings.tidy, settings.output)) {
+      notice("--tidy and --out name the same file");
+      return 1;
+    }
+    if (!tidy.open(settings.tidy)) {
+      notice("cannot create the tidy file %s", settings.tidy.c_str());
+      return 1;
+    }
+  }
+  const RunClock clock;
+  const bool linear = g_regression == kLinearRegression;
+  RegressionResult result;
+  MdrWriter lines;
+  if (linear && !WriteResultRegression(settings.output, 0.0, &lines)) {
+    return 0;
+  }
+  const Status analysis =
+      CalcRegression(reader, settings, &lines, settings.tidy.empty() ? nullptr : &tidy, &result);
+  const double elapsed_seconds = clock.seconds();
+  if (!analysis.ok()) {
+    notice("%s", analysis.message().c_str());
+    return kDeviceFailure;
+  }
+  std::printf("Regression method is %d\n", g_regression);
+  Status report = linear ? lines.Close()
+                         : WriteResultLogisticRegression(settings.output, elapsed_seconds,
+                                                         reader.GetLineCount(), settings, names, result);
+  if (report.ok() && !settings.tidy.empty()) {
+    report = tidy.close();
+  }
+  return finish(report, elapsed_seconds);
+}
+
 int TFmMDR::MdrMethod(const RunSettings& settings) {
   MdrReader reader;
   if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
@@ -81,8 +184,7 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     return 0;
   }
   if (g_regression != kNoRegression) {
-    notice("this version does not run regressions");
-    return 1;
+    return run_regression(settings, reader);
   }
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     if (!comb_count(reader.GetColCount(), order)) {
@@ -96,33 +198,15 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
       return *status;
     }
   }
-  for (const std::string& source : {settings.input, std::string(szScore)}) {
-    if (same_file(settings.output, source)) {
-      notice("--out names the input file %s, which the result would replace", source.c_str());
-      return 1;
-    }
+  if (const std::optional<int> status = refuse_output(settings)) {
+    return *status;
   }
-  // Leaves an empty file: whoever asked for the result knows before the analysis that it can be written. A
-  // pipe is not tried: whoever reads it would take the trial for the whole.
-  if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
-    MdrWriter proof;
-    if (!proof.Save(settings.output.c_str())) {
-      std::fputs("Cannot save the text file!!", stdout);
-      return 0;
-    }
-  }
-  unsigned timer = 0;
-  cutCreateTimer(&timer);
-  cutResetTimer(timer);
-  cutStartTimer(timer);
-
+  const RunClock clock;
   const bool exhaustive = settings.mode >= 2;
   const ResultArray results = make_results(settings);
   const Status analysis =
       exhaustive ? CalcMdrMethodALL(reader, settings, results) : CalcMdrMethodCV(reader, settings, results);
-  cutStopTimer(timer);
-  const double elapsed_seconds = static_cast<double>(cutGetTimerValue(timer)) / 1000.0;
-  cutDeleteTimer(timer);
+  const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
     notice("%s", analysis.message().c_str());
     return kDeviceFailure;
@@ -133,10 +217,5 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   const Status report = exhaustive
                             ? WriteResultALL(settings.output, elapsed_seconds, settings.mode, names, results)
                             : WriteResultCV(settings.output, elapsed_seconds, settings.mode, names, results);
-  if (!report.ok()) {
-    notice("%s", report.message().c_str());
-    return 1;
-  }
-  std::printf("TAVO Analysis finished!!\nTotal excuting time is %.4f second", elapsed_seconds);
-  return 0;
+  return finish(report, elapsed_seconds);
 }

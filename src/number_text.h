@@ -9,6 +9,9 @@
 // "%f"; a NaN, whatever its sign, is "nan".
 std::string number_text(double value);
 
+// The same with "%.20f".
+std::string long_number_text(double value);
+
 // The measures of a per-fold row, in its order: training and testing value of each. A row in mode 1 has those
 // of kMode1FoldMeasures, in mode 0 those of kMode0FoldMeasures.
 inline constexpr int kMode1FoldMeasures[] = {1, 0, 2, 3, 4, 5, 6, 7, 8, 9};

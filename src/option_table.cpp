@@ -143,6 +143,16 @@ Refusal take_progress(const char* name, const char* value, int, RunArguments* ar
   return take_keyword<&RunArguments::progress>(name, value, kChoices, arguments);
 }
 
+Refusal take_precision(const char* name, const char* value, int, RunArguments* arguments) {
+  constexpr const char* kPrecisions[] = {"single", "double"};
+  return take_keyword<&RunArguments::precision>(name, value, kPrecisions, arguments);
+}
+
+Refusal take_tidy(const char*, const char* value, int, RunArguments* arguments) {
+  arguments->tidy = value;
+  return kAccepted;
+}
+
 // Reads an integer from lowest to highest, and nothing else.
 bool strict_integer(const char* name, const char* value, long long lowest, long long highest,
                     long long* number) {
@@ -215,6 +225,9 @@ constexpr Option kOptions[] = {
      false, take_mode},
     {"seed", "integer", "seed of --shuffling in place of the time of day, so that a run repeats", false,
      take_seed},
+    {"precision", "single|double", "arithmetic of regressions (default single)", false, take_precision},
+    {"tidy", "path", "writes a regression's results a second time, as a tab-separated table", false,
+     take_tidy},
     {"progress", "auto|on|off", "progress on standard error (default auto: on a terminal)", false,
      take_progress},
 };

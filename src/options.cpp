@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "device/problem.h"
 #include "lib/mdr.h"
 #include "src/covariates.h"
 #include "src/option_table.h"
@@ -71,6 +72,20 @@ std::optional<int> check_ranges(const RunArguments& arguments) {
   return std::nullopt;
 }
 
+// A regression has one or two SNPs and at most as many covariates as its model has columns left.
+std::optional<int> check_regression(const RunArguments& arguments) {
+  const int order = g_combOrder == -1 ? 1 : arguments.min_order;
+  if (order != 1 && order != 2) {
+    return refuse_range("order", order, 1, 2);
+  }
+  if (g_covCnt > kMaxModelCovariates) {
+    std::printf("Covariate file %s has %d covariates, a regression can have %d at most!\n", g_covFileName,
+                g_covCnt, kMaxModelCovariates);
+    return 1;
+  }
+  return std::nullopt;
+}
+
 }  // namespace
 
 std::optional<int> scan_arguments(int argc, char** argv, RunArguments* arguments) {
@@ -120,7 +135,9 @@ std::optional<int> check_arguments(const RunArguments& arguments) {
     const char* refusal = selection == -1            ? "You have to select a measure for snp selection!"
                           : g_covFileName[0] != '\0' ? "Covariate file must be assigned only for regression!"
                           : g_regrDistinct != 0      ? "--distinct option only used for regression!"
-                                                     : nullptr;
+                          : !arguments.precision.empty() ? "--precision option only used for regression!"
+                          : !arguments.tidy.empty()      ? "--tidy option only used for regression!"
+                                                         : nullptr;
     if (refusal != nullptr) {
       std::puts(refusal);
       return 1;
@@ -134,6 +151,9 @@ std::optional<int> check_arguments(const RunArguments& arguments) {
     cvfold = 1;
     if (g_covFileName[0] != '\0' && !read_covariates(g_covFileName)) {
       return 1;
+    }
+    if (const std::optional<int> refusal = check_regression(arguments)) {
+      return refusal;
     }
   }
   return check_ranges(arguments);

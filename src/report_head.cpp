@@ -25,7 +25,7 @@ std::string combination_name(const std::vector<int>& snps, const std::vector<std
   return text + " )";
 }
 
-void write_report_head(MdrWriter& writer, const std::string& path, double elapsed_seconds, int folds) {
+void write_time_and_command(MdrWriter& writer, double elapsed_seconds) {
   writer.WriteLine("====================================   Time   =====================================");
   char seconds[400];
   std::snprintf(seconds, sizeof(seconds), "Total time,%.2f sec", elapsed_seconds);
@@ -39,6 +39,16 @@ void write_report_head(MdrWriter& writer, const std::string& path, double elapse
     command += ' ';
   }
   writer.WriteLine(command);
+}
+
+void write_results_banner(MdrWriter& writer) {
+  writer.WriteLine(std::string(78, '='));
+  writer.WriteLine("");
+  writer.WriteLine("====================================  Results  ====================================");
+}
+
+void write_report_head(MdrWriter& writer, const std::string& path, double elapsed_seconds, int folds) {
+  write_time_and_command(writer, elapsed_seconds);
   writer.WriteLine(std::string("1.input_file,") + szInput);
   writer.WriteLine("2.result_file," + path);
   writer.WriteLine(std::string("3.score_file,") + (szScore[0] == '\0' ? "-" : szScore));
@@ -60,7 +70,5 @@ void write_report_head(MdrWriter& writer, const std::string& path, double elapse
   writer.WriteLine("18.gpu_count," + std::to_string(g_cntDevCuda));
   writer.WriteLine("19.thread_count," + std::to_string(g_cntThreadCuda));
   writer.WriteLine("20.block_count," + std::to_string(g_cntBlockCuda));
-  writer.WriteLine(std::string(78, '='));
-  writer.WriteLine("");
-  writer.WriteLine("====================================  Results  ====================================");
+  write_results_banner(writer);
 }

@@ -74,6 +74,15 @@ class FakeDevice : public Device {
 
   void release() override { ++script_.released; }
 
+  Status set_up_regression(const RegressionSetupCommand&) override { return step("set_up_regression"); }
+  Status fit_items(const RegressionBatchCommand& command) override {
+    delay();
+    for (size_t i = 0; i < command.active; ++i) {
+      command.results[i].deviance = static_cast<double>(script_.value);
+    }
+    return step("fit_items", std::to_string(command.active));
+  }
+
  private:
   void delay() const {
     if (ordinal_ == 0) {

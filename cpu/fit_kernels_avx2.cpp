@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cpu/fit_kernels_body.h"
+
+const FitKernels<float>& fit_kernels_avx2_float() {
+  return kFloatKernels;
+}
+
+const FitKernels<double>& fit_kernels_avx2_double() {
+  return kDoubleKernels;
+}

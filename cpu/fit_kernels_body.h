@@ -1,0 +1,380 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The fit kernels, for whatever instruction set the including file is compiled for. Everything is in an
+// unnamed namespace; that file exports the tables.
+#pragma once
+
+#include "cpu/fit_kernels.h"
+#include "cpu/fit_lanes.h"
+
+namespace {
+
+constexpr size_t kMostCovariates = 7;
+
+// Samples of a block: double-precision sums are plain within one, and compensated over the blocks.
+constexpr size_t kBlockSamples = 128;
+
+// The genotype columns of a model by the dummies whose product they are, one bit per dummy, the intercept
+// first; then, of pairs, the products of dummies that meet in the information matrix only where a SNP has
+// both its dummies.
+template <int Order>
+struct GenotypeColumns;
+template <>
+struct GenotypeColumns<1> {
+  static constexpr size_t kColumns = 3;
+  static constexpr size_t kProducts = 3;
+  static constexpr unsigned kDummies[kProducts] = {0, 1, 2};
+};
+template <>
+struct GenotypeColumns<2> {
+  static constexpr size_t kColumns = 9;
+  static constexpr size_t kProducts = 16;
+  static constexpr unsigned kDummies[kProducts] = {0, 1, 2, 4, 8, 5, 9, 6, 10, 3, 7, 11, 12, 13, 14, 15};
+};
+
+// The lanes in which each product of dummies is 1, for one sample. Entry 0, the intercept, is not used.
+template <typename T, int Order, size_t Products>
+struct SampleColumns {
+  LaneSet<T> set[Products];
+
+  explicit SampleColumns(const uint16_t* dummies) {
+    for (size_t p = 1; p < Products; ++p) {
+      unsigned lanes = ~0u;
+      for (size_t d = 0; d < 2 * Order; ++d) {
+        if ((GenotypeColumns<Order>::kDummies[p] >> d & 1u) != 0) {
+          lanes &= dummies[d];
+        }
+      }
+      set[p] = lanes_of<T>(lanes);
+    }
+  }
+};
+
+// Sums over the samples: plain ones of floats; of doubles in blocks, with compensation.
+template <typename T, size_t Count>
+struct Sums {
+  Vector<T> block[Count];
+  Vector<T> total[Count];
+  Vector<T> lost[Count];
+
+  Sums() {
+    for (size_t i = 0; i < Count; ++i) {
+      block[i] = total[i] = lost[i] = Vector<T>{};
+    }
+  }
+
+  void end_block(size_t used) {
+    for (size_t i = 0; i < used; ++i) {
+      const Vector<T> sum = total[i] + block[i];
+      // What the addition lost, whichever of the two is larger (Knuth).
+      const Vector<T> part = sum - total[i];
+      lost[i] += (total[i] - (sum - part)) + (block[i] - part);
+      total[i] = sum;
+      block[i] = Vector<T>{};
+    }
+  }
+
+  Vector<T> value(size_t i) const { return sizeof(T) == 4 ? block[i] : total[i] + lost[i]; }
+};
+
+// Calls sample(i) for every sample, and ends the blocks of sums of doubles.
+template <typename T, size_t Count, typename Sample>
+inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sample sample) {
+  if constexpr (sizeof(T) == 4) {
+    for (size_t i = 0; i < n_samples; ++i) {
+      sample(i);
+    }
+  } else {
+    for (size_t begin = 0; begin < n_samples; begin += kBlockSamples) {
+      const size_t end = begin + kBlockSamples < n_samples ? begin + kBlockSamples : n_samples;
+      for (size_t i = begin; i < end; ++i) {
+        sample(i);
+      }
+      sums.end_block(used);
+    }
+  }
+}
+
+// The linear predictor of one sample, from the first column to the last.
+template <typename T, size_t Columns>
+struct Predictor {
+  Vector<T> coefficients[Columns + kMostCovariates];
+
+  Predictor(const T* from, size_t columns) {
+    for (size_t j = 0; j < columns; ++j) {
+      coefficients[j] = load(from + j * kLaneCount<T>);
+    }
+  }
+
+  template <int Order, size_t Products>
+  Vector<T> eta(const SampleColumns<T, Order, Products>& x, const T* z, size_t n_covariates) const {
+    Vector<T> sum = coefficients[0];
+    for (size_t j = 1; j < Columns; ++j) {
+      sum = add_in(x.set[j], sum, coefficients[j]);
+    }
+    for (size_t c = 0; c < n_covariates; ++c) {
+      sum += coefficients[Columns + c] * z[c];
+    }
+    return sum;
+  }
+};
+
+// A value that depends on the genotype alone: of one SNP without covariates.
+template <typename T>
+struct ByGenotype {
+  Vector<T> of[3];  // neither dummy, the first, the second
+
+  template <typename Function>
+  ByGenotype(const T* coefficients, Function function) {
+    const Vector<T> base = load(coefficients);
+    of[0] = function(base);
+    of[1] = function(base + load(coefficients + kLaneCount<T>));
+    of[2] = function(base + load(coefficients + 2 * kLaneCount<T>));
+  }
+
+  template <int Order, size_t Products>
+  Vector<T> at(const SampleColumns<T, Order, Products>& x) const {
+    return choose(x.set[2], of[2], choose(x.set[1], of[1], of[0]));
+  }
+};
+
+// Covariates: their number, or -1 where it is that of the input. Products: see SampleColumns.
+template <typename T, int Order, int Covariates, size_t Products>
+void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T* information, T* gradient) {
+  using Genotypes = GenotypeColumns<Order>;
+  constexpr size_t kColumns = Genotypes::kColumns;
+  constexpr size_t kCovariates = Covariates < 0 ? kMostCovariates : static_cast<size_t>(Covariates);
+  constexpr size_t kLanes = kLaneCount<T>;
+  constexpr bool kByGenotype = Order == 1 && Covariates == 0;
+  constexpr bool kWithGradient = sizeof(T) == 8;
+  // The sums, one after the other: products of dummies; covariates with genotype columns; covariates with
+  // covariates; the gradient.
+  constexpr size_t kMixed = Products;
+  constexpr size_t kSquares = kMixed + kCovariates * kColumns;
+  constexpr size_t kGradient = kSquares + kCovariates * (kCovariates + 1) / 2;
+  constexpr size_t kCount = kGradient + (kWithGradient ? kColumns + kCovariates : 0);
+  const size_t n_covariates = Covariates < 0 ? in.n_covariates : kCovariates;
+
+  Sums<T, kCount> sums;
+  const Predictor<T, kColumns> predictor(coefficients, kColumns + n_covariates);
+  const ByGenotype<T> by_genotype(coefficients, [](Vector<T> eta) { return probability(eta); });
+  for_samples(in.n_samples, sums, kCount, [&](size_t i) {
+    const SampleColumns<T, Order, Products> x(in.dummies + i * 2 * Order);
+    const T* z = in.covariates + i * n_covariates;
+    Vector<T> mu;
+    if constexpr (kByGenotype) {
+      mu = by_genotype.at(x);
+    } else {
+      mu = probability(predictor.eta(x, z, n_covariates));
+      store(mu_out + i * kLanes, mu);
+    }
+    const Vector<T> complement = static_cast<T>(1) - mu;
+    const Vector<T> weight = mu * complement;
+    sums.block[0] += weight;
+    for (size_t p = 1; p < Products; ++p) {
+      sums.block[p] = add_in(x.set[p], sums.block[p], weight);
+    }
+    size_t square = kSquares;
+    for (size_t c = 0; c < n_covariates; ++c) {
+      const Vector<T> mixed = z[c] * mu * complement;
+      Vector<T>* row = sums.block + kMixed + c * kColumns;
+      row[0] += mixed;
+      for (size_t j = 1; j < kColumns; ++j) {
+        row[j] = add_in(x.set[j], row[j], mixed);
+      }
+      for (size_t d = 0; d <= c; ++d) {
+        sums.block[square++] += (z[c] * z[d]) * mu * complement;
+      }
+    }
+    if constexpr (kWithGradient) {
+      const Vector<T> residual = in.responses[i] - mu;
+      Vector<T>* slope = sums.block + kGradient;
+      slope[0] += residual;
+      for (size_t j = 1; j < kColumns; ++j) {
+        slope[j] = add_in(x.set[j], slope[j], residual);
+      }
+      for (size_t c = 0; c < n_covariates; ++c) {
+        slope[kColumns + c] += z[c] * residual;
+      }
+    }
+  });
+
+  const size_t columns = kColumns + n_covariates;
+  const auto put = [&](size_t j, size_t k, Vector<T> value) {
+    store(information + (j * columns + k) * kLanes, value);
+    store(information + (k * columns + j) * kLanes, value);
+  };
+  for (size_t j = 0; j < kColumns; ++j) {
+    for (size_t k = j; k < kColumns; ++k) {
+      const unsigned product = Genotypes::kDummies[j] | Genotypes::kDummies[k];
+      Vector<T> value{};
+      for (size_t p = 0; p < Products; ++p) {
+        if (Genotypes::kDummies[p] == product) {
+          value = sums.value(p);
+        }
+      }
+      put(j, k, value);
+    }
+  }
+  size_t square = kSquares;
+  for (size_t c = 0; c < n_covariates; ++c) {
+    for (size_t j = 0; j < kColumns; ++j) {
+      put(j, kColumns + c, sums.value(kMixed + c * kColumns + j));
+    }
+    for (size_t d = 0; d <= c; ++d) {
+      put(kColumns + d, kColumns + c, sums.value(square++));
+    }
+  }
+  if constexpr (kWithGradient) {
+    for (size_t j = 0; j < columns; ++j) {
+      store(gradient + j * kLanes, sums.value(kGradient + j));
+    }
+  }
+}
+
+template <int Order, int Covariates>
+void step_pass(const FitInput<float>& in, const float* coefficients, const float* mu_in, const float* inverse,
+               float* step) {
+  constexpr size_t kColumns = GenotypeColumns<Order>::kColumns;
+  constexpr size_t kCovariates = Covariates < 0 ? kMostCovariates : static_cast<size_t>(Covariates);
+  constexpr size_t kLanes = kLaneCount<float>;
+  constexpr bool kByGenotype = Order == 1 && Covariates == 0;
+  const size_t n_covariates = Covariates < 0 ? in.n_covariates : kCovariates;
+  const size_t columns = kColumns + n_covariates;
+
+  FloatVector sums[kColumns + kCovariates];
+  for (FloatVector& sum : sums) {
+    sum = FloatVector{};
+  }
+  const ByGenotype<float> by_genotype(coefficients, [](FloatVector eta) { return probability(eta); });
+  for (size_t i = 0; i < in.n_samples; ++i) {
+    const SampleColumns<float, Order, kColumns> x(in.dummies + i * 2 * Order);
+    const float* z = in.covariates + i * n_covariates;
+    const FloatVector mu = kByGenotype ? by_genotype.at(x) : load(mu_in + i * kLanes);
+    const FloatVector residual = in.responses[i] - mu;
+    for (size_t j = 0; j < columns; ++j) {
+      const float* row = inverse + j * columns * kLanes;
+      FloatVector projected = load(row);
+      for (size_t k = 1; k < kColumns; ++k) {
+        projected = add_in(x.set[k], projected, load(row + k * kLanes));
+      }
+      for (size_t c = 0; c < n_covariates; ++c) {
+        projected += load(row + (kColumns + c) * kLanes) * z[c];
+      }
+      sums[j] += projected * residual;
+    }
+  }
+  for (size_t j = 0; j < columns; ++j) {
+    store(step + j * kLanes, sums[j]);
+  }
+}
+
+template <typename T, int Order, int Covariates>
+void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
+  constexpr size_t kColumns = GenotypeColumns<Order>::kColumns;
+  constexpr bool kByGenotype = Order == 1 && Covariates == 0;
+  const size_t n_covariates = Covariates < 0 ? in.n_covariates : static_cast<size_t>(Covariates);
+
+  Sums<T, 1> sums;
+  const Predictor<T, kColumns> predictor(coefficients, kColumns + n_covariates);
+  const ByGenotype<T> of_others(coefficients, [](Vector<T> eta) { return minus_log_probability(eta, true); });
+  const ByGenotype<T> of_cases(coefficients, [](Vector<T> eta) { return minus_log_probability(eta, false); });
+  for_samples(in.n_samples, sums, 1, [&](size_t i) {
+    const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
+    const T y = in.responses[i];
+    Vector<T> eta{};
+    if constexpr (!kByGenotype) {
+      eta = predictor.eta(x, in.covariates + i * n_covariates, n_covariates);
+    }
+    // The response is an indicator: 0 or not, 1 or not.
+    Vector<T> share{};
+    if (static_cast<T>(1) - y != static_cast<T>(0)) {
+      share = kByGenotype ? of_others.at(x) : minus_log_probability(eta, true);
+    }
+    if (y != static_cast<T>(0)) {
+      share += kByGenotype ? of_cases.at(x) : minus_log_probability(eta, false);
+    }
+    sums.block[0] += static_cast<T>(2) * share;
+  });
+  store(deviance, sums.value(0));
+}
+
+template <typename T>
+void dummy_sums_pass(const FitInput<T>& in, T* out) {
+  constexpr size_t kMost = kMostCovariates + 2;
+  const size_t width = in.n_covariates + 2;
+  Sums<T, 2 * kMost> sums;
+  const Vector<T> one = broadcast(static_cast<T>(1));
+  for_samples(in.n_samples, sums, 2 * kMost, [&](size_t i) {
+    const T* z = in.covariates + i * in.n_covariates;
+    const Vector<T> y = broadcast(in.responses[i]);
+    for (size_t d = 0; d < 2; ++d) {
+      const LaneSet<T> set = lanes_of<T>(in.dummies[2 * i + d]);
+      Vector<T>* row = sums.block + d * kMost;
+      row[0] = add_in(set, row[0], one);
+      for (size_t c = 0; c < in.n_covariates; ++c) {
+        row[1 + c] = add_in(set, row[1 + c], broadcast(z[c]));
+      }
+      row[width - 1] = add_in(set, row[width - 1], y);
+    }
+  });
+  for (size_t d = 0; d < 2; ++d) {
+    for (size_t s = 0; s < width; ++s) {
+      store(out + (d * width + s) * kLaneCount<T>, sums.value(d * kMost + s));
+    }
+  }
+}
+
+template <typename T>
+void residual_pass(const FitInput<T>& in, const T* coefficients, T* squares) {
+  Sums<T, 1> sums;
+  const Predictor<T, 3> predictor(coefficients, 3 + in.n_covariates);
+  for_samples(in.n_samples, sums, 1, [&](size_t i) {
+    const SampleColumns<T, 1, 3> x(in.dummies + 2 * i);
+    const Vector<T> residual =
+        predictor.eta(x, in.covariates + i * in.n_covariates, in.n_covariates) - in.responses[i];
+    sums.block[0] += residual * residual;
+  });
+  store(squares, sums.value(0));
+}
+
+// The function for the number of covariates of the input. Few are common, and have functions of their own.
+template <typename T>
+void information_of(const FitInput<T>& in, const T* coefficients, T* mu, T* information, T* gradient) {
+  const auto pass = in.order == 2
+                        ? (in.exclusive ? information_pass<T, 2, -1, 9> : information_pass<T, 2, -1, 16>)
+                    : in.n_covariates == 0 ? information_pass<T, 1, 0, 3>
+                    : in.n_covariates == 1 ? information_pass<T, 1, 1, 3>
+                    : in.n_covariates == 2 ? information_pass<T, 1, 2, 3>
+                    : in.n_covariates == 3 ? information_pass<T, 1, 3, 3>
+                                           : information_pass<T, 1, -1, 3>;
+  pass(in, coefficients, mu, information, gradient);
+}
+
+void step_of(const FitInput<float>& in, const float* coefficients, const float* mu, const float* inverse,
+             float* step) {
+  const auto pass = in.order == 2          ? step_pass<2, -1>
+                    : in.n_covariates == 0 ? step_pass<1, 0>
+                    : in.n_covariates == 1 ? step_pass<1, 1>
+                    : in.n_covariates == 2 ? step_pass<1, 2>
+                    : in.n_covariates == 3 ? step_pass<1, 3>
+                                           : step_pass<1, -1>;
+  pass(in, coefficients, mu, inverse, step);
+}
+
+template <typename T>
+void deviance_of(const FitInput<T>& in, const T* coefficients, T* deviance) {
+  const auto pass = in.order == 2          ? deviance_pass<T, 2, -1>
+                    : in.n_covariates == 0 ? deviance_pass<T, 1, 0>
+                                           : deviance_pass<T, 1, -1>;
+  pass(in, coefficients, deviance);
+}
+
+constexpr FitKernels<float> kFloatKernels = {
+    kLaneCount<float>,  information_of<float>,  step_of,
+    deviance_of<float>, dummy_sums_pass<float>, residual_pass<float>};
+constexpr FitKernels<double> kDoubleKernels = {
+    kLaneCount<double>,  information_of<double>,  nullptr,
+    deviance_of<double>, dummy_sums_pass<double>, residual_pass<double>};
+
+}  // namespace

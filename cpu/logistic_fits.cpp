@@ -1,0 +1,233 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Logistic fits by iteratively reweighted least squares, Newton's method on the binomial log-likelihood from
+// coefficients of 0.
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "cpu/item_fits.h"
+#include "cpu/item_lanes.h"
+#include "lib/precise_fit.h"
+#include "lib/standardized.h"
+#include "lib/svd.h"
+
+namespace {
+
+constexpr size_t kStride = kMaxModelColumns;
+static_assert(kStride == kPreciseStride);
+
+template <typename T>
+using Matrix = std::array<T, kStride * kStride>;
+
+// The covariance of the coefficients from their information matrix, which is destroyed.
+bool invert(Matrix<float>& information, int columns, Matrix<float>& covariance, int* rank) {
+  return svd_inverse<float, kStride>(information.data(), columns, covariance.data(), kInverseCutOff, rank) !=
+         0;
+}
+bool invert(Matrix<double>& information, int columns, Matrix<double>& covariance, int* rank) {
+  return precise_inverse(information.data(), columns, covariance.data(), rank);
+}
+
+// What the iteration of one lane has come to.
+template <typename T>
+struct Lane {
+  bool active = false;
+  FitState state = FitState::kFitted;
+  bool converged = false;
+  int iterations = 0;
+  int rank = 0;
+  T last_step = 0;
+  Matrix<T> covariance{};  // of the last pass
+};
+
+template <typename T>
+class LogisticFits : public ItemFits {
+  static constexpr bool kPrecise = sizeof(T) == 8;
+
+ public:
+  LogisticFits(const Problem& problem, const RegressionRules& rules, const FitKernels<T>& kernels)
+      : rules_(rules),
+        kernels_(kernels),
+        columns_(static_cast<size_t>(rules.columns(problem.n_covariates))),
+        standardized_(problem.covariates, problem.n_samples, kPrecise ? problem.n_covariates : 0),
+        responses_(problem.phenotypes, problem.phenotypes + problem.n_samples),
+        item_lanes_(problem, rules.order()),
+        mu_(static_cast<size_t>(problem.n_samples) * kernels.lanes),
+        coefficients_(columns_ * kernels.lanes),
+        step_(columns_ * kernels.lanes),
+        information_(columns_ * columns_ * kernels.lanes),
+        inverse_(columns_ * columns_ * kernels.lanes),
+        deviance_(kernels.lanes) {
+    input_.n_samples = static_cast<size_t>(problem.n_samples);
+    input_.n_covariates = static_cast<size_t>(problem.n_covariates);
+    input_.order = static_cast<size_t>(rules.order());
+    input_.responses = responses_.data();
+    if constexpr (kPrecise) {
+      input_.covariates = standardized_.values().data();
+    } else {
+      input_.covariates = problem.covariates;
+    }
+  }
+
+  void run(const int* items, size_t count, ItemFit* fits) override {
+    for (size_t i = 0; i < count; i += kernels_.lanes) {
+      fit_group(items + i * input_.order, std::min(kernels_.lanes, count - i), fits + i);
+    }
+  }
+
+ private:
+  void fit_group(const int* items, size_t count, ItemFit* fits) {
+    item_lanes_.take(items, count, kernels_.lanes);
+    input_.dummies = item_lanes_.dummies();
+    input_.exclusive = item_lanes_.exclusive();
+    std::fill(coefficients_.begin(), coefficients_.end(), T(0));
+    for (size_t l = 0; l < kernels_.lanes; ++l) {
+      lanes_[l] = Lane<T>();
+      lanes_[l].active = l < count;
+    }
+    if (rules_.iterations <= 0) {  // no pass: the covariance is that at coefficients of 0
+      invert_information(FitState::kUnwritten);
+    }
+    for (int pass = 1; pass <= rules_.iterations && any_active(); ++pass) {
+      invert_information(FitState::kFailed);
+      find_steps();
+      take_steps(pass);
+    }
+    kernels_.deviance(input_, coefficients_.data(), deviance_.data());
+    for (size_t l = 0; l < count; ++l) {
+      put_result(l, fits + l);
+    }
+  }
+
+  bool any_active() const {
+    return std::any_of(lanes_.begin(), lanes_.begin() + static_cast<ptrdiff_t>(kernels_.lanes),
+                       [](const Lane<T>& lane) { return lane.active; });
+  }
+
+  T& at(std::vector<T>& matrix, size_t j, size_t k, size_t l) {
+    return matrix[(j * columns_ + k) * kernels_.lanes + l];
+  }
+
+  // The covariance of every active lane at its coefficients. A lane whose decomposition gives up ends.
+  void invert_information(FitState otherwise) {
+    kernels_.information(input_, coefficients_.data(), mu_.data(), information_.data(), step_.data());
+    for (size_t l = 0; l < kernels_.lanes; ++l) {
+      Lane<T>& lane = lanes_[l];
+      if (!lane.active) {
+        continue;
+      }
+      Matrix<T> information{};
+      for (size_t j = 0; j < columns_; ++j) {
+        for (size_t k = 0; k < columns_; ++k) {
+          information[j * kStride + k] = at(information_, j, k, l);
+        }
+      }
+      if (!invert(information, static_cast<int>(columns_), lane.covariance, &lane.rank)) {
+        lane.state = otherwise;
+        lane.active = false;
+      }
+    }
+  }
+
+  // step_ of every active lane.
+  void find_steps() {
+    if constexpr (kPrecise) {
+      // step_ holds the gradients.
+      std::array<T, kStride> gradient{};
+      for (size_t l = 0; l < kernels_.lanes; ++l) {
+        for (size_t j = 0; j < columns_; ++j) {
+          gradient[j] = step_[j * kernels_.lanes + l];
+        }
+        for (size_t j = 0; j < columns_; ++j) {
+          T step = 0;
+          for (size_t k = 0; k < columns_; ++k) {
+            step += lanes_[l].covariance[j * kStride + k] * gradient[k];
+          }
+          step_[j * kernels_.lanes + l] = step;
+        }
+      }
+    } else {
+      for (size_t l = 0; l < kernels_.lanes; ++l) {
+        for (size_t j = 0; j < columns_; ++j) {
+          for (size_t k = 0; k < columns_; ++k) {
+            at(inverse_, j, k, l) = lanes_[l].covariance[j * kStride + k];
+          }
+        }
+      }
+      kernels_.step(input_, coefficients_.data(), mu_.data(), inverse_.data(), step_.data());
+    }
+  }
+
+  void take_steps(int pass) {
+    for (size_t l = 0; l < kernels_.lanes; ++l) {
+      Lane<T>& lane = lanes_[l];
+      if (!lane.active) {
+        continue;
+      }
+      T total = 0;
+      for (size_t j = 0; j < columns_; ++j) {
+        const T step = step_[j * kernels_.lanes + l];
+        total += std::fabs(step);
+        coefficients_[j * kernels_.lanes + l] += step;
+      }
+      lane.iterations = pass;
+      lane.last_step = total;
+      lane.converged = is_converged(total);
+      lane.active = !lane.converged;
+    }
+  }
+
+  // Single-precision fits of one SNP compare with the double 1e-6, those of two with the float.
+  bool is_converged(T total) const {
+    if constexpr (kPrecise) {
+      return total < kPreciseConvergence;
+    } else {
+      return rules_.order() == 2 ? total < 1e-6f : static_cast<double>(total) < 1e-6;
+    }
+  }
+
+  void put_result(size_t l, ItemFit* fit) const {
+    const Lane<T>& lane = lanes_[l];
+    fit->state = lane.state;
+    fit->converged = lane.converged;
+    fit->iterations = lane.iterations;
+    fit->rank = lane.rank;
+    fit->last_step = static_cast<double>(lane.last_step);
+    fit->deviance = static_cast<double>(deviance_[l]);
+    for (size_t j = 0; j < columns_; ++j) {
+      fit->coefficients[j] = static_cast<double>(coefficients_[j * kernels_.lanes + l]);
+      fit->standard_errors[j] = static_cast<double>(std::sqrt(lane.covariance[j * kStride + j]));
+    }
+    if constexpr (kPrecise) {
+      standardized_.to_original_scale(static_cast<int>(columns_), lane.covariance.data(), kStride,
+                                      fit->coefficients, fit->standard_errors);
+    }
+  }
+
+  const RegressionRules rules_;
+  const FitKernels<T>& kernels_;
+  const size_t columns_;
+  const StandardizedCovariates standardized_;
+  const std::vector<T> responses_;
+  ItemLanes item_lanes_;
+  FitInput<T> input_{};
+  std::array<Lane<T>, kMaxFitLanes> lanes_;
+  std::vector<T> mu_;            // [samples][lanes]
+  std::vector<T> coefficients_;  // [columns][lanes]
+  std::vector<T> step_;          // [columns][lanes]
+  std::vector<T> information_;   // [columns][columns][lanes]
+  std::vector<T> inverse_;       // [columns][columns][lanes]
+  std::vector<T> deviance_;      // [lanes]
+};
+
+}  // namespace
+
+std::unique_ptr<ItemFits> make_logistic_fits(const Problem& problem, const RegressionRules& rules,
+                                             InstructionSet instruction_set) {
+  if (rules.precision == Precision::kDouble) {
+    return std::make_unique<LogisticFits<double>>(problem, rules, fit_kernels<double>(instruction_set));
+  }
+  return std::make_unique<LogisticFits<float>>(problem, rules, fit_kernels<float>(instruction_set));
+}

@@ -1,0 +1,354 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Regression fits of the CPU backend: against a naive computation and among instruction sets on bits, against
+// R's glm and lm on numbers.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+
+#include "cpu/item_fits.h"
+#include "lib/precise_fit.h"
+#include "lib/standardized.h"
+#include "tests/reference/naive_regression.h"
+#include "tests/support/regression_data.h"
+
+namespace tavo_test {
+namespace {
+
+std::vector<InstructionSet> sets_here() {
+  std::vector<InstructionSet> sets;
+  for (const InstructionSet set : {InstructionSet::kScalar, InstructionSet::kAvx2, InstructionSet::kAvx512}) {
+    if (has(set)) {
+      sets.push_back(set);
+    }
+  }
+  return sets;
+}
+
+std::vector<ItemFit> fit_all(const Problem& problem, const RegressionRules& rules,
+                             const std::vector<int>& items, InstructionSet set) {
+  std::vector<ItemFit> fits(items.size() / static_cast<size_t>(rules.order()));
+  make_item_fits(problem, rules, set)->run(items.data(), fits.size(), fits.data());
+  return fits;
+}
+
+// All pairs, or all SNPs.
+std::vector<int> all_items(int n_snps, int order) {
+  std::vector<int> items;
+  for (int i = 0; i < n_snps; ++i) {
+    if (order == 1) {
+      items.push_back(i);
+    }
+    for (int j = i + 1; order == 2 && j < n_snps; ++j) {
+      items.insert(items.end(), {i, j});
+    }
+  }
+  return items;
+}
+
+bool same_bits(double a, double b) {
+  return std::memcmp(&a, &b, sizeof(a)) == 0 || (std::isnan(a) && std::isnan(b));
+}
+
+void expect_same(const ItemFit& a, const ItemFit& b, int columns) {
+  ASSERT_EQ(a.state, b.state);
+  if (a.state != FitState::kFitted) {
+    return;
+  }
+  EXPECT_EQ(a.converged, b.converged);
+  EXPECT_EQ(a.iterations, b.iterations);
+  EXPECT_EQ(a.rank, b.rank);
+  EXPECT_TRUE(same_bits(a.last_step, b.last_step)) << a.last_step << " " << b.last_step;
+  EXPECT_TRUE(same_bits(a.deviance, b.deviance)) << a.deviance << " " << b.deviance;
+  for (int j = 0; j < columns; ++j) {
+    EXPECT_TRUE(same_bits(a.coefficients[j], b.coefficients[j]))
+        << j << ": " << a.coefficients[j] << " " << b.coefficients[j];
+    EXPECT_TRUE(same_bits(a.standard_errors[j], b.standard_errors[j]))
+        << j << ": " << a.standard_errors[j] << " " << b.standard_errors[j];
+  }
+}
+
+RegressionRules rules_of(RegressionModel model, Precision precision, int iterations = 20) {
+  RegressionRules rules;
+  rules.model = model;
+  rules.precision = precision;
+  rules.iterations = iterations;
+  return rules;
+}
+
+// Sample numbers from fewer than columns to many, every number of covariates, iteration limits from none on.
+TEST(SinglePrecisionLogisticFits, HaveTheBitsOfTheNaiveFit) {
+  std::mt19937 random(11);
+  for (const RegressionModel model : {RegressionModel::kLogistic, RegressionModel::kOrderedLogistic}) {
+    for (int n_covariates = 0; n_covariates <= 7; ++n_covariates) {
+      for (const int n_samples : {9, 37, 180}) {
+        const double missing = n_samples == 37 ? 0.1 : 0.0;
+        const int n_snps = model == RegressionModel::kLogistic ? 37 : 8;
+        RegressionData data;
+        make_random(random, n_samples, n_snps, n_covariates, missing, false, &data);
+        for (size_t i = 0; i < data.genotypes.size(); ++i) {
+          data.genotypes[i][2] = 0;                                   // one genotype only
+          data.genotypes[i][3] = data.phenotypes[i] == 1.0f ? 1 : 0;  // separates the classes
+          data.genotypes[i][4] = data.genotypes[i][4] == 0 ? 1 : data.genotypes[i][4];  // dummies add up to 1
+        }
+        data.finish(n_covariates);
+        const int iterations = n_samples == 9 ? 3 : n_covariates == 7 && n_samples == 37 ? 0 : 20;
+        const RegressionRules rules = rules_of(model, Precision::kSingle, iterations);
+        const std::vector<int> items = all_items(n_snps, rules.order());
+        for (const InstructionSet set : sets_here()) {
+          const std::vector<ItemFit> fits = fit_all(data.problem, rules, items, set);
+          for (size_t k = 0; k < fits.size(); ++k) {
+            SCOPED_TRACE(std::string(name_of(set)) + ", order " + std::to_string(rules.order()) + ", " +
+                         std::to_string(n_samples) + " samples, " + std::to_string(n_covariates) +
+                         " covariates, item " + std::to_string(k));
+            expect_same(
+                naive_logistic(data.problem, rules, items.data() + k * static_cast<size_t>(rules.order())),
+                fits[k], rules.columns(n_covariates));
+            if (testing::Test::HasFailure()) {
+              return;
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+// Every kind of fit.
+TEST(Fits, HaveTheSameBitsOnEveryInstructionSet) {
+  std::mt19937 random(12);
+  for (const RegressionModel model :
+       {RegressionModel::kLogistic, RegressionModel::kOrderedLogistic, RegressionModel::kLinear}) {
+    for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+      for (const int n_covariates : {0, 1, 3, 7}) {
+        for (const int n_samples : {50, 129, 300}) {
+          RegressionData data;
+          make_random(random, n_samples, 21, n_covariates, 0.03, model == RegressionModel::kLinear, &data);
+          const RegressionRules rules = rules_of(model, precision);
+          const std::vector<int> items = all_items(21, rules.order());
+          const std::vector<ItemFit> expected = fit_all(data.problem, rules, items, InstructionSet::kScalar);
+          for (const InstructionSet set : sets_here()) {
+            const std::vector<ItemFit> fits = fit_all(data.problem, rules, items, set);
+            for (size_t k = 0; k < fits.size(); ++k) {
+              SCOPED_TRACE(std::string(name_of(set)) + ", item " + std::to_string(k));
+              expect_same(expected[k], fits[k], rules.columns(n_covariates));
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
+TEST(Fits, DoNotDependOnTheOtherItemsOfTheBatch) {
+  std::mt19937 random(13);
+  for (const RegressionModel model :
+       {RegressionModel::kLogistic, RegressionModel::kOrderedLogistic, RegressionModel::kLinear}) {
+    RegressionData data;
+    make_random(random, 150, 40, 2, 0.02, model == RegressionModel::kLinear, &data);
+    const RegressionRules rules = rules_of(model, Precision::kSingle);
+    const auto width = static_cast<size_t>(rules.order());
+    const std::vector<int> items = all_items(40, rules.order());
+    for (const InstructionSet set : sets_here()) {
+      const std::vector<ItemFit> together = fit_all(data.problem, rules, items, set);
+      for (size_t k = 0; k < together.size(); k += 7) {
+        const std::vector<int> one(items.begin() + static_cast<ptrdiff_t>(k * width),
+                                   items.begin() + static_cast<ptrdiff_t>((k + 1) * width));
+        SCOPED_TRACE(std::string(name_of(set)) + ", item " + std::to_string(k));
+        expect_same(fit_all(data.problem, rules, one, set)[0], together[k], rules.columns(2));
+      }
+    }
+  }
+}
+
+// The naive fit decomposes the design matrix in single precision; ours solves the normal equations in double.
+// The residual sums differ by the rounding of the sum, coefficients by that of the decomposition.
+TEST(SinglePrecisionLinearFits, AgreeWithTheNaiveDecomposition) {
+  std::mt19937 random(14);
+  for (const int n_covariates : {0, 2, 7}) {
+    RegressionData data;
+    make_random(random, 400, 30, n_covariates, 0.02, true, &data);
+    const RegressionRules rules = rules_of(RegressionModel::kLinear, Precision::kSingle);
+    const std::vector<int> items = all_items(30, 1);
+    const std::vector<ItemFit> fits = fit_all(data.problem, rules, items, sets_here().back());
+    for (size_t k = 0; k < fits.size(); ++k) {
+      const ItemFit naive = naive_linear(data.problem, &items[k]);
+      ASSERT_EQ(fits[k].state, naive.state);
+      EXPECT_NEAR(fits[k].deviance, naive.deviance, 400 * 6e-8 * naive.deviance);
+      for (int j = 0; j < rules.columns(n_covariates); ++j) {
+        EXPECT_NEAR(fits[k].coefficients[j], naive.coefficients[j], 5e-4 * naive.standard_errors[j])
+            << k << " " << j;
+        EXPECT_NEAR(fits[k].standard_errors[j], naive.standard_errors[j], 5e-5 * naive.standard_errors[j]);
+      }
+    }
+  }
+}
+
+// One recorded fit of R.
+struct RecordedFit {
+  RegressionModel model;
+  std::vector<int> snps;
+  int n_covariates;
+  double deviance;
+  int rank;
+  std::vector<double> coefficients;  // NaN where R has no estimate
+  std::vector<double> standard_errors;
+};
+
+double number_of(const std::string& text) {
+  return text == "NA" ? std::nan("") : std::stod(text);
+}
+
+std::vector<RecordedFit> recorded_fits(const std::string& wanted) {
+  std::vector<RecordedFit> fits;
+  const std::vector<std::vector<std::string>> table = recorded_table("fits.tsv");
+  for (size_t r = 1; r < table.size(); ++r) {
+    const std::vector<std::string>& row = table[r];
+    if (row[0] != wanted) {
+      continue;
+    }
+    RecordedFit& fit = fits.emplace_back();
+    fit.model = wanted == "linear" ? RegressionModel::kLinear
+                : wanted == "pair" ? RegressionModel::kOrderedLogistic
+                                   : RegressionModel::kLogistic;
+    for (const size_t field : {1, 2}) {
+      if (row[field] != "0") {
+        fit.snps.push_back(std::stoi(row[field]) - 1);
+      }
+    }
+    fit.n_covariates = std::stoi(row[3]);
+    fit.deviance = std::stod(row[4]);
+    fit.rank = std::stoi(row[5]);
+    for (size_t field = 6; field + 1 < row.size(); field += 2) {
+      fit.coefficients.push_back(number_of(row[field]));
+      fit.standard_errors.push_back(number_of(row[field + 1]));
+    }
+  }
+  return fits;
+}
+
+void compare_with_r(const RecordedFit& recorded, Precision precision, double deviance_tolerance,
+                    double coefficient_tolerance) {
+  RegressionData data;
+  load_recorded(recorded.model == RegressionModel::kLinear ? "trait" : "case", recorded.n_covariates, &data);
+  const RegressionRules rules = rules_of(recorded.model, precision);
+  const ItemFit fit = fit_all(data.problem, rules, recorded.snps, sets_here().back()).at(0);
+  ASSERT_EQ(fit.state, FitState::kFitted);
+  EXPECT_EQ(fit.rank, recorded.rank);
+  if (precision == Precision::kDouble && recorded.model != RegressionModel::kLinear) {
+    EXPECT_TRUE(fit.converged);
+  }
+  EXPECT_NEAR(fit.deviance, recorded.deviance, deviance_tolerance * recorded.deviance);
+  for (size_t j = 0; j < recorded.coefficients.size(); ++j) {
+    if (std::isnan(recorded.coefficients[j])) {
+      EXPECT_EQ(fit.standard_errors[j], 0.0);  // no estimate
+      continue;
+    }
+    // Of coefficients of size 1: those of intercepts far away are as much larger as their standard errors.
+    const double scale = std::max(1.0, recorded.standard_errors[j]);
+    EXPECT_NEAR(fit.coefficients[j], recorded.coefficients[j], coefficient_tolerance * scale) << j;
+    EXPECT_NEAR(fit.standard_errors[j], recorded.standard_errors[j], coefficient_tolerance * scale) << j;
+  }
+}
+
+TEST(DoublePrecisionFits, EqualGlmAndLmOfR) {
+  for (const char* model : {"logistic", "linear", "pair"}) {
+    const std::vector<RecordedFit> fits = recorded_fits(model);
+    ASSERT_GE(fits.size(), 10u);
+    for (const RecordedFit& recorded : fits) {
+      SCOPED_TRACE(std::string(model) + " of SNP " + std::to_string(recorded.snps[0] + 1) + ", " +
+                   std::to_string(recorded.n_covariates) + " covariates");
+      compare_with_r(recorded, Precision::kDouble, 1e-11, 1e-8);
+    }
+  }
+}
+
+// With n samples and the rounding error u of single precision: a sum of n terms is off by n u of the sum of
+// their absolute values at most, which makes n u of a deviance; and a Newton step, a sum of terms whose
+// squares add up to about the squared standard error, by n u sqrt(n) of that standard error.
+TEST(SinglePrecisionFits, EqualGlmAndLmOfRAsFarAsRoundingLets) {
+  constexpr double kRounding = 6e-8;
+  constexpr double kSamples = 400.0;
+  for (const char* model : {"logistic", "linear", "pair"}) {
+    for (const RecordedFit& recorded : recorded_fits(model)) {
+      if (recorded.n_covariates == 0) {  // the second covariate, a year, is beyond single precision
+        SCOPED_TRACE(std::string(model) + " of SNP " + std::to_string(recorded.snps[0] + 1));
+        compare_with_r(recorded, Precision::kSingle, kSamples * kRounding,
+                       kSamples * kRounding * std::sqrt(kSamples));
+      }
+    }
+  }
+}
+
+TEST(DoublePrecisionNullModel, EqualsGlmOfR) {
+  for (const std::vector<std::string>& row : recorded_table("fits.tsv")) {
+    if (row[0] != "null") {
+      continue;
+    }
+    const int n_covariates = std::stoi(row[3]);
+    RegressionData data;
+    load_recorded("case", n_covariates, &data);
+    const StandardizedCovariates covariates(data.problem.covariates, data.problem.n_samples, n_covariates);
+    PreciseNull fit;
+    ASSERT_TRUE(fit_precise_null(covariates, n_covariates, data.problem.phenotypes, data.problem.n_samples,
+                                 20, &fit));
+    EXPECT_TRUE(fit.converged);
+    EXPECT_EQ(fit.rank, std::stoi(row[5]));
+    EXPECT_NEAR(fit.deviance, std::stod(row[4]), 1e-9);
+  }
+}
+
+// SNP 0 separates cases from controls: the estimates run away, and the fit says so.
+TEST(PerfectSeparation, EndsWithoutConvergenceAtADevianceNearZero) {
+  std::mt19937 random(15);
+  RegressionData data;
+  make_random(random, 100, 1, 0, 0.0, false, &data);
+  for (size_t i = 0; i < data.genotypes.size(); ++i) {
+    data.genotypes[i][0] = data.phenotypes[i] == 1.0f ? 2 : 0;
+  }
+  data.finish(0);
+  const ItemFit precise = fit_all(data.problem, rules_of(RegressionModel::kLogistic, Precision::kDouble), {0},
+                                  sets_here().back())[0];
+  EXPECT_EQ(precise.state, FitState::kFitted);
+  EXPECT_FALSE(precise.converged);
+  EXPECT_EQ(precise.iterations, 20);
+  EXPECT_LT(precise.deviance, 1e-5);
+  EXPECT_GT(precise.coefficients[2], 15.0);
+}
+
+TEST(NoIteration, LeavesCoefficientsAtZeroAndTheDevianceOfAHalf) {
+  std::mt19937 random(16);
+  RegressionData data;
+  make_random(random, 64, 3, 1, 0.0, false, &data);
+  for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+    const ItemFit fit =
+        fit_all(data.problem, rules_of(RegressionModel::kLogistic, precision, 0), {1}, sets_here().back())[0];
+    EXPECT_EQ(fit.state, FitState::kFitted);
+    EXPECT_EQ(fit.iterations, 0);
+    EXPECT_EQ(fit.coefficients[1], 0.0);
+    EXPECT_NEAR(fit.deviance, 2.0 * 64.0 * std::log(2.0), 1e-4);
+    EXPECT_GT(fit.standard_errors[0], 0.0);
+  }
+}
+
+// As many samples as columns: nothing is left for the residual variance.
+TEST(LinearFits, WithoutResidualDegreesOfFreedomHaveNoFiniteStandardErrors) {
+  RegressionData data;
+  data.genotypes = {{0}, {1}, {2}};
+  data.phenotypes = {1.0f, 2.5f, 4.0f};
+  data.finish(0);
+  for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+    const ItemFit fit =
+        fit_all(data.problem, rules_of(RegressionModel::kLinear, precision), {0}, sets_here().back())[0];
+    EXPECT_EQ(fit.state, FitState::kFitted);
+    EXPECT_NEAR(fit.coefficients[0], 1.0, 1e-6);
+    EXPECT_NEAR(fit.coefficients[1], 1.5, 1e-6);
+    EXPECT_NEAR(fit.coefficients[2], 3.0, 1e-6);
+    EXPECT_FALSE(std::isfinite(fit.standard_errors[1]) && fit.standard_errors[1] > 0.0);
+  }
+}
+
+}  // namespace
+}  // namespace tavo_test
