@@ -123,16 +123,84 @@ std::string covariate_table(int n_covariates, int n_lines) {
   return text;
 }
 
-TEST(Refusals, MoreThanTenCovariates) {
+TEST(Refusals, MoreCovariatesThanAModelCanHave) {
   const CliFolder folder;
-  folder.write("cov.txt", covariate_table(11, 40));
-  expect_refused(folder, regression_words(), {"cov.txt", "10"});
   folder.write("cov.txt", covariate_table(300, 40));
   expect_refused(folder, regression_words(), {"cov.txt", "10"});
-  folder.write("cov.txt", covariate_table(10, 40));
+  folder.write("cov.txt", covariate_table(11, 40));
+  expect_refused(folder, regression_words(), {"cov.txt", "10"});
+  for (const int n_covariates : {8, 10}) {
+    folder.write("cov.txt", covariate_table(n_covariates, 40));
+    expect_refused(folder, regression_words(), {"cov.txt", "7"});
+  }
+  folder.write("cov.txt", covariate_table(7, 40));
   const RunResult run = folder.run(regression_words() + absent_data());
   EXPECT_EQ(run.status, 0) << run.out;
-  EXPECT_TRUE(has_line(run.out, "Covarite file [40 entries, 10 covarites] read complete")) << run.out;
+  EXPECT_TRUE(has_line(run.out, "Covarite file [40 entries, 7 covarites] read complete")) << run.out;
+}
+
+TEST(Refusals, ACovariateFileWithOtherThanOneLinePerSample) {
+  const CliFolder folder(balanced_data(40, 6));
+  for (const int n_lines : {0, 39, 41}) {
+    folder.write("cov.txt", covariate_table(2, n_lines));
+    const RunResult run = folder.run(regression_words());
+    EXPECT_EQ(run.status, 1) << run.out;
+    EXPECT_EQ(notices_with(run, {"cov.txt", std::to_string(n_lines), "40"}), 1) << run.err;
+    EXPECT_FALSE(folder.exists("r.csv"));
+  }
+}
+
+TEST(Refusals, AnOrderThatNoRegressionHas) {
+  const CliFolder folder(balanced_data(40, 6));
+  for (const char* order : {"0", "3", "11", "-1", "x"}) {
+    const RunResult run = folder.run({"--regression", "logistic", "--thread", "8", "--block", "2", "--in",
+                                      "g.dat", "--out", "r.csv", "--order", order});
+    EXPECT_EQ(run.status, 1) << order << run.out;
+    EXPECT_TRUE(contains(run.out, "--order")) << run.out;
+    EXPECT_FALSE(folder.exists("r.csv"));
+  }
+}
+
+TEST(Refusals, ATransposedFileOfARegression) {
+  const GenotypeData data = balanced_data(40, 6);
+  const CliFolder folder(data);
+  folder.write("t.dat", transposed_file(data));
+  const RunResult run = folder.run({"--regression", "logistic", "--thread", "8", "--block", "2", "--in",
+                                    "t.dat", "--out", "r.csv", "--transpose", "1"});
+  EXPECT_TRUE(contains(run.out, "Cannot open the text file!!")) << run.out;
+  EXPECT_GE(notices_with(run, {"t.dat"}) + notices_with(run, {"transposed"}), 1) << run.err;
+  EXPECT_FALSE(folder.exists("r.csv"));
+}
+
+TEST(Refusals, RegressionOptionsOfASearch) {
+  const CliFolder folder;
+  for (const Words& words : {Words{"--precision", "double"}, Words{"--tidy", "t.tsv"}}) {
+    const RunResult run = folder.run_mdr(words);
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(has_line(run.out, words[0] + " option only used for regression!")) << run.out;
+  }
+}
+
+TEST(Refusals, APrecisionThatIsNone) {
+  const CliFolder folder;
+  expect_refused(
+      folder,
+      {"--regression", "logistic", "--thread", "8", "--block", "2", "--in", "g.dat", "--precision", "half"},
+      {"half", "--precision", "single", "double"});
+}
+
+TEST(Refusals, OutputsOfARegressionInPlaceOfItsInputs) {
+  const CliFolder folder(balanced_data(40, 6));
+  folder.write("cov.txt", covariate_table(2, 40));
+  const Words words = {"--regression", "logistic", "--thread",    "8",      "--block", "2",
+                       "--in",         "g.dat",    "--covariate", "cov.txt"};
+  for (const Words& outputs :
+       {Words{"--out", "cov.txt"}, Words{"--out", "r.csv", "--tidy", "g.dat"},
+        Words{"--out", "r.csv", "--tidy", "cov.txt"}, Words{"--out", "r.csv", "--tidy", "./r.csv"}}) {
+    const std::string before = read_file(folder.path("cov.txt")) + read_file(folder.path("g.dat"));
+    EXPECT_EQ(folder.run(words + outputs).status, 1) << outputs.back();
+    EXPECT_EQ(read_file(folder.path("cov.txt")) + read_file(folder.path("g.dat")), before);
+  }
 }
 
 TEST(Refusals, AShortCovariateLine) {
