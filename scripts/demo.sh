@@ -36,3 +36,16 @@ awk -F, '
   }' "$work/result.csv"
 echo
 echo "The whole report: $work/result.csv"
+
+echo
+echo "Fitting a logistic regression with interaction terms to every pair (log: $work/pairs.log)."
+(cd "$work" && "../../$bin/src/tavo" --in example.tavo --out pairs.csv --regression logistic --order 2 \
+  --precision double --tidy pairs.tsv --thread 256 --block 64 >pairs.log)
+awk -F'\t' '
+  NR == 1 { for (i = 1; i <= NF; ++i) column[$i] = i; next }
+  NR <= 4 {
+    printf "  %s and %s: likelihood ratio %.1f with %d degrees of freedom, p = %.2g\n",
+      $column["snp1"], $column["snp2"], $column["lr_statistic"], $column["df"], $column["p"]
+  }' "$work/pairs.tsv"
+echo
+echo "The table of the best pairs: $work/pairs.tsv"
