@@ -40,7 +40,7 @@ struct SampleColumns {
   explicit SampleColumns(const uint16_t* dummies) {
     for (size_t p = 1; p < Products; ++p) {
       unsigned lanes = ~0u;
-      for (size_t d = 0; d < 2 * Order; ++d) {
+      for (size_t d = 0; d < 2 * size_t{Order}; ++d) {
         if ((GenotypeColumns<Order>::kDummies[p] >> d & 1u) != 0) {
           lanes &= dummies[d];
         }

@@ -103,7 +103,7 @@ template <typename T>
 inline LaneSet<T> lanes_of(unsigned bits) {
   typename LaneSet<T>::Mask bit_of_lane;
   for (size_t l = 0; l < kLaneCount<T>; ++l) {
-    bit_of_lane[l] = static_cast<typename LaneSet<T>::Bits>(1u << l);
+    bit_of_lane[l] = typename LaneSet<T>::Bits{1} << l;
   }
   const auto spread = static_cast<typename LaneSet<T>::Bits>(bits) + typename LaneSet<T>::Mask{};
   return {(spread & bit_of_lane) != 0};

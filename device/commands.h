@@ -22,7 +22,7 @@ enum CommandCode : uint32_t {
 
 // Every record begins with its code. A bare code is a record of its own.
 struct WorkerCommand {
-  uint32_t code;
+  uint32_t code = 0;
 };
 
 // What a set-up prepares for.
@@ -78,9 +78,9 @@ struct WorkerBatchCommand : WorkerCommand {
 };
 
 struct RegressionSetupCommand : WorkerCommand {
-  explicit RegressionSetupCommand(const RegressionRules& rules_)
-      : WorkerCommand{rules_.model == RegressionModel::kLinear ? kCommandLinearSetup : kCommandLogisticSetup},
-        rules(rules_) {}
+  explicit RegressionSetupCommand(const RegressionRules& rules_) : rules(rules_) {
+    code = rules.model == RegressionModel::kLinear ? kCommandLinearSetup : kCommandLogisticSetup;
+  }
 
   RegressionRules rules;
   uint64_t launch_size = 1;  // items per batch and worker at most

@@ -10,6 +10,7 @@
 namespace {
 
 constexpr int kStride = kPreciseStride;
+constexpr size_t kEntries = size_t{kPreciseStride} * kPreciseStride;
 
 // log(1 + exp(x)).
 double softplus(double x) {
@@ -62,7 +63,7 @@ bool fit_precise_null(const StandardizedCovariates& covariates, int n_covariates
   const size_t np = design.n_covariates + 1;
   std::array<double, kStride> beta{};
   for (int pass = 0; pass < iterations && !fit->converged; ++pass) {
-    std::array<long double, kStride * kStride> information{};
+    std::array<long double, kEntries> information{};
     std::array<long double, kStride> gradient{};
     for (size_t i = 0; i < n; ++i) {
       const double mu = 1.0 / (1.0 + std::exp(-design.eta(i, beta)));
@@ -73,8 +74,8 @@ bool fit_precise_null(const StandardizedCovariates& covariates, int n_covariates
         }
       }
     }
-    std::array<double, kStride * kStride> matrix{};
-    std::array<double, kStride * kStride> inverse{};
+    std::array<double, kEntries> matrix{};
+    std::array<double, kEntries> inverse{};
     for (size_t j = 0; j < np; ++j) {
       for (size_t k = j; k < np; ++k) {
         matrix[j * kStride + k] = matrix[k * kStride + j] = static_cast<double>(information[j * kStride + k]);
