@@ -1,0 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// One-dimensional launches with a thread per item.
+#pragma once
+
+#include <cstdint>
+
+constexpr unsigned kThreadsPerBlock = 128;
+
+// Blocks that hold n >= 1 threads. A grid takes 2^31 - 1 of them, so that n must stay below 2^38.
+constexpr unsigned blocks_for(uint64_t n) {
+  return static_cast<unsigned>((n + kThreadsPerBlock - 1) / kThreadsPerBlock);
+}

@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cuda/cuda_check.h"
+#include "cuda/launch_shape.h"
+#include "cuda/occupied_cells.h"
+
+namespace {
+
+__global__ void occupied_records(OccupiedRecordArguments arguments) {
+  occupied_record(arguments, blockIdx.x * blockDim.x + threadIdx.x);
+}
+
+}  // namespace
+
+void cuOccupiedRecords(const OccupiedRecordArguments& arguments, cudaStream_t stream) {
+  occupied_records<<<blocks_for(arguments.active), kThreadsPerBlock, 0, stream>>>(arguments);
+  cuda_check_launch("cuOccupiedRecords() execution failed.\n");
+}
