@@ -7,7 +7,7 @@
 #include "cpu/cores.h"
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
-#include "cpu/segments.h"
+#include "device/segments.h"
 
 struct SearchData {
   SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set)

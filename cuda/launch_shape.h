@@ -11,3 +11,10 @@ constexpr unsigned kThreadsPerBlock = 128;
 constexpr unsigned blocks_for(uint64_t n) {
   return static_cast<unsigned>((n + kThreadsPerBlock - 1) / kThreadsPerBlock);
 }
+
+#ifdef __CUDACC__
+// The item of the calling thread; threads of the last block may have one beyond the last.
+__device__ inline uint64_t thread_item() {
+  return static_cast<uint64_t>(blockIdx.x) * blockDim.x + threadIdx.x;
+}
+#endif

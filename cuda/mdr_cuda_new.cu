@@ -4,8 +4,9 @@
 
 namespace {
 
+// Numbers of combinations fit 32 bits, and so do those of the surplus threads of the last block.
 __device__ uint32_t thread_number() {
-  return blockIdx.x * blockDim.x + threadIdx.x;
+  return static_cast<uint32_t>(thread_item());
 }
 
 __global__ void mdrCT_available(CountArguments arguments) {

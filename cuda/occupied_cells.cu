@@ -6,7 +6,11 @@
 namespace {
 
 __global__ void occupied_records(OccupiedRecordArguments arguments) {
-  occupied_record(arguments, blockIdx.x * blockDim.x + threadIdx.x);
+  occupied_record(arguments, static_cast<uint32_t>(thread_item()));
+}
+
+__global__ void occupied_search(OccupiedSearchArguments arguments) {
+  search_occupied(arguments, thread_item());
 }
 
 }  // namespace
@@ -14,4 +18,9 @@ __global__ void occupied_records(OccupiedRecordArguments arguments) {
 void cuOccupiedRecords(const OccupiedRecordArguments& arguments, cudaStream_t stream) {
   occupied_records<<<blocks_for(arguments.active), kThreadsPerBlock, 0, stream>>>(arguments);
   cuda_check_launch("cuOccupiedRecords() execution failed.\n");
+}
+
+void cuOccupiedSearch(const OccupiedSearchArguments& arguments, cudaStream_t stream) {
+  occupied_search<<<blocks_for(arguments.range.n_ranks), kThreadsPerBlock, 0, stream>>>(arguments);
+  cuda_check_launch("cuOccupiedSearch() execution failed.\n");
 }
