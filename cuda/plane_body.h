@@ -75,6 +75,18 @@ struct PlaneShape {
   static constexpr int kChunks = power_of_3(kOrder - kInner);
 };
 
+// Splits each of the first kCells words by the three planes of one more SNP, which becomes the highest digit.
+template <int kCells>
+TAVO_HOST_DEVICE void join_planes(const uint32_t* snp, uint32_t* joined) {
+  const uint32_t plane[3] = {snp[0], snp[kSnpsPerBlock], snp[2 * kSnpsPerBlock]};
+  TAVO_UNROLL
+  for (int m = 0; m < kCells; ++m) {
+    joined[2 * kCells + m] = joined[m] & plane[2];
+    joined[kCells + m] = joined[m] & plane[1];
+    joined[m] &= plane[0];
+  }
+}
+
 // Adds the counts of one chunk in the words of one segment. snps[kOrder]: each SNP's first word.
 template <int kOrder>
 TAVO_HOST_DEVICE void count_chunk(const uint32_t* const* snps, int first, int end, int chunk,
@@ -84,36 +96,19 @@ TAVO_HOST_DEVICE void count_chunk(const uint32_t* const* snps, int first, int en
     const size_t at = (size_t)w * 3 * kSnpsPerBlock;
     uint32_t outer = ~0u;
     int digits = chunk;
+    TAVO_UNROLL
     for (int j = Shape::kInner; j < kOrder; ++j, digits /= 3) {
       outer &= snps[j][at + (size_t)(digits % 3) * kSnpsPerBlock];
     }
-    uint32_t joined[Shape::kInnerCells];
-    joined[0] = outer;
-    int n = 1;
-#ifdef __CUDA_ARCH__
-#pragma unroll
-#endif
-    for (int j = 0; j < Shape::kInner; ++j, n *= 3) {
-      uint32_t plane[3];
-      for (int g = 0; g < 3; ++g) {
-        plane[g] = snps[j][at + (size_t)g * kSnpsPerBlock];
-      }
-      // From the highest genotype down, since the first third is also the source.
-#ifdef __CUDA_ARCH__
-#pragma unroll
-#endif
-      for (int g = 2; g >= 0; --g) {
-#ifdef __CUDA_ARCH__
-#pragma unroll
-#endif
-        for (int m = 0; m < n; ++m) {
-          joined[g * n + m] = joined[m] & plane[g];
-        }
-      }
+    uint32_t joined[Shape::kInnerCells] = {outer};
+    join_planes<1>(snps[0] + at, joined);
+    if constexpr (Shape::kInner > 1) {
+      join_planes<3>(snps[1] + at, joined);
     }
-#ifdef __CUDA_ARCH__
-#pragma unroll
-#endif
+    if constexpr (Shape::kInner > 2) {
+      join_planes<9>(snps[2] + at, joined);
+    }
+    TAVO_UNROLL
     for (int m = 0; m < Shape::kInnerCells; ++m) {
       counts[m] += count_bits(joined[m]);
     }
@@ -126,6 +121,7 @@ TAVO_HOST_DEVICE int32_t count_complete(const uint32_t* const* snps, int first, 
   int32_t n = 0;
   for (int w = first; w < end; ++w) {
     uint32_t complete = ~0u;
+    TAVO_UNROLL
     for (int j = 0; j < kOrder; ++j) {
       const uint32_t* plane = snps[j] + (size_t)w * 3 * kSnpsPerBlock;
       complete &= plane[0] | plane[kSnpsPerBlock] | plane[2 * kSnpsPerBlock];
@@ -148,6 +144,7 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
   int comb[kOrder];
   unrank(range, rank, comb);
   const uint32_t* snps[kOrder];
+  TAVO_UNROLL
   for (int j = 0; j < kOrder; ++j) {
     snps[j] = a.planes + interleaved_index(comb[j], 3 * a.n_words);
   }
@@ -164,6 +161,7 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
       count_chunk<kOrder>(snps, word[0], word[1], chunk, controls);
       count_chunk<kOrder>(snps, word[1], word[2], chunk, cases);
     }
+    TAVO_UNROLL
     for (int m = 0; m < kInnerCells; ++m) {
       totals[chunk][0][m] = controls[m];
       totals[chunk][1][m] = cases[m];
@@ -181,6 +179,7 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
     if constexpr (Shape::kChunks == 1) {
       count_chunk<kOrder>(snps, word[0], word[1], 0, controls);
       count_chunk<kOrder>(snps, word[1], word[2], 0, cases);
+      TAVO_UNROLL
       for (int m = 0; m < kInnerCells; ++m) {
         training.controls -= controls[m];
         training.cases -= cases[m];
@@ -194,6 +193,7 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
     float chi_square = 0.0f;
     for (int chunk = 0; chunk < Shape::kChunks; ++chunk) {
       if constexpr (Shape::kChunks > 1) {
+        TAVO_UNROLL
         for (int m = 0; m < kInnerCells; ++m) {
           controls[m] = 0;
           cases[m] = 0;
@@ -201,9 +201,7 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
         count_chunk<kOrder>(snps, word[0], word[1], chunk, controls);
         count_chunk<kOrder>(snps, word[1], word[2], chunk, cases);
       }
-#ifdef __CUDA_ARCH__
-#pragma unroll
-#endif
+      TAVO_UNROLL
       for (int m = 0; m < kInnerCells; ++m) {
         const int cell = chunk * kInnerCells + m;
         if (cell < 32 && (a.counted_cells >> cell & 1u) == 0) {
