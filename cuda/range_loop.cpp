@@ -12,8 +12,7 @@ namespace {
 // Candidates that a launch can hand back; more make it be repeated in parts.
 constexpr uint64_t kCandidateCapacity = 1 << 18;
 
-// Ranks per launch at most. What fits a grid is far more; this keeps a launch short enough for the watchdog
-// of a GPU that also drives a display.
+// Ranks per launch at most; a grid would take more.
 constexpr uint64_t kMostRanksPerLaunch = uint64_t{1} << 32;
 // Of the occupied-cells search, whose threads are slow.
 constexpr uint64_t kMostOccupiedRanks = 1 << 17;

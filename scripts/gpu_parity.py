@@ -96,7 +96,8 @@ def run(program, device, case, data, scores, folder):
     done = subprocess.run(words, cwd=folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
     seconds = time.monotonic() - started
     if done.returncode != 0:
-        raise RuntimeError("%s ended with status %d:\n%s" % (" ".join(words), done.returncode, done.stderr))
+        raise RuntimeError("%s ended with status %d:\n%s" % (" ".join(words), done.returncode,
+                                                                    done.stdout[-300:] + done.stderr))
     expected = "tavo: CUDA," if device == "cuda" else "tavo: CPU,"
     if expected not in done.stderr:
         raise RuntimeError("%s did not run on %s:\n%s" % (" ".join(words), device, done.stderr))
