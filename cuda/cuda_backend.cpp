@@ -62,7 +62,6 @@ class CudaDevice : public Device {
         const auto words =
             static_cast<size_t>(problem.n_samples) * static_cast<size_t>(problem.words_per_row);
         upload<uint32_t>(data_.genotypes, {problem.words, words}, "genotypes", data_.stream.get());
-        data_.stream.wait();
       }
     });
   }
@@ -75,7 +74,6 @@ class CudaDevice : public Device {
       } else {
         cuMdrSendBase(data_.mdr, {problem.classes, n}, data_.stream.get());
       }
-      data_.stream.wait();
     });
   }
 

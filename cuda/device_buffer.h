@@ -72,6 +72,8 @@ void upload_pair(DeviceBuffer<T>& buffer, std::span<const T> first, std::span<co
     }
     target += part.size();
   }
+  // A copy from pageable memory may still be under way where the GPU reads that memory by itself.
+  cuda_safe_call(cudaStreamSynchronize(stream), where);
 }
 
 template <typename T>

@@ -7,9 +7,10 @@
 
 constexpr unsigned kThreadsPerBlock = 128;
 
-// Blocks that hold n >= 1 threads. A grid takes 2^31 - 1 of them, so that n must stay below 2^38.
-constexpr unsigned blocks_for(uint64_t n) {
-  return static_cast<unsigned>((n + kThreadsPerBlock - 1) / kThreadsPerBlock);
+// Blocks that hold n >= 1 threads. A grid takes 2^31 - 1 of them: n stays below that times the block's
+// threads.
+constexpr unsigned blocks_for(uint64_t n, unsigned threads = kThreadsPerBlock) {
+  return static_cast<unsigned>((n + threads - 1) / threads);
 }
 
 #ifdef __CUDACC__

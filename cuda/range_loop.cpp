@@ -62,7 +62,7 @@ RangeLoop::RangeLoop(DeviceData& data, const WorkerSetupCommand& setup)
   }
   // With empty lists every combination can pass in every fold.
   next_launch_ = std::min(most_per_launch_, std::max<uint64_t>(1, capacity_ / setup.folds.size()));
-  // What was uploaded from here may go.
+  // A kernel that failed is reported here, not at the first range.
   data_.stream.wait();
 }
 

@@ -59,10 +59,52 @@ struct ScoreSearchArguments {
   uint32_t counted_cells;    // bit m: the count table holds cell m; cells from 32 on are always held
 };
 
-// Thread `item`: the combination of rank first_rank + item, offered for every fold.
+// The score sums of one entry, a lane per fold.
+struct alignas(16) FoldSums {
+  float lane[kFoldLanes];
+};
+
+// The training counts of one entry, a lane per fold, packed so that one addition counts a sample for all of
+// them: 16-bit lanes in one word for up to 65,535 samples, 32-bit lanes in two words for more.
+template <int kWords>
+struct FoldCounts {
+  static constexpr int kLanesPerWord = kFoldLanes / kWords;
+  static constexpr int kLaneBits = 64 / kLanesPerWord;
+  uint64_t word[kWords];
+};
+
+constexpr int kMostNarrowSamples = 65535;
+
+// Counts a sample for every lane but tested_by, which may be out of range.
+template <int kWords>
+TAVO_HOST_DEVICE void count_sample(FoldCounts<kWords>* counts, int tested_by) {
+  using Counts = FoldCounts<kWords>;
+  constexpr uint64_t kOneEach = ~uint64_t{0} / ((uint64_t{1} << (Counts::kLaneBits - 1)) * 2 - 1);
+  TAVO_UNROLL
+  for (int w = 0; w < kWords; ++w) {
+    const int lane = tested_by - w * Counts::kLanesPerWord;
+    const bool here = lane >= 0 && lane < Counts::kLanesPerWord;
+    counts->word[w] += kOneEach - (here ? uint64_t{1} << (Counts::kLaneBits * (here ? lane : 0)) : 0);
+  }
+}
+
+template <int kWords>
+TAVO_HOST_DEVICE int32_t lane_count(const FoldCounts<kWords>& counts, int lane) {
+  using Counts = FoldCounts<kWords>;
+  constexpr uint64_t kLaneMask = (uint64_t{1} << (Counts::kLaneBits - 1)) * 2 - 1;
+  const int shift = Counts::kLaneBits * (lane % Counts::kLanesPerWord);
+  return (int32_t)(counts.word[lane / Counts::kLanesPerWord] >> shift & kLaneMask);
+}
+
 template <int kOrder>
-TAVO_HOST_DEVICE void search_scores(const ScoreSearchArguments& a, uint64_t item) {
-  constexpr int kEntries = 2 * power_of_3(kOrder);
+constexpr int kScoreEntries = 2 * power_of_3(kOrder);
+
+// Thread `item`: the combination of rank first_rank + item, offered for every fold. sums and counts are the
+// thread's scratch, kScoreEntries<kOrder> elements of each, `stride` elements apart.
+template <int kOrder, int kWords>
+TAVO_HOST_DEVICE void search_scores(const ScoreSearchArguments& a, uint64_t item, FoldSums* sums,
+                                    FoldCounts<kWords>* counts, int stride) {
+  constexpr int kEntries = kScoreEntries<kOrder>;
   const SearchRange& range = a.range;
   if (item >= range.n_ranks) {
     return;
@@ -71,36 +113,47 @@ TAVO_HOST_DEVICE void search_scores(const ScoreSearchArguments& a, uint64_t item
   int comb[kOrder];
   unrank(range, rank, comb);
   const uint32_t* snps[kOrder];
+  TAVO_UNROLL
   for (int j = 0; j < kOrder; ++j) {
     snps[j] = a.codes + interleaved_index(comb[j], a.n_words);
   }
   for (int first_fold = 0; first_fold < range.n_folds; first_fold += kFoldLanes) {
-    int32_t counts[kEntries] = {};              // of all samples
-    int32_t tested[kEntries][kFoldLanes] = {};  // of those that the lane's fold tests
-    float sums[kEntries][kFoldLanes] = {};
-    for (int position = 0; position < a.n_positions; ++position) {
-      const size_t word = (size_t)(position / kGenotypesPerWord) * kSnpsPerBlock;
-      const int shift = 2 * (position % kGenotypesPerWord);
-      int cell = 0;
-      int weight = 1;
-      bool complete = true;
-      for (int j = 0; j < kOrder; ++j, weight *= 3) {
-        const unsigned genotype = snps[j][word] >> shift & 3u;
-        complete = complete && genotype != kMissingGenotype;
-        cell += (int)genotype * weight;
+    for (int entry = 0; entry < kEntries; ++entry) {
+      sums[entry * stride] = FoldSums{};
+      counts[entry * stride] = FoldCounts<kWords>{};
+    }
+    for (int w = 0; w < a.n_words; ++w) {
+      uint32_t codes[kOrder];
+      TAVO_UNROLL
+      for (int j = 0; j < kOrder; ++j) {
+        codes[j] = snps[j][(size_t)w * kSnpsPerBlock];
       }
-      if (!complete) {
-        continue;
-      }
-      const int entry = 2 * cell + a.is_case[position];
-      ++counts[entry];
-      const int lane_of_fold = a.fold_of[position] - first_fold;
-      if (lane_of_fold >= 0 && lane_of_fold < kFoldLanes) {
-        ++tested[entry][lane_of_fold];
-      }
-      const float* scores = a.fold_scores + (size_t)position * (size_t)a.width + first_fold;
-      for (int lane = 0; lane < kFoldLanes; ++lane) {
-        sums[entry][lane] += scores[lane];
+      // Positions beyond the last are missing; they are not looked up.
+      const int first = w * kGenotypesPerWord;
+      const int end = first + kGenotypesPerWord < a.n_positions ? first + kGenotypesPerWord : a.n_positions;
+      for (int position = first; position < end; ++position) {
+        int cell = 0;
+        int weight = 1;
+        bool complete = true;
+        TAVO_UNROLL
+        for (int j = 0; j < kOrder; ++j, weight *= 3) {
+          const unsigned genotype = codes[j] & 3u;
+          codes[j] >>= 2;
+          complete = complete && genotype != kMissingGenotype;
+          cell += (int)genotype * weight;
+        }
+        if (!complete) {
+          continue;
+        }
+        const int at = (2 * cell + a.is_case[position]) * stride;
+        count_sample(&counts[at], a.fold_of[position] - first_fold);
+        const float* scores = a.fold_scores + (size_t)position * (size_t)a.width + first_fold;
+        FoldSums sum = sums[at];
+        TAVO_UNROLL
+        for (int lane = 0; lane < kFoldLanes; ++lane) {
+          sum.lane[lane] += scores[lane];
+        }
+        sums[at] = sum;
       }
     }
     for (int lane = 0; lane < kFoldLanes && first_fold + lane < range.n_folds; ++lane) {
@@ -109,11 +162,12 @@ TAVO_HOST_DEVICE void search_scores(const ScoreSearchArguments& a, uint64_t item
         if (cell < 32 && (a.counted_cells >> cell & 1u) == 0) {
           continue;
         }
-        const int32_t controls = counts[2 * cell] - tested[2 * cell][lane];
-        const int32_t cases = counts[2 * cell + 1] - tested[2 * cell + 1][lane];
-        add_cell(&table,
-                 score_cell_label(controls, sums[2 * cell][lane], sums[2 * cell + 1][lane], range.tie),
-                 controls, cases);
+        const int at = 2 * cell * stride;
+        const int32_t controls = lane_count(counts[at], lane);
+        const int32_t cases = lane_count(counts[at + stride], lane);
+        const int label =
+            score_cell_label(controls, sums[at].lane[lane], sums[at + stride].lane[lane], range.tie);
+        add_cell(&table, label, controls, cases);
       }
       offer(range, rank, first_fold + lane, canonical_nan(balanced_accuracy_unguarded(table)));
     }

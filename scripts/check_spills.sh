@@ -23,9 +23,9 @@ for source in mdr_search gmdr_search; do
         name = $0
         sub(/.*entry function ./, "", name)
         sub(/. for .*/, "", name)
-        if (match(name, /(mdr|gmdr)_(search_[a-z]+ILi[0-9]+E|build_[a-z]+)/)) {
+        if (match(name, /(mdr|gmdr)_(search_[a-z]+ILi[0-9]+E(Li[0-9]+E)?|build_[a-z]+)/)) {
           name = substr(name, RSTART, RLENGTH)
-          sub(/ILi/, "<", name)
+          sub(/ILi/, "<", name); sub(/ELi/, ", ", name)
           sub(/E$/, ">", name)
         }
       }

@@ -191,9 +191,20 @@ void cuMdrSearch(const PlaneSearchArguments& arguments, cudaStream_t) {
                                                 search_planes<4>, search_planes<5>, search_planes<6>};
   launch("cuMdrSearch()", arguments, arguments.range.n_ranks, kBodies[arguments.range.order - 1]);
 }
+
+namespace {
+// Scratch of one thread, with what the last one left.
+template <int kOrder, int kWords>
+void search_scores_once(const ScoreSearchArguments& arguments, uint64_t item) {
+  static FoldSums sums[kScoreEntries<kOrder>];
+  static FoldCounts<kWords> counts[kScoreEntries<kOrder>];
+  search_scores<kOrder>(arguments, item, sums, counts, 1);
+}
+}  // namespace
+
 void cuGmdrSearch(const ScoreSearchArguments& arguments, cudaStream_t) {
   using Body = void (*)(const ScoreSearchArguments&, uint64_t);
-  constexpr Body kBodies[kMaxCudaScoreOrder] = {search_scores<1>, search_scores<2>, search_scores<3>,
-                                                search_scores<4>};
+  constexpr Body kBodies[kMaxCudaScoreOrder] = {search_scores_once<1, 1>, search_scores_once<2, 1>,
+                                                search_scores_once<3, 1>, search_scores_once<4, 1>};
   launch("cuGmdrSearch()", arguments, arguments.range.n_ranks, kBodies[arguments.range.order - 1]);
 }

@@ -89,7 +89,8 @@ std::vector<SearchCandidate> plane_search(const Scene& scene, const WorkerSetupC
   });
 }
 
-template <int kOrder>
+// stride: as if threads shared an array, each with its own column.
+template <int kOrder, int kWords, int kStride>
 std::vector<SearchCandidate> score_search(const Scene& scene, const WorkerSetupCommand& setup,
                                           uint64_t total) {
   if (setup.rules.measure != kBalancedAccuracy) {
@@ -104,11 +105,14 @@ std::vector<SearchCandidate> score_search(const Scene& scene, const WorkerSetupC
   for (uint64_t item = 0; item < items + kSurplusThreads; ++item) {
     build_codes(build, item);
   }
+  // What an earlier thread left behind.
+  std::vector<FoldSums> sums(kScoreEntries<kOrder> * kStride, FoldSums{{1.0f, 2.0f, 3.0f, 4.0f}});
+  std::vector<FoldCounts<kWords>> counts(kScoreEntries<kOrder> * kStride, FoldCounts<kWords>{{99}});
   HostRange host(scene, setup);
   return host.run(total, [&](const SearchRange& range, uint64_t item) {
     search_scores<kOrder>({range, codes.data(), n, n_words, layout.is_case.data(), layout.fold_of.data(),
                            layout.fold_scores.data(), layout.width, counted_cell_bits(setup.rules)},
-                          item);
+                          item, sums.data() + kStride - 1, counts.data() + kStride - 1, kStride);
   });
 }
 
@@ -131,8 +135,10 @@ std::vector<SearchCandidate> occupied(const Scene& scene, const WorkerSetupComma
 using SearchPointer = std::vector<SearchCandidate> (*)(const Scene&, const WorkerSetupCommand&, uint64_t);
 constexpr SearchPointer kPlaneSearches[kMaxCudaPlaneOrder] = {
     plane_search<1>, plane_search<2>, plane_search<3>, plane_search<4>, plane_search<5>, plane_search<6>};
-constexpr SearchPointer kScoreSearches[kMaxCudaScoreOrder] = {score_search<1>, score_search<2>,
-                                                              score_search<3>, score_search<4>};
+constexpr SearchPointer kScoreSearches[kMaxCudaScoreOrder] = {score_search<1, 1, 1>, score_search<2, 1, 1>,
+                                                              score_search<3, 1, 1>, score_search<4, 1, 1>};
+constexpr SearchPointer kWideScoreSearches[kMaxCudaScoreOrder] = {
+    score_search<1, 2, 3>, score_search<2, 2, 3>, score_search<3, 2, 3>, score_search<4, 2, 3>};
 
 class PlaneBodies : public testing::TestWithParam<int> {};
 TEST_P(PlaneBodies, FindTheBitsOfTheRecords) {
@@ -145,8 +151,31 @@ class ScoreBodies : public testing::TestWithParam<int> {};
 TEST_P(ScoreBodies, FindTheBitsOfTheRecords) {
   tavo_test::sweep_searches(GetParam(), true, kScoreSearches[GetParam() - 1]);
 }
+TEST_P(ScoreBodies, FindTheBitsOfTheRecordsWithWideCounts) {
+  tavo_test::sweep_searches(GetParam(), true, kWideScoreSearches[GetParam() - 1]);
+}
 INSTANTIATE_TEST_SUITE_P(Orders, ScoreBodies, testing::Range(1, kMaxCudaScoreOrder + 1),
                          testing::PrintToStringParamName());
+
+// The largest number of samples that the narrow lanes take, and one more than a narrow lane would.
+TEST(FoldCounts, LanesDoNotSpill) {
+  FoldCounts<1> narrow{};
+  for (int i = 0; i < kMostNarrowSamples; ++i) {
+    count_sample(&narrow, i < 5 ? 2 : kFoldLanes);
+  }
+  EXPECT_EQ(lane_count(narrow, 0), 65535);
+  EXPECT_EQ(lane_count(narrow, 1), 65535);
+  EXPECT_EQ(lane_count(narrow, 2), 65530);
+  EXPECT_EQ(lane_count(narrow, 3), 65535);
+  FoldCounts<2> wide{};
+  for (int i = 0; i <= kMostNarrowSamples; ++i) {
+    count_sample(&wide, i < 5 ? 3 : -1);
+  }
+  EXPECT_EQ(lane_count(wide, 0), 65536);
+  EXPECT_EQ(lane_count(wide, 1), 65536);
+  EXPECT_EQ(lane_count(wide, 2), 65536);
+  EXPECT_EQ(lane_count(wide, 3), 65531);
+}
 
 class OccupiedBodies : public testing::TestWithParam<int> {};
 TEST_P(OccupiedBodies, FindTheBitsOfTheRecords) {
@@ -164,7 +193,7 @@ TEST(SearchBodies, SnpsOfEveryBlockAreFound) {
   Scene scene(random, 70, 40, 0.1, 3, false);
   tavo_test::expect_search(scene, {2, 4, 1, kBalancedAccuracy}, 0, plane_search<2>);
   scene.draw_scores(random);
-  tavo_test::expect_search(scene, {2, 4, 1, kBalancedAccuracy}, 0, score_search<2>);
+  tavo_test::expect_search(scene, {2, 4, 1, kBalancedAccuracy}, 0, (score_search<2, 1, 1>));
 }
 
 TEST(SearchBodies, TheTransposedLayoutHasEmptyTables) {
