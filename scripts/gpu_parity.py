@@ -46,12 +46,12 @@ def write_genotypes(path, n_samples, n_snps, missing, seed):
 
 
 def write_scores(path, n_samples, seed):
-    """Scores whose sums depend on the order of the additions."""
+    """Scores whose sums depend on the order of the additions: large ones cancel and swallow small ones on the way."""
     draw = random.Random(seed)
     with open(path, "w") as out:
         out.write("score\n")
         for _ in range(n_samples):
-            value = draw.gauss(0, 1) * draw.choice((1, 1, 1, 1e6, 1e-6, 0))
+            value = draw.choice((draw.gauss(0, 1), draw.gauss(0, 1), draw.gauss(0, 1) * 1e-6, 1e8, -1e8, 0))
             out.write("%.9g\n" % value)
 
 

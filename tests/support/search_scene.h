@@ -56,23 +56,26 @@ struct Scene {
     folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, n_folds), n_folds);
   }
 
-  // Sums that cancel, exact zeros, denormals, and numbers of very different size make the order of additions
-  // visible.
+  // Large numbers that cancel and swallow small ones on the way make the order of additions decide the sign
+  // of a sum; exact zeros make ties; denormals must not be flushed.
   void draw_scores(std::mt19937& random) {
     for (int s = 0; s < problem.n_samples; ++s) {
       const float value = static_cast<float>(random() % 2001) / 1000.0f - 1.0f;
+      const float sign = random() % 2 == 0 ? 1.0f : -1.0f;
       switch (random() % 8) {
         case 0:
           scores.push_back(0.0f);
           break;
         case 1:
-          scores.push_back(value * 1e8f);
-          break;
         case 2:
+        case 3:
+          scores.push_back(sign * 1e8f);
+          break;
+        case 4:
           scores.push_back(value * 1e-42f);
           break;
-        case 3:
-          scores.push_back(random() % 2 == 0 ? 1.0f : -1.0f);
+        case 5:
+          scores.push_back(sign);
           break;
         default:
           scores.push_back(value);
