@@ -2,21 +2,24 @@
 
 add_library(tavo_flags INTERFACE)
 target_include_directories(tavo_flags INTERFACE ${PROJECT_SOURCE_DIR})
-target_compile_options(
-  tavo_flags
-  INTERFACE -Wall
-            -Wextra
-            -Wshadow
-            -Wconversion
-            -Wno-sign-conversion
-            -Wnon-virtual-dtor
-            # g++ 12 warns of its own std::string at -O3 (GCC bug 105651).
-            -Wno-restrict
-            # A record must hold the same bits on every processor and on the GPU: no fused multiply-add.
-            -ffp-contract=off)
+# A record must hold the same bits on every processor and on the GPU: no fused multiply-add, no fast mathematics.
+# g++ 12 warns of its own std::string at -O3 (GCC bug 105651): -Wno-restrict.
+set(TAVO_CXX_FLAGS -Wall -Wextra -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Wno-restrict
+                   -ffp-contract=off)
+set(TAVO_CUDA_FLAGS
+    --fmad=false
+    --prec-div=true
+    --prec-sqrt=true
+    --ftz=false
+    # constexpr functions of the other folders may be called on the device.
+    --expt-relaxed-constexpr
+    -Xcompiler=-Wall,-Wextra,-ffp-contract=off)
 if(TAVO_WERROR)
-  target_compile_options(tavo_flags INTERFACE -Werror)
+  list(APPEND TAVO_CXX_FLAGS -Werror)
+  list(APPEND TAVO_CUDA_FLAGS --Werror=all-warnings)
 endif()
+target_compile_options(tavo_flags INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${TAVO_CXX_FLAGS}>"
+                                            "$<$<COMPILE_LANGUAGE:CUDA>:${TAVO_CUDA_FLAGS}>")
 if(TAVO_SANITIZE)
   target_compile_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE} -fno-sanitize-recover=all
                                               -fno-omit-frame-pointer

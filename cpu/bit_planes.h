@@ -8,7 +8,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "cpu/segments.h"
+#include "device/segments.h"
 
 class BitPlanes {
  public:

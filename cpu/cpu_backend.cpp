@@ -8,7 +8,7 @@
 #include "cpu/item_fits.h"
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
-#include "cpu/segments.h"
+#include "device/segments.h"
 
 struct SearchData {
   SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set)

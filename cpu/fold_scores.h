@@ -7,9 +7,9 @@
 #include <cstdint>
 #include <vector>
 
-#include "cpu/segments.h"
 #include "device/candidate_list.h"
 #include "device/commands.h"
+#include "device/segments.h"
 
 class FoldScores {
  public:

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "cpu/lane_kernels.h"
-#include "cpu/segments.h"
+#include "device/segments.h"
 
 class LanePlanes {
  public:

@@ -10,9 +10,9 @@
 
 #include "cpu/bit_planes.h"
 #include "cpu/lane_planes.h"
-#include "cpu/segments.h"
 #include "device/candidate_list.h"
 #include "device/commands.h"
+#include "device/segments.h"
 
 class RangeSearch {
  public:

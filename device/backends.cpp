@@ -7,10 +7,18 @@
 #include <cctype>
 
 #include "cpu/cpu_backend.h"
+#ifdef TAVO_HAVE_CUDA
+#include "cuda/cuda_backend.h"
+#endif
 
 std::vector<Backend*> backends() {
   static CpuBackend cpu;
+#ifdef TAVO_HAVE_CUDA
+  static CudaBackend cuda;
+  return {&cuda, &cpu};
+#else
   return {&cpu};
+#endif
 }
 
 Backend* choose_backend(const std::string& choice) {

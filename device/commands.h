@@ -49,7 +49,7 @@ struct SearchFloor {
   uint64_t rank = 0;
 
   // False for a NaN.
-  bool lets_pass(float candidate, uint64_t candidate_rank) const {
+  constexpr bool lets_pass(float candidate, uint64_t candidate_rank) const {
     return candidate > value || (candidate == value && candidate_rank < rank);
   }
 };

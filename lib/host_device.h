@@ -12,3 +12,10 @@
 #define TAVO_HOST_DEVICE [[maybe_unused]] static inline
 #define TAVO_HOST_DEVICE_MEMBER
 #endif
+
+// Before a loop whose arrays must stay in the registers of a GPU thread.
+#ifdef __CUDA_ARCH__
+#define TAVO_UNROLL _Pragma("unroll")
+#else
+#define TAVO_UNROLL
+#endif

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "lib/host_device.h"
+
 inline constexpr int kGenotypesPerWord = 16;
 inline constexpr unsigned kMissingGenotype = 3;
 
@@ -16,7 +18,7 @@ constexpr int64_t packed_words(int64_t count) {
 }
 
 // Genotype `column` of the row that starts at `row_words`.
-inline unsigned packed_genotype(const uint32_t* row_words, size_t column) {
+TAVO_HOST_DEVICE unsigned packed_genotype(const uint32_t* row_words, size_t column) {
   return (row_words[column / kGenotypesPerWord] >> (2 * (column % kGenotypesPerWord))) & 3u;
 }
 

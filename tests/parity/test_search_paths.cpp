@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <map>
 #include <optional>
 #include <random>
@@ -14,45 +13,11 @@
 #include "cpu/record_path.h"
 #include "cpu/simd.h"
 #include "lib/comb_rank.h"
-#include "src/folds.h"
-#include "tests/support/genotype_file.h"
+#include "tests/support/search_scene.h"
 
 namespace {
 
-// A random problem with its folds.
-struct Scene {
-  tavo_test::GenotypeData data;
-  std::vector<uint32_t> words;
-  Problem problem;
-  FoldLists folds;
-
-  Scene(std::mt19937& random, int n_samples, int n_snps, double missing, int n_folds, bool leave_out)
-      : data(tavo_test::random_data(random, n_samples, n_snps, missing)) {
-    const std::string file = tavo_test::normal_file(data, 8);
-    problem.words_per_row = (n_snps + 15) / 16;
-    const size_t header = 16 + 8 * static_cast<size_t>(n_snps);
-    const size_t row = 4 + 4 * static_cast<size_t>(problem.words_per_row);
-    for (size_t s = 0; s < static_cast<size_t>(n_samples); ++s) {
-      for (size_t w = 0; w < static_cast<size_t>(problem.words_per_row); ++w) {
-        uint32_t word = 0;
-        std::memcpy(&word, file.data() + header + s * row + 4 + 4 * w, 4);
-        words.push_back(word);
-      }
-    }
-    problem.words = words.data();
-    problem.n_samples = n_samples;
-    problem.n_snps = n_snps;
-    problem.classes = data.classes.data();
-    std::vector<uint8_t> left_out;
-    if (leave_out) {
-      for (int s = 0; s < n_samples; ++s) {
-        left_out.push_back(random() % 5 == 0 ? 1 : 0);
-      }
-    }
-    const SampleList list = make_sample_list(data.classes, left_out);
-    folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, n_folds), n_folds);
-  }
-};
+using tavo_test::Scene;
 
 enum class Path { kPlanes, kCells, kScores, kLanes };
 
@@ -173,8 +138,7 @@ TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
       for (uint8_t& value : scene.data.classes) {
         value = static_cast<uint8_t>(value == 1 && random() % 3 != 0 ? 0 : value);
       }
-      const SampleList list = make_sample_list(scene.data.classes, {});
-      scene.folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, n_folds), n_folds);
+      scene.deal({}, n_folds);
     }
     const std::vector<FoldView> folds = scene.folds.views(0);
     const Segments segments(scene.problem, folds);
@@ -217,24 +181,6 @@ TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
 
 class ScoreSearchPath : public testing::TestWithParam<int> {};
 
-// Sums that cancel, exact zeros, denormals, and numbers of very different size make the order of additions
-// visible.
-float odd_score(std::mt19937& random) {
-  const float value = static_cast<float>(random() % 2001) / 1000.0f - 1.0f;
-  switch (random() % 8) {
-    case 0:
-      return 0.0f;
-    case 1:
-      return value * 1e8f;
-    case 2:
-      return value * 1e-42f;
-    case 3:
-      return random() % 2 == 0 ? 1.0f : -1.0f;
-    default:
-      return value;
-  }
-}
-
 TEST_P(ScoreSearchPath, FindsTheBitsOfTheRecords) {
   const int order = GetParam();
   std::mt19937 random(99u + static_cast<unsigned>(order));
@@ -243,11 +189,7 @@ TEST_P(ScoreSearchPath, FindsTheBitsOfTheRecords) {
     const int n_folds = 1 + static_cast<int>(random() % 19);
     Scene scene(random, n_samples[round], order <= 2 ? 9 : order + 2, round % 2 == 0 ? 0.0 : 0.15, n_folds,
                 round % 3 == 2);
-    std::vector<float> scores;
-    for (int s = 0; s < n_samples[round]; ++s) {
-      scores.push_back(odd_score(random));
-    }
-    scene.problem.scores = scores.data();
+    scene.draw_scores(random);
     for (int missing = 1; missing <= 4; ++missing) {
       for (int tie = 0; tie <= 2; ++tie) {
         const int first_fold = static_cast<int>(random() % static_cast<unsigned>(n_folds));
@@ -268,9 +210,7 @@ TEST(SearchPathsExtreme, OneClassAlone) {
   for (const uint8_t only : std::vector<uint8_t>{0, 1}) {
     Scene scene(random, 40, 5, 0.1, 3, false);
     std::fill(scene.data.classes.begin(), scene.data.classes.end(), only);
-    scene.problem.classes = scene.data.classes.data();
-    const SampleList list = make_sample_list(scene.data.classes, {});
-    scene.folds = split_folds(list, deal_folds(list.n_cases, list.n_controls, 3), 3);
+    scene.deal({}, 3);
     for (int missing = 1; missing <= 4; ++missing) {
       for (int measure = 0; measure <= 9; ++measure) {
         compare(scene, {2, missing, 1, measure}, 0, Path::kPlanes);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The order in which the search lays out the samples. Each fold's testing samples of one class form a
+// The order in which the searches lay out the samples. Each fold's testing samples of one class form a
 // segment, so a combination is counted once per segment, and the training counts of a fold are the totals
 // less its own segments.
 #pragma once
@@ -11,6 +11,7 @@
 
 #include "device/problem.h"
 
+// Of the CPU's planes; a backend with words of another size pads the segments by itself.
 inline constexpr int kSamplesPerPlaneWord = 64;
 
 // Segment 2f holds the testing controls of fold f, 2f + 1 its cases. The last two segments hold the samples

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "cpu/segments.h"
+#include "device/segments.h"
 
 Segments::Segments(const Problem& problem, std::span<const FoldView> folds)
     : n_folds(static_cast<int>(folds.size())), samples(2 * (folds.size() + 1)) {

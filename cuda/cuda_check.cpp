@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cuda/cuda_check.h"
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+namespace {
+
+// "mdr_cuda_new" of "/somewhere/cuda/mdr_cuda_new.cu".
+std::string source_name(std::source_location where) {
+  return std::filesystem::path(where.file_name()).stem().string();
+}
+
+}  // namespace
+
+void cuda_safe_call(cudaError_t result, std::source_location where) {
+  if (result == cudaSuccess) {
+    return;
+  }
+  const char* text = cudaGetErrorString(result);
+  std::fflush(stdout);
+  std::fprintf(stderr, "cudaSafeCall() Runtime API error in file <%s>, line %i : %s.\n",
+               source_name(where).c_str(), static_cast<int>(where.line()), text);
+  throw CudaError(std::string("a call of the CUDA runtime failed: ") + text);
+}
+
+void cuda_check_launch(const char* text, std::source_location where) {
+  const cudaError_t result = cudaGetLastError();
+  if (result == cudaSuccess) {
+    return;
+  }
+  const char* reason = cudaGetErrorString(result);
+  std::fflush(stdout);
+  std::fprintf(stderr, "cutilCheckMsg() CUTIL CUDA error: %s in file <%s>, line %i : %s.\n", text,
+               source_name(where).c_str(), static_cast<int>(where.line()), reason);
+  throw CudaError(std::string("a CUDA kernel could not be launched: ") + reason);
+}

@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What a worker's device holds from its start to its end.
+#pragma once
+
+#include "cuda/device_buffer.h"
+#include "cuda/gmdr_cuda.h"
+#include "cuda/mdr_cuda_new.h"
+#include "device/problem.h"
+
+struct DeviceData {
+  const Problem* problem = nullptr;  // on the host
+  DeviceStream stream;
+  DeviceBuffer<uint32_t> genotypes;  // the packed matrix as the problem has it; empty when transposed
+  // One of the two is filled: plain runs, score-based runs.
+  MdrSampleData mdr;
+  GmdrSampleData gmdr;
+
+  bool with_scores() const { return problem->scores != nullptr; }
+  GenotypeMatrix matrix() const { return {genotypes.data(), problem->words_per_row}; }
+  const uint8_t* response() const { return with_scores() ? gmdr.response.data() : mdr.mdr_response.data(); }
+  const int* indices() const { return with_scores() ? gmdr.indices.data() : mdr.mdr_indices.data(); }
+};

@@ -1,0 +1,107 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the search kernels have in common: from a rank to its combination, from a fold's value to the
+// candidates. As in table_body.h, arrays are the device's, and nothing here depends on CUDA.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+#include "device/commands.h"
+#include "lib/cv_measures.h"
+#include "lib/host_device.h"
+
+// A bounded buffer that all threads append to. *count goes on beyond capacity, so that a launch that found
+// more than fits is known and can be repeated in parts.
+struct CandidateSink {
+  SearchCandidate* candidates;  // [capacity]
+  unsigned long long* count;
+  uint64_t capacity;
+};
+
+TAVO_HOST_DEVICE void append(CandidateSink sink, SearchCandidate candidate) {
+#ifdef __CUDA_ARCH__
+  const unsigned long long slot = atomicAdd(sink.count, 1ull);
+#else
+  const unsigned long long slot = (*sink.count)++;
+#endif
+  if (slot < sink.capacity) {
+    sink.candidates[slot] = candidate;
+  }
+}
+
+// One launch over the ranks first_rank .. first_rank + n_ranks - 1, one thread per rank.
+struct SearchRange {
+  int n_snps;
+  int order;
+  const uint64_t* binomials;  // [order + 1][n_snps + 1]: n choose k at [k][n]
+  uint64_t first_rank;
+  uint64_t n_ranks;
+  int n_folds;
+  const int* fold_n;          // [n_folds], training samples listed
+  const float* thresholds;    // [n_folds]
+  const SearchFloor* floors;  // [n_folds]
+  bool own_thresholds;
+  int tie;
+  int measure;
+  CandidateSink sink;
+};
+
+// Writes the combination of a rank to comb[order]. With r_i = n - 1 - comb[i], the combinations behind it
+// number the sum of (r_i choose order - i): r_i is the largest whose count is not above what is left.
+TAVO_HOST_DEVICE void unrank(const SearchRange& range, uint64_t rank, int* comb) {
+  const size_t row = (size_t)range.n_snps + 1;
+  uint64_t after = range.binomials[(size_t)range.order * row + (size_t)range.n_snps] - 1 - rank;
+  int high = range.n_snps - 1;
+  for (int i = 0; i < range.order; ++i) {
+    const int width = range.order - i;
+    const uint64_t* counts = range.binomials + (size_t)width * row;
+    int low = width - 1;
+    while (low < high) {
+      const int middle = low + (high - low + 1) / 2;
+      if (counts[middle] <= after) {
+        low = middle;
+      } else {
+        high = middle - 1;
+      }
+    }
+    comb[i] = range.n_snps - 1 - low;
+    after -= counts[low];
+    high = low - 1;
+  }
+}
+
+// The sample number and the threshold that a fold's combination is judged by. totals->n is filled in.
+TAVO_HOST_DEVICE float judge_by(const SearchRange& range, int fold, SetTotals* totals) {
+  if (range.own_thresholds) {
+    totals->n = totals->cases + totals->controls;
+    return own_threshold(*totals);
+  }
+  totals->n = range.fold_n[fold];
+  return range.thresholds[fold];
+}
+
+// Appends the combination if it passes the fold's floor.
+TAVO_HOST_DEVICE void offer(const SearchRange& range, uint64_t rank, int fold, float value) {
+  if (range.floors[fold].lets_pass(value, rank)) {
+    SearchCandidate candidate;
+    candidate.rank = rank;
+    candidate.fold = fold;
+    candidate.value = value;
+    append(range.sink, candidate);
+  }
+}
+
+constexpr int power_of_3(int exponent) {
+  return exponent == 0 ? 1 : 3 * power_of_3(exponent - 1);
+}
+
+// SNPs are interleaved in blocks of a warp, so that neighbouring threads, whose last SNPs are neighbours,
+// read neighbouring words.
+constexpr int kSnpsPerBlock = 32;
+
+// Index of the first word of a SNP in arrays [block][words][kSnpsPerBlock]; word w is at w * kSnpsPerBlock
+// from there.
+TAVO_HOST_DEVICE size_t interleaved_index(int snp, int words) {
+  return (size_t)(snp / kSnpsPerBlock) * (size_t)words * kSnpsPerBlock + (size_t)(snp % kSnpsPerBlock);
+}

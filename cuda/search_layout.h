@@ -1,0 +1,40 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the searches send to the device, laid out on the host. Plain C++: nothing here depends on CUDA.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "device/commands.h"
+#include "device/segments.h"
+
+// Where the samples are in the bit planes: by segment, each padded to words of kSamplesPerWord.
+struct PlaneLayout {
+  explicit PlaneLayout(const Segments& segments);
+
+  std::vector<int> first_word;  // [segments + 1]
+  std::vector<int> sample_at;   // [words * kSamplesPerWord], -1 for padding
+
+  int n_words() const { return first_word.back(); }
+};
+
+// The samples in the order of the score sums: position 0 is the last of the run's sample list. A transposed
+// problem has no positions.
+struct PositionLayout {
+  PositionLayout(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments);
+
+  std::vector<int> sample_at;    // [positions]
+  std::vector<int> fold_of;      // [positions], the fold that tests the sample; n_folds for none
+  std::vector<uint8_t> is_case;  // [positions]
+  int width = 0;                 // folds, padded to whole kFoldLanes
+  std::vector<float>
+      fold_scores;  // [positions][width], 0 for the fold that tests the sample; empty without scores
+};
+
+// [k + 1][n + 1]: n choose k at [k][n]; those that do not fit stand at the largest number.
+std::vector<uint64_t> binomial_table(int n, int k);
+
+// Bit m: the count table holds cell m, numbered in base 3. For cells below 32, all that can be left out.
+uint32_t counted_cell_bits(const ScoringRules& rules);

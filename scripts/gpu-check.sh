@@ -1,0 +1,123 @@
+#!/usr/bin/env bash
+# Everything that needs a GPU, on a machine that has one and the CUDA toolkit. Installs nothing, fetches nothing.
+#   scripts/gpu-check.sh [build folder]    default build/gpu
+# Builds for the GPU that is there, runs the tests labelled gpu, compute-sanitizer on small runs, and whole runs on the
+# CPU against the GPU. What the machine lacks is skipped, and the last lines say so. Environment:
+#   CMAKE_PREFIX_PATH   where GoogleTest, nlohmann-json and zlib are, if not in the system
+set -uo pipefail
+cd "$(dirname "$0")/.."
+build=${1:-build/gpu}
+jobs=$(nproc)
+failed=()
+skipped=()
+step_started=$SECONDS
+
+step() {
+  echo "== $1 (at $((SECONDS - step_started)) s)"
+}
+
+if command -v nvidia-smi >/dev/null; then
+  nvidia-smi --query-gpu=name,driver_version,memory.total --format=csv,noheader || true
+fi
+command -v nvcc >/dev/null || export PATH=$PATH:/usr/local/cuda/bin
+nvcc --version | tail -2 || { echo "gpu-check: no nvcc" >&2; exit 1; }
+
+step "configure"
+generator=()
+if command -v ninja >/dev/null; then
+  generator=(-G Ninja)
+fi
+configure() {
+  cmake "${generator[@]}" -S . -B "$build" -DCMAKE_BUILD_TYPE= -DCMAKE_CXX_FLAGS="-O2 -g" -DTAVO_CUDA=ON \
+    -DTAVO_CUDA_ARCHITECTURES="${TAVO_CUDA_ARCHITECTURES:-native}" "$@" >"$build/configure.log" 2>&1
+}
+mkdir -p "$build"
+targets=(tavo tavo_gpu_tests)
+if ! configure -DTAVO_TOOLS=ON -DTAVO_TESTS=ON; then
+  skipped+=("tests labelled gpu: $(grep -m 1 -E 'Could NOT find|Could not find a package|not find' "$build/configure.log" || echo 'they cannot be configured')")
+  targets=(tavo)
+  rm -f "$build/CMakeCache.txt"
+  if ! configure -DTAVO_TOOLS=OFF -DTAVO_TESTS=OFF; then
+    cat "$build/configure.log"
+    exit 1
+  fi
+fi
+
+step "build ${targets[*]} with $jobs jobs"
+if ! cmake --build "$build" -j "$jobs" --target "${targets[@]}" >"$build/build.log" 2>&1; then
+  tail -40 "$build/build.log"
+  exit 1
+fi
+tavo=$PWD/$build/src/tavo
+"$tavo" --version
+
+if [ "${#targets[@]}" -gt 1 ]; then
+  step "tests labelled gpu"
+  if ! TAVO_REQUIRE_GPU=1 timeout 240 ctest --test-dir "$build" -L gpu -j 4 --output-on-failure --timeout 200 | tail -60; then
+    failed+=("tests labelled gpu")
+  fi
+fi
+
+step "whole runs, CPU against GPU"
+if command -v python3 >/dev/null; then
+  timeout 240 python3 scripts/gpu_parity.py "$tavo" || failed+=("whole runs")
+else
+  skipped+=("whole runs: no python3")
+fi
+
+# Small enough for the tools' slowness, with every kernel: tables and occupied cells, planes and scores.
+sanitize() {
+  local tool=$1
+  local work
+  work=$(mktemp -d)
+  python3 - "$work" <<'PYTHON'
+import sys
+sys.path.insert(0, "scripts")
+import gpu_parity
+gpu_parity.write_genotypes(sys.argv[1] + "/data", 90, 12, 0.05, 1)
+gpu_parity.write_scores(sys.argv[1] + "/scores", 90, 2)
+PYTHON
+  local status=0
+  local extra
+  for extra in "--order 1-4" "--order 7-8" "--order 1-3 --missing mc" "--order 1-3 --score scores" "--order 5 --score scores" \
+    "--order 2 --mode 0"; do
+    # shellcheck disable=SC2086
+    (cd "$work" && timeout 60 compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --in data --out result.csv \
+      --measure ba --thread 32 --block 8 --cv 3 --device cuda $extra >log 2>&1)
+    case $? in
+      0) ;;
+      *)
+        echo "compute-sanitizer --tool $tool, $extra:"
+        tail -15 "$work/log"
+        status=1
+        ;;
+    esac
+  done
+  rm -rf "$work"
+  return $status
+}
+if ! command -v compute-sanitizer >/dev/null || ! command -v python3 >/dev/null; then
+  skipped+=("compute-sanitizer: not here")
+elif ! compute-sanitizer --tool memcheck "$tavo" --version >/dev/null 2>"$build/sanitizer.log" ||
+  grep -q "not supported" "$build/sanitizer.log"; then
+  skipped+=("compute-sanitizer: it does not work here ($(grep -m 1 -i "support\|error" "$build/sanitizer.log"))")
+else
+  for tool in memcheck racecheck initcheck; do
+    step "compute-sanitizer $tool"
+    if sanitize "$tool"; then
+      echo "clean"
+    else
+      failed+=("compute-sanitizer $tool")
+    fi
+  done
+fi
+
+step "done"
+for what in "${skipped[@]}"; do
+  echo "gpu-check: SKIPPED $what"
+done
+for what in "${failed[@]}"; do
+  echo "gpu-check: FAILED $what"
+done
+[ "${#failed[@]}" -eq 0 ] && echo "gpu-check: passed, ${#skipped[@]} skipped"
+[ "${#failed[@]}" -eq 0 ]

@@ -1,0 +1,210 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/cuda/host_runtime.h"
+
+#include <cuda_runtime_api.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "cuda/cuda_check.h"
+#include "cuda/gmdr_cuda.h"
+#include "cuda/gmdr_search.h"
+#include "cuda/mdr_cuda_new.h"
+#include "cuda/mdr_search.h"
+#include "cuda/occupied_cells.h"
+
+namespace {
+
+constexpr int kGarbage = 0xa5;
+constexpr size_t kMostGarbage =
+    1 << 16;  // bytes from the start of an allocation; filling large ones takes long
+constexpr uint64_t kSurplusThreads = 3;
+
+cudaError_t last_error = cudaSuccess;
+
+cudaError_t remember(cudaError_t error) {
+  if (error != cudaSuccess) {
+    last_error = error;
+  }
+  return error;
+}
+
+cudaError_t allocate(void** memory, size_t bytes) {
+  if (bytes > tavo_test::host_runtime().free_bytes) {
+    return remember(cudaErrorMemoryAllocation);
+  }
+  *memory = std::malloc(bytes);
+  std::memset(*memory, kGarbage, std::min(bytes, kMostGarbage));
+  ++tavo_test::host_runtime().allocations_alive;
+  return cudaSuccess;
+}
+
+cudaError_t release(void* memory) {
+  if (memory != nullptr) {
+    std::free(memory);
+    --tavo_test::host_runtime().allocations_alive;
+  }
+  return cudaSuccess;
+}
+
+// Runs body(arguments, item) as a launch of n threads does, or fails.
+template <typename Arguments, typename Body>
+void launch(const char* wrapper, const Arguments& arguments, uint64_t n, Body body) {
+  ++tavo_test::host_runtime().launches;
+  if (tavo_test::host_runtime().failing_launch == wrapper) {
+    remember(cudaErrorInvalidConfiguration);
+  } else {
+    for (uint64_t item = 0; item < n + kSurplusThreads; ++item) {
+      body(arguments, static_cast<uint32_t>(item));
+    }
+  }
+  cuda_check_launch((std::string(wrapper) + " execution failed.\n").c_str());
+}
+
+}  // namespace
+
+tavo_test::HostRuntime& tavo_test::host_runtime() {
+  static HostRuntime runtime;
+  return runtime;
+}
+
+extern "C" {
+
+const char* cudaGetErrorString(cudaError_t error) {
+  return error == cudaErrorMemoryAllocation ? "out of memory" : "invalid configuration argument";
+}
+cudaError_t cudaGetLastError() {
+  return std::exchange(last_error, cudaSuccess);
+}
+cudaError_t cudaMalloc(void** memory, size_t bytes) {
+  return allocate(memory, bytes);
+}
+cudaError_t cudaFree(void* memory) {
+  return release(memory);
+}
+cudaError_t cudaHostAlloc(void** memory, size_t bytes, unsigned) {
+  return allocate(memory, bytes);
+}
+cudaError_t cudaFreeHost(void* memory) {
+  return release(memory);
+}
+cudaError_t cudaMemcpyAsync(void* target, const void* source, size_t bytes, cudaMemcpyKind, cudaStream_t) {
+  std::memcpy(target, source, bytes);
+  return cudaSuccess;
+}
+cudaError_t cudaMemsetAsync(void* memory, int value, size_t bytes, cudaStream_t) {
+  std::memset(memory, value, bytes);
+  return cudaSuccess;
+}
+cudaError_t cudaStreamCreateWithFlags(cudaStream_t*, unsigned) {
+  return cudaSuccess;
+}
+cudaError_t cudaStreamDestroy(cudaStream_t) {
+  return cudaSuccess;
+}
+cudaError_t cudaStreamSynchronize(cudaStream_t) {
+  return cudaSuccess;
+}
+cudaError_t cudaMemGetInfo(size_t* free_bytes, size_t* total_bytes) {
+  *free_bytes = *total_bytes = tavo_test::host_runtime().free_bytes;
+  return cudaSuccess;
+}
+cudaError_t cudaSetDevice(int) {
+  return cudaSuccess;
+}
+cudaError_t cudaGetDeviceCount(int* count) {
+  *count = tavo_test::host_runtime().n_gpus;
+  return *count > 0 ? cudaSuccess : remember(cudaErrorNoDevice);
+}
+cudaError_t cudaDeviceGetAttribute(int* value, cudaDeviceAttr attribute, int) {
+  *value = attribute == cudaDevAttrComputeCapabilityMajor ? tavo_test::host_runtime().major : 0;
+  return cudaSuccess;
+}
+cudaError_t cudaGetDeviceProperties(cudaDeviceProp* properties, int) {
+  if (tavo_test::host_runtime().properties_fail) {
+    return remember(cudaErrorInvalidDevice);
+  }
+  *properties = cudaDeviceProp{};
+  std::strcpy(properties->name, "no GPU");
+  properties->major = tavo_test::host_runtime().major;
+  properties->regsPerBlock = 65536;
+  properties->sharedMemPerBlock = 49152;
+  return cudaSuccess;
+}
+
+}  // extern "C"
+
+void cuMdrSendBase(MdrSampleData& data, std::span<const uint8_t> phenotype, cudaStream_t stream) {
+  upload(data.mdr_response, phenotype, "classes", stream);
+}
+void cuMdrSendIndices(MdrSampleData& data, std::span<const int> training, std::span<const int> testing,
+                      cudaStream_t stream) {
+  upload_pair(data.mdr_indices, training, testing, "sample lists", stream);
+}
+void cuMdrCount(const CountArguments& arguments, cudaStream_t) {
+  launch("cuMdrCount()", arguments, arguments.active, count_table);
+}
+void cuMdrCalcSV(const MeasureArguments& arguments, cudaStream_t) {
+  launch("cuMdrCalcSV", arguments, arguments.active, set_value);
+}
+void cuMdrCalc(const MeasureArguments& arguments, cudaStream_t) {
+  launch("cuMdrCalc", arguments, arguments.active, measure_record);
+}
+void cuGmdrSendBase(GmdrSampleData& data, std::span<const uint8_t> phenotype, std::span<const float> scores,
+                    cudaStream_t stream) {
+  upload(data.response, phenotype, "classes", stream);
+  upload(data.SC, scores, "scores", stream);
+}
+void cuGmdrSendIndices(GmdrSampleData& data, std::span<const int> training, std::span<const int> testing,
+                       cudaStream_t stream) {
+  upload_pair(data.indices, training, testing, "sample lists", stream);
+}
+void cuGmdrCount(const CountArguments& arguments, cudaStream_t) {
+  launch("cuGmdrCount()", arguments, arguments.active, count_table);
+}
+void cuGmdrCalcSV(const MeasureArguments& arguments, cudaStream_t) {
+  launch("cuGmdrCalcSV", arguments, arguments.active, set_value);
+}
+void cuGmdrCalc(const MeasureArguments& arguments, cudaStream_t) {
+  launch("cuGmdrCalc", arguments, arguments.active, measure_score_record);
+}
+void cuOccupiedRecords(const OccupiedRecordArguments& arguments, cudaStream_t) {
+  launch("cuOccupiedRecords()", arguments, arguments.active, occupied_record);
+}
+void cuOccupiedSearch(const OccupiedSearchArguments& arguments, cudaStream_t) {
+  launch("cuOccupiedSearch()", arguments, arguments.range.n_ranks, search_occupied);
+}
+void cuMdrBuildPlanes(const PlaneBuildArguments& arguments, cudaStream_t) {
+  launch("cuMdrBuildPlanes()", arguments,
+         static_cast<uint64_t>(arguments.genotypes.words_per_row * arguments.n_words), build_planes);
+}
+void cuGmdrBuildCodes(const CodeBuildArguments& arguments, cudaStream_t) {
+  launch("cuGmdrBuildCodes()", arguments,
+         static_cast<uint64_t>(arguments.genotypes.words_per_row * arguments.n_words), build_codes);
+}
+void cuMdrSearch(const PlaneSearchArguments& arguments, cudaStream_t) {
+  using Body = void (*)(const PlaneSearchArguments&, uint64_t);
+  constexpr Body kBodies[kMaxCudaPlaneOrder] = {search_planes<1>, search_planes<2>, search_planes<3>,
+                                                search_planes<4>, search_planes<5>, search_planes<6>};
+  launch("cuMdrSearch()", arguments, arguments.range.n_ranks, kBodies[arguments.range.order - 1]);
+}
+
+namespace {
+// Scratch of one thread, with what the last one left.
+template <int kOrder, int kWords>
+void search_scores_once(const ScoreSearchArguments& arguments, uint64_t item) {
+  static FoldSums sums[kScoreEntries<kOrder>];
+  static FoldCounts<kWords> counts[kScoreEntries<kOrder>];
+  search_scores<kOrder>(arguments, item, sums, counts, 1);
+}
+}  // namespace
+
+void cuGmdrSearch(const ScoreSearchArguments& arguments, cudaStream_t) {
+  using Body = void (*)(const ScoreSearchArguments&, uint64_t);
+  constexpr Body kBodies[kMaxCudaScoreOrder] = {search_scores_once<1, 1>, search_scores_once<2, 1>,
+                                                search_scores_once<3, 1>, search_scores_once<4, 1>};
+  launch("cuGmdrSearch()", arguments, arguments.range.n_ranks, kBodies[arguments.range.order - 1]);
+}

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A stand-in for the CUDA runtime and the kernels' wrappers: device memory is host memory filled with
+// garbage, a launch is a loop over the kernel's body. It lets the backend's host code run, and fail, without
+// a GPU. Linked in place of the runtime library and the .cu files.
+#pragma once
+
+#include <cstddef>
+#include <string>
+
+namespace tavo_test {
+
+struct HostRuntime {
+  int n_gpus = 1;
+  int major = 9;
+  bool properties_fail = false;
+  size_t free_bytes = size_t{1} << 30;  // what the runtime reports, and the most that one allocation gets
+  std::string failing_launch;           // the wrapper whose launch fails
+
+  // Seen so far.
+  int launches = 0;
+  size_t allocations_alive = 0;
+};
+
+HostRuntime& host_runtime();
+
+}  // namespace tavo_test
