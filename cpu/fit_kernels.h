@@ -35,6 +35,12 @@ template <typename T>
 using InformationPass = void (*)(const FitInput<T>& input, const T* coefficients, T* mu, T* information,
                                  T* gradient);
 
+// The inverses of symmetric matrices, [columns][columns][lanes] each, by elimination, and for each lane the
+// measure of its condition (sweep_inverse.h): a lane whose measure is not below the limit has no good
+// inverse.
+template <typename T>
+using InversePass = void (*)(const T* matrices, size_t columns, T* inverses, T* measures);
+
 // The Newton step of single-precision fits: sum over the samples of (sum_k inverse_jk x_k) (y - mu),
 // [columns] [lanes]; inverse: [columns][columns][lanes].
 using StepPass = void (*)(const FitInput<float>& input, const float* coefficients, const float* mu,
@@ -57,6 +63,7 @@ template <typename T>
 struct FitKernels {
   size_t lanes;  // at most kMaxFitLanes
   InformationPass<T> information;
+  InversePass<T> invert;
   StepPass step;  // null where T is double
   DeviancePass<T> deviance;
   DummySumsPass<T> dummy_sums;

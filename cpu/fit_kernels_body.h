@@ -6,10 +6,12 @@
 
 #include "cpu/fit_kernels.h"
 #include "cpu/fit_lanes.h"
+#include "lib/sweep_inverse.h"
 
 namespace {
 
 constexpr size_t kMostCovariates = 7;
+constexpr size_t kMostColumns = 16;
 
 // Samples of a block: double-precision sums are plain within one, and compensated over the blocks.
 constexpr size_t kBlockSamples = 128;
@@ -232,6 +234,21 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
   }
 }
 
+template <typename T>
+void inverse_pass(const T* matrices, size_t columns, T* inverses, T* measures) {
+  constexpr size_t kLanes = kLaneCount<T>;
+  Vector<T> matrix[kMostColumns * kMostColumns];
+  Vector<T> inverse[kMostColumns * kMostColumns];
+  for (size_t i = 0; i < columns * columns; ++i) {
+    matrix[i] = load(matrices + i * kLanes);
+  }
+  sweep_inverse(matrix, columns, columns, inverse);
+  for (size_t i = 0; i < columns * columns; ++i) {
+    store(inverses + i * kLanes, inverse[i]);
+  }
+  store(measures, condition_measure(matrix, inverse, columns, columns, sizeof(T) == 8));
+}
+
 template <int Order, int Covariates>
 void step_pass(const FitInput<float>& in, const float* coefficients, const float* mu_in, const float* inverse,
                float* step) {
@@ -371,10 +388,10 @@ void deviance_of(const FitInput<T>& in, const T* coefficients, T* deviance) {
 }
 
 constexpr FitKernels<float> kFloatKernels = {
-    kLaneCount<float>,  information_of<float>,  step_of,
+    kLaneCount<float>,  information_of<float>,  inverse_pass<float>, step_of,
     deviance_of<float>, dummy_sums_pass<float>, residual_pass<float>};
 constexpr FitKernels<double> kDoubleKernels = {
-    kLaneCount<double>,  information_of<double>,  nullptr,
+    kLaneCount<double>,  information_of<double>,  inverse_pass<double>, nullptr,
     deviance_of<double>, dummy_sums_pass<double>, residual_pass<double>};
 
 }  // namespace

@@ -10,9 +10,9 @@
 
 #include "cpu/item_fits.h"
 #include "cpu/item_lanes.h"
+#include "lib/information_inverse.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
-#include "lib/svd.h"
 
 namespace {
 
@@ -210,8 +210,8 @@ class LinearFits : public ItemFits {
       NormalEquations<float> equations = equations_of(shared_, sums_, input_.n_covariates, kernels_.lanes, l);
       Matrix<float> covariance{};
       int rank = 0;
-      svd_inverse<float, kStride>(equations.products.data(), static_cast<int>(columns_), covariance.data(),
-                                  kInverseCutOff, &rank);
+      information_inverse<kStride>(equations.products.data(), static_cast<int>(columns_), covariance.data(),
+                                   &rank);
       for (size_t j = 0; j < columns_; ++j) {
         fit->standard_errors[j] = static_cast<double>(std::sqrt(covariance[j * kStride + j] * variance));
       }

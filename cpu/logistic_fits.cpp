@@ -12,6 +12,7 @@
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
 #include "lib/svd.h"
+#include "lib/sweep_inverse.h"
 
 namespace {
 
@@ -21,13 +22,19 @@ static_assert(kStride == kPreciseStride);
 template <typename T>
 using Matrix = std::array<T, kStride * kStride>;
 
-// The covariance of the coefficients from their information matrix, which is destroyed.
+// Inverts an information matrix that elimination is not good for. Destroys it.
 bool invert(Matrix<float>& information, int columns, Matrix<float>& covariance, int* rank) {
   return svd_inverse<float, kStride>(information.data(), columns, covariance.data(), kInverseCutOff, rank) !=
          0;
 }
 bool invert(Matrix<double>& information, int columns, Matrix<double>& covariance, int* rank) {
   return precise_inverse(information.data(), columns, covariance.data(), rank);
+}
+constexpr float elimination_limit(float) {
+  return kSweepLimitSingle;
+}
+constexpr double elimination_limit(double) {
+  return kSweepLimitDouble;
 }
 
 // What the iteration of one lane has come to.
@@ -59,6 +66,7 @@ class LogisticFits : public ItemFits {
         step_(columns_ * kernels.lanes),
         information_(columns_ * columns_ * kernels.lanes),
         inverse_(columns_ * columns_ * kernels.lanes),
+        measures_(kernels.lanes),
         deviance_(kernels.lanes) {
     input_.n_samples = static_cast<size_t>(problem.n_samples);
     input_.n_covariates = static_cast<size_t>(problem.n_covariates);
@@ -89,6 +97,9 @@ class LogisticFits : public ItemFits {
     }
     if (rules_.iterations <= 0) {  // no pass: the covariance is that at coefficients of 0
       invert_information(FitState::kUnwritten);
+      for (size_t l = 0; l < kernels_.lanes; ++l) {
+        keep_covariance(l);
+      }
     }
     for (int pass = 1; pass <= rules_.iterations && any_active(); ++pass) {
       invert_information(FitState::kFailed);
@@ -113,49 +124,65 @@ class LogisticFits : public ItemFits {
   // The covariance of every active lane at its coefficients. A lane whose decomposition gives up ends.
   void invert_information(FitState otherwise) {
     kernels_.information(input_, coefficients_.data(), mu_.data(), information_.data(), step_.data());
+    kernels_.invert(information_.data(), columns_, inverse_.data(), measures_.data());
     for (size_t l = 0; l < kernels_.lanes; ++l) {
-      Lane<T>& lane = lanes_[l];
-      if (!lane.active) {
-        continue;
-      }
-      Matrix<T> information{};
-      for (size_t j = 0; j < columns_; ++j) {
-        for (size_t k = 0; k < columns_; ++k) {
-          information[j * kStride + k] = at(information_, j, k, l);
+      if (lanes_[l].active) {
+        lanes_[l].rank = static_cast<int>(columns_);
+        if (!(measures_[l] < elimination_limit(T()))) {
+          decompose(l, otherwise);
         }
-      }
-      if (!invert(information, static_cast<int>(columns_), lane.covariance, &lane.rank)) {
-        lane.state = otherwise;
-        lane.active = false;
       }
     }
   }
 
-  // step_ of every active lane.
+  void decompose(size_t l, FitState otherwise) {
+    Matrix<T> information{};
+    Matrix<T> covariance{};
+    for (size_t j = 0; j < columns_; ++j) {
+      for (size_t k = 0; k < columns_; ++k) {
+        information[j * kStride + k] = at(information_, j, k, l);
+      }
+    }
+    Lane<T>& lane = lanes_[l];
+    if (!invert(information, static_cast<int>(columns_), covariance, &lane.rank)) {
+      lane.state = otherwise;
+      lane.active = false;
+      return;
+    }
+    for (size_t j = 0; j < columns_; ++j) {
+      for (size_t k = 0; k < columns_; ++k) {
+        at(inverse_, j, k, l) = covariance[j * kStride + k];
+      }
+    }
+  }
+
+  // Keeps the covariance of the lane's last pass.
+  void keep_covariance(size_t l) {
+    for (size_t j = 0; j < columns_; ++j) {
+      for (size_t k = 0; k < columns_; ++k) {
+        lanes_[l].covariance[j * kStride + k] = at(inverse_, j, k, l);
+      }
+    }
+  }
+
+  // step_ of every lane.
   void find_steps() {
     if constexpr (kPrecise) {
       // step_ holds the gradients.
-      std::array<T, kStride> gradient{};
-      for (size_t l = 0; l < kernels_.lanes; ++l) {
-        for (size_t j = 0; j < columns_; ++j) {
-          gradient[j] = step_[j * kernels_.lanes + l];
-        }
-        for (size_t j = 0; j < columns_; ++j) {
-          T step = 0;
-          for (size_t k = 0; k < columns_; ++k) {
-            step += lanes_[l].covariance[j * kStride + k] * gradient[k];
+      gradient_ = step_;
+      const size_t lanes = kernels_.lanes;
+      for (size_t j = 0; j < columns_; ++j) {
+        T* step = step_.data() + j * lanes;
+        std::fill_n(step, lanes, T(0));
+        for (size_t k = 0; k < columns_; ++k) {
+          const T* row = inverse_.data() + (j * columns_ + k) * lanes;
+          const T* gradient = gradient_.data() + k * lanes;
+          for (size_t l = 0; l < lanes; ++l) {
+            step[l] += row[l] * gradient[l];
           }
-          step_[j * kernels_.lanes + l] = step;
         }
       }
     } else {
-      for (size_t l = 0; l < kernels_.lanes; ++l) {
-        for (size_t j = 0; j < columns_; ++j) {
-          for (size_t k = 0; k < columns_; ++k) {
-            at(inverse_, j, k, l) = lanes_[l].covariance[j * kStride + k];
-          }
-        }
-      }
       kernels_.step(input_, coefficients_.data(), mu_.data(), inverse_.data(), step_.data());
     }
   }
@@ -175,7 +202,10 @@ class LogisticFits : public ItemFits {
       lane.iterations = pass;
       lane.last_step = total;
       lane.converged = is_converged(total);
-      lane.active = !lane.converged;
+      lane.active = !lane.converged && pass < rules_.iterations;
+      if (!lane.active) {
+        keep_covariance(l);
+      }
     }
   }
 
@@ -219,6 +249,8 @@ class LogisticFits : public ItemFits {
   std::vector<T> step_;          // [columns][lanes]
   std::vector<T> information_;   // [columns][columns][lanes]
   std::vector<T> inverse_;       // [columns][columns][lanes]
+  std::vector<T> gradient_;      // [columns][lanes]
+  std::vector<T> measures_;      // [lanes]
   std::vector<T> deviance_;      // [lanes]
 };
 

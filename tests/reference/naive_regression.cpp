@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "lib/float_math.h"
-#include "lib/svd.h"
+#include "lib/information_inverse.h"
 
 namespace tavo_test {
 namespace {
@@ -77,8 +77,7 @@ ItemFit naive_logistic(const Problem& problem, const RegressionRules& rules, con
         information[j * kRow + k] = information[k * kRow + j] = sum;
       }
     }
-    return svd_inverse<float, kRow>(information, static_cast<int>(np), covariance, kInverseCutOff,
-                                    &fit.rank) != 0;
+    return information_inverse<kRow>(information, static_cast<int>(np), covariance, &fit.rank) != 0;
   };
   while (!fit.converged && fit.iterations < rules.iterations) {
     predict();
