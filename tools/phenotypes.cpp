@@ -167,11 +167,12 @@ Status file_phenotypes(const std::string& path, const std::optional<std::string>
     has_one = has_one || (text != nullptr && *text == "1");
     has_two = has_two || (text != nullptr && *text == "2");
   }
-  if (has_one && !has_zero && !has_two) {
+  const Coding coding = has_two ? Coding::kOneTwo : Coding::kZeroOne;
+  phenotypes->note += std::string(coding_text(coding)) + unknown;
+  status = read_classes(texts, coding, "; --quantitative takes numbers", phenotypes);
+  if (status.ok() && has_one && !has_zero && !has_two) {
     return Status::failure(path + ": the phenotype " + quoted(columns.names[0]) +
                            " is 1 in every sample that has one, expected two classes: 0 and 1, or 1 and 2");
   }
-  const Coding coding = has_two ? Coding::kOneTwo : Coding::kZeroOne;
-  phenotypes->note += std::string(coding_text(coding)) + unknown;
-  return read_classes(texts, coding, "; --quantitative takes numbers", phenotypes);
+  return status;
 }

@@ -2,9 +2,11 @@
 #include "tools/vcf_source.h"
 
 #include <fcntl.h>
+#include <htslib/bgzf.h>
 #include <htslib/hfile.h>
 #include <htslib/hts.h>
 #include <htslib/hts_log.h>
+#include <htslib/tbx.h>
 #include <htslib/vcf.h>
 #include <unistd.h>
 
@@ -144,7 +146,11 @@ Status VcfReader::next(bool* more) {
   *more = false;
   const int result = bcf_read(file_.get(), header_.get(), record_.get());
   if (result == -1) {
-    return {};
+    // A file in BGZF blocks ends with an empty one; without it whole blocks may be lost.
+    const BGZF* blocks = hts_get_bgzfp(file_.get());
+    return blocks != nullptr && blocks->no_eof_block != 0
+               ? Status::failure(path_ + ": the end marker is not there; the file is cut")
+               : Status();
   }
   if (result < -1 || (record_->errcode & ~kHarmless) != 0) {
     return refusal("the record is damaged or ends early");
@@ -155,6 +161,9 @@ Status VcfReader::next(bool* more) {
   }
   if (bcf_unpack(record_.get(), BCF_UN_STR) != 0 || bcf_seqname(header_.get(), record_.get()) == nullptr) {
     return refusal("the record is damaged");
+  }
+  if (record_->pos < 0) {
+    return refusal("the position is 0 or no number, expected at least 1");
   }
   ++n_records_;
   *more = true;

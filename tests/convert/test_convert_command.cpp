@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 
+#include "tests/convert/convert_folder.h"
 #include "tests/convert/table_text.h"
 #include "tests/support/genotype_file.h"
 #include "tests/support/run_program.h"
@@ -15,18 +16,6 @@
 
 namespace tavo_test {
 namespace {
-
-using Words = std::vector<std::string>;
-
-class ConvertFolder {
- public:
-  std::filesystem::path operator/(const std::string& name) const { return dir_ / name; }
-  RunResult run(const Words& words) const { return run_program(convert_program(), words, dir_.path()); }
-  std::vector<std::string> names() const { return file_names(dir_.path()); }
-
- private:
-  TempDir dir_;
-};
 
 GenotypeData sample_data(int n_samples, int n_snps) {
   std::mt19937 random(21);
