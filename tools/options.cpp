@@ -67,7 +67,9 @@ Status parse_values(const Given& given, ConvertOptions* options) {
   }
   options->layout_given = given.transpose.has_value();
   options->layout = transposed ? Layout::kTransposed : Layout::kNormal;
-  options->input_layout = input_transposed ? Layout::kTransposed : Layout::kNormal;
+  if (given.in_transpose) {
+    options->input_layout = input_transposed ? Layout::kTransposed : Layout::kNormal;
+  }
   if (status.ok()) {
     status = parse_count(given.count, &options->count_other_allele);
   }

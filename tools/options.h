@@ -24,7 +24,7 @@ struct ConvertOptions {
   InputFormat format = InputFormat::kFile;
   std::string input;  // the file, or the prefix of --bfile; the genotype file of --info
   std::string class_name = "Class";
-  Layout input_layout = Layout::kNormal;  // of a genotype file whose size fits both
+  std::optional<Layout> input_layout;  // of a genotype file whose size fits both
   bool split = false;
   bool count_other_allele = false;
 

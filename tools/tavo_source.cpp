@@ -5,10 +5,10 @@
 #include "tools/packed_rows.h"
 #include "tools/sample_major.h"
 
-Status TavoSource::open(const std::string& path, Layout assumed) {
+Status TavoSource::open(const std::string& path, std::optional<Layout> told) {
   Status status = file_.open(path);
   if (status.ok()) {
-    status = read_genotype_header(file_, assumed, &header_);
+    status = read_genotype_header(file_, told.value_or(Layout::kNormal), &header_);
   }
   if (status.ok()) {
     status = read_genotype_names(file_, header_, [this](int64_t index, std::string_view name) -> Status {
@@ -24,8 +24,8 @@ Status TavoSource::open(const std::string& path, Layout assumed) {
   if (!status.ok()) {
     return status;
   }
-  if (!header_.layout_is_certain) {
-    warnings_.push_back(path + ": the file's size fits both layouts, the " + layout_name(assumed) +
+  if (!header_.layout_is_certain && !told) {
+    warnings_.push_back(path + ": the file's size fits both layouts, the " + layout_name(header_.layout) +
                         " one is assumed; --in-transpose tells");
   }
   number_samples(header_.n_samples);

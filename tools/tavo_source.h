@@ -3,6 +3,7 @@
 // A genotype file of this program, in either layout.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "tools/genotype_header.h"
@@ -10,8 +11,8 @@
 
 class TavoSource : public GenotypeSource {
  public:
-  // assumed: the layout where the file's size fits both.
-  Status open(const std::string& path, Layout assumed);
+  // told: the layout where the file's size fits both; without it the normal one is assumed, with a warning.
+  Status open(const std::string& path, std::optional<Layout> told);
 
   Status read(int64_t first, int64_t count, uint32_t* rows) override;
 

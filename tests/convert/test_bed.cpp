@@ -87,6 +87,23 @@ TEST(Bed, AGenotypeFileGetsDocumentedFields) {
   EXPECT_EQ(folder.read("p.bim"), "0\trs0\t0\t0\t1\t2\n0\trs1\t0\t0\t1\t2\n");
 }
 
+// As many samples as variants: one size for both layouts.
+TEST(Bed, WarnsWhereTheLayoutIsAssumed) {
+  const ConvertFolder folder;
+  const GenotypeData data = sample_data(20, 20);
+  folder.write("s", transposed_file(data));
+  const RunResult assumed = folder.run_line("--in s --make-bed p");
+  EXPECT_EQ(assumed.status, 1);
+  EXPECT_TRUE(
+      assumed.err.starts_with("tavo-convert: warning: s: the file's size fits both layouts, the normal one "
+                              "is assumed; --in-transpose "
+                              "tells\n"))
+      << assumed.err;
+  const RunResult told = folder.run_line("--in s --make-bed p --in-transpose 1");
+  EXPECT_EQ(told.err, "");
+  EXPECT_EQ(folder.read("p.bed"), bed_bytes(data));
+}
+
 TEST(Bed, CountsTheAlleleThatIsAskedFor) {
   const ConvertFolder folder;
   const GenotypeData data = sample_data(21, 18);
