@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cinttypes>
 #include <cstdio>
 
 namespace {
@@ -28,6 +29,10 @@ void Progress::at(int64_t done) {
   }
   last_ = now;
   shown_ = true;
+  if (total_ == 0) {
+    std::fprintf(stderr, "%s%s: %" PRId64, kClearLine, what_, done);
+    return;
+  }
   std::fprintf(stderr, "%s%s: %.0f%%", kClearLine, what_,
                100.0 * static_cast<double>(done) / static_cast<double>(total_));
 }

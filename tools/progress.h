@@ -8,14 +8,14 @@
 
 class Progress {
  public:
-  // what: a word for the pass, kept by the caller. total: of the steps.
+  // what: a word for the pass, kept by the caller. total: of the steps, 0 when it is not known.
   Progress(const char* what, int64_t total);
   // Clears the line.
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Shows the share of the steps that are done; a few times a second at most.
+  // Shows the share of the steps that are done, or their number; a few times a second at most.
   void at(int64_t done);
 
  private:

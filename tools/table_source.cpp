@@ -2,6 +2,7 @@
 #include "tools/table_source.h"
 
 #include "lib/packed_genotypes.h"
+#include "tools/progress.h"
 #include "tools/sample_major.h"
 #include "tools/stop_signal.h"
 #include "tools/text_table.h"
@@ -40,6 +41,7 @@ Status TableSource::open(const std::string& path, const std::string& class_name,
     return done;
   };
   TableRow row;
+  Progress progress("reading samples", 0);
   for (bool more = true; status.ok();) {
     if (stop != 0) {
       return stopped();
@@ -52,6 +54,7 @@ Status TableSource::open(const std::string& path, const std::string& class_name,
       return Status::failure(path + ": more than " + std::to_string(kMostItems) + " samples");
     }
     classes_.push_back(row.class_value);
+    progress.at(static_cast<int64_t>(classes_.size()));
     const size_t start = records.size();
     records.resize(start + n_words);
     for (size_t j = 0; j < row.genotypes.size(); ++j) {

@@ -17,12 +17,16 @@
 
 #include "lib/packed_genotypes.h"
 #include "tools/names.h"
+#include "tools/progress.h"
 #include "tools/quoted.h"
 #include "tools/stop_signal.h"
 
 namespace {
 
 constexpr size_t kWriteWords = size_t{1} << 18;
+
+// Genotypes with more are not even taken apart to say which sample has them.
+constexpr int kMostAllelesOfCall = 16;
 
 // Errors of a record that leave its genotypes sound: a contig or a field that the header does not list.
 constexpr int kHarmless = BCF_ERR_CTG_UNDEF | BCF_ERR_TAG_UNDEF;
@@ -172,10 +176,15 @@ Status VcfReader::next(bool* more) {
 
 Status VcfReader::read_calls(bool* found) {
   *found = false;
-  const int count = bcf_get_genotypes(header_.get(), record_.get(), &calls_, &calls_room_);
-  if (count == -1 || count == -3) {
+  const bcf_fmt_t* field = bcf_get_fmt(header_.get(), record_.get(), "GT");
+  if (field == nullptr || field->p == nullptr) {
     return {};
   }
+  // Before memory is taken for that many of every sample.
+  if (field->n > kMostAllelesOfCall) {
+    return refusal("a genotype of " + std::to_string(field->n) + " alleles, expected 1 or 2");
+  }
+  const int count = bcf_get_genotypes(header_.get(), record_.get(), &calls_, &calls_room_);
   if (count <= 0 || count % n_samples() != 0) {
     return refusal("GT cannot be read");
   }
@@ -303,6 +312,7 @@ Status VcfSource::open(const std::string& path, bool split, const std::string& s
     return done;
   };
   RecordCounts counts;
+  Progress progress("reading records", 0);
   for (bool more = true; status.ok();) {
     if (stop != 0) {
       return stopped();
@@ -311,7 +321,7 @@ Status VcfSource::open(const std::string& path, bool split, const std::string& s
     if (!status.ok() || !more) {
       break;
     }
-    ++counts.records;
+    progress.at(++counts.records);
     if (reader.n_alleles() < 2) {
       ++counts.without_alternate;
       continue;
@@ -338,9 +348,9 @@ Status VcfSource::open(const std::string& path, bool split, const std::string& s
         rows.resize(rows.size() + n_words);
         status = reader.pack(allele, rows.data() + rows.size() - n_words);
       }
-    }
-    if (status.ok() && rows.size() >= kWriteWords) {
-      status = flush();
+      if (status.ok() && rows.size() >= kWriteWords) {
+        status = flush();
+      }
     }
   }
   if (status.ok()) {

@@ -163,15 +163,12 @@ TEST(Bed, RefusesEveryShorterFile) {
   options.output = "g";
   for (const std::string ending : {".bed", ".bim", ".fam"}) {
     const std::string whole = folder.read("p" + ending);
-    // Without its last line end a text file is whole.
+    // Without its last line end a text file is whole; the last field of each has one byte.
     const size_t end = whole.size() - (ending == ".bed" ? 0 : 1);
     for (size_t size = 0; size < end; ++size) {
       folder.write("p" + ending, whole.substr(0, size));
       const std::string message = convert_in(folder, options).message();
-      // The last field of a text file may be shorter and still be one; nothing else may pass.
-      const bool may_pass = ending == ".bim" && whole[size - 1] != '\t' && size + 1 >= end;
-      EXPECT_EQ(message.empty(), may_pass) << ending << " " << size << ": " << message;
-      EXPECT_EQ(message.empty() || message.find("p.") != std::string::npos, true) << message;
+      EXPECT_NE(message.find("p."), std::string::npos) << ending << " " << size << ": " << message;
     }
     folder.write("p" + ending, whole);
   }

@@ -140,6 +140,12 @@ TEST_F(Vcf, RefusesRecordsThatMakeNoSense) {
             "bad.vcf: line 8: sample \"b\" has allele 2, the record has alleles 0 to 1");
   EXPECT_EQ(refusal_with(start + "0/0\t0/1/1\t0\t0\t0\n"),
             "bad.vcf: line 8: sample \"b\" has 3 alleles in its genotype, expected 1 or 2");
+  std::string many = "0";
+  for (int i = 1; i < 20; ++i) {
+    many += "/0";
+  }
+  EXPECT_EQ(refusal_with(start + "0/0\t" + many + "\t0\t0\t0\n"),
+            "bad.vcf: line 8: a genotype of 20 alleles, expected 1 or 2");
   EXPECT_EQ(refusal_with(start + "0/0\t0/1\t0\t0\n"), "bad.vcf: line 8: the record is damaged or ends early");
   EXPECT_EQ(refusal_with("1\tx\trs\tA\tG\t.\t.\t.\tGT\t0\t0\t0\t0\t0\n"),
             "bad.vcf: line 8: the position is 0 or no number, expected at least 1");
