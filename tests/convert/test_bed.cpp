@@ -225,5 +225,54 @@ TEST(Bed, RefusesWhatIsNotThereOrNoFile) {
             "q.bim: --make-bed is the same file as --out");
 }
 
+TEST(TavoInput, RefusesEveryShorterFile) {
+  const ConvertFolder folder;
+  const GenotypeData data = sample_data(9, 40);
+  for (const std::string& whole : {normal_file(data), transposed_file(data)}) {
+    ConvertOptions options;
+    options.input = "g";
+    options.make_bed = "p";
+    for (size_t size = 0; size < whole.size(); ++size) {
+      folder.write("g", whole.substr(0, size));
+      EXPECT_NE(convert_in(folder, options).message(), "") << size;
+    }
+    EXPECT_EQ(folder.names(), Words{"g"});
+    folder.write("g", whole);
+    EXPECT_EQ(convert_in(folder, options).message(), "");
+    EXPECT_EQ(folder.read("p.bed"), bed_bytes(data));
+    for (const std::string ending : {".bed", ".bim", ".fam"}) {
+      std::filesystem::remove(folder / ("p" + ending));
+    }
+  }
+}
+
+// Damage of any kind ends in a message or in files, never in a crash.
+TEST(Bed, DamageIsReadOrRefused) {
+  const ConvertFolder folder;
+  const GenotypeData data = sample_data(9, 12);
+  write_plink_files(folder / "p", data);
+  folder.write("g", normal_file(data));
+  std::mt19937 random(17);
+  int n_refused = 0;
+  for (const std::string name : {"p.bed", "p.bim", "p.fam", "g"}) {
+    const std::string whole = folder.read(name);
+    for (int i = 0; i < 100; ++i) {
+      std::string damaged = whole;
+      for (int k = 0; k < 1 + i % 3; ++k) {
+        damaged[random() % damaged.size()] = static_cast<char>(random());
+      }
+      folder.write(name, damaged);
+      ConvertOptions options = name == "g" ? ConvertOptions() : bed_options("p");
+      options.input = name == "g" ? "g" : "p";
+      options.output = "o";
+      options.filters.maf = 0.01;
+      n_refused += convert_in(folder, options).ok() ? 0 : 1;
+    }
+    folder.write(name, whole);
+  }
+  EXPECT_GT(n_refused, 100);
+  EXPECT_LT(n_refused, 400);
+}
+
 }  // namespace
 }  // namespace tavo_test
