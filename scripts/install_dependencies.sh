@@ -4,9 +4,9 @@
 #   scripts/install_dependencies.sh tests    also what the tests and checks need
 set -euo pipefail
 
-packages=(g++ cmake ninja-build zlib1g-dev libboost-math-dev)
+packages=(g++ cmake ninja-build zlib1g-dev libboost-math-dev libhts-dev)
 if [ "${1:-}" = tests ]; then
-  packages+=(libgtest-dev nlohmann-json3-dev clang-format clang-tidy git)
+  packages+=(libgtest-dev nlohmann-json3-dev clang-format clang-tidy git plink1.9 bcftools)
 fi
 
 missing=()

@@ -4,23 +4,16 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <bit>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 
+#include "lib/genotype_file.h"
 #include "lib/packed_genotypes.h"
 #include "src/notice.h"
 #include "src/run_config.h"
 
-static_assert(std::endian::native == std::endian::little,
-              "genotype files are little-endian and read as they are");
-
 namespace {
-
-constexpr int64_t kHeaderSize = 16;
-constexpr int kLargestLabel = 255;
-constexpr size_t kClassSize = 4;
 
 // Elements taken at a time while the size of the file is not known.
 constexpr int64_t kGrowth = 1 << 20;
@@ -95,30 +88,25 @@ bool MdrReader::Open(const char* path, bool /*has_score*/, int transposed) {
   if (!source.is_open()) {
     return false;
   }
-  struct {
-    char magic[4];
-    int32_t row;
-    int32_t col;
-    int32_t label;
-  } header{};
-  static_assert(sizeof(header) == kHeaderSize);
-  if (source.read(&header, sizeof(header), 1) != 1 || std::memcmp(header.magic, "TAVO", 4) != 0) {
+  GenotypeFileHeader header{};
+  if (source.read(&header, sizeof(header), 1) != 1 ||
+      std::memcmp(header.magic, kGenotypeMagic, sizeof(kGenotypeMagic)) != 0) {
     return false;
   }
   transposed_ = transposed != 0;
-  row_ = file_samples_ = header.row;
-  col_ = header.col;
+  row_ = file_samples_ = header.n_samples;
+  col_ = header.n_snps;
   block_count_ = packed_words(transposed != 0 ? row_ : col_);
-  std::printf("Label %d bytes, Row %d, Col %d, Cntblk %d\n", header.label, row_, col_,
+  std::printf("Label %d bytes, Row %d, Col %d, Cntblk %d\n", header.label_width, row_, col_,
               static_cast<int>(block_count_));
   if (row_ <= 0 || col_ <= 0) {
     notice("%s: the header (bytes 4 to 11) has %d samples and %d SNPs, expected at least 1 of each", path,
            row_, col_);
     return false;
   }
-  if (header.label < 1 || header.label > kLargestLabel) {
-    notice("%s: the header (bytes 12 to 15) has a label width of %d, expected 1 to %d", path, header.label,
-           kLargestLabel);
+  if (header.label_width < 1 || header.label_width > kLargestLabel) {
+    notice("%s: the header (bytes 12 to 15) has a label width of %d, expected 1 to %d", path,
+           header.label_width, kLargestLabel);
     return false;
   }
   if (transposed != 0 && g_regression != kNoRegression) {
@@ -130,14 +118,14 @@ bool MdrReader::Open(const char* path, bool /*has_score*/, int transposed) {
   std::printf("Allocated %d bytes\n",
               static_cast<int32_t>(static_cast<uint32_t>(block_count_) * static_cast<uint32_t>(col_) * 4u));
 
-  const int64_t items = transposed != 0 ? col_ : row_;
-  const int64_t body = items * block_count_ * 4 + 4 * static_cast<int64_t>(row_);
-  const int64_t expected = kHeaderSize + static_cast<int64_t>(col_) * header.label + body;
+  const int64_t expected =
+      genotype_body_offset(col_, header.label_width) +
+      genotype_body_size(transposed_ ? Layout::kTransposed : Layout::kNormal, row_, col_);
   if (source.size() >= 0 && source.size() < expected) {
     notice("%s: %lld bytes, but its header needs %lld", path, static_cast<long long>(source.size()),
            static_cast<long long>(expected));
   }
-  if (!read_labels(source, header.label) ||
+  if (!read_labels(source, header.label_width) ||
       !(transposed != 0 ? read_transposed(source) : read_samples(source))) {
     return false;
   }
@@ -165,7 +153,7 @@ bool MdrReader::read_labels(Source& source, int64_t label_width) {
     const size_t length = strnlen(slot, width);
     if (length == width) {
       notice("%s: the label of SNP %zu (byte %zu) has no NUL within its %zu bytes", source.path(), j + 1,
-             static_cast<size_t>(kHeaderSize) + j * width, width);
+             static_cast<size_t>(genotype_body_offset(static_cast<int64_t>(j), label_width)), width);
       return false;
     }
     names_.emplace_back(slot, length);
@@ -180,9 +168,8 @@ bool MdrReader::read_labels(Source& source, int64_t label_width) {
 bool MdrReader::read_transposed(Source& source) {
   std::puts(" *** TRANSPOSED FILES *** ");
   // The classes are the first bytes of a block that has four bytes for every sample.
-  source.reserve(classes_, kClassSize * static_cast<int64_t>(row_));
-  if (source.append(classes_, static_cast<int64_t>(kClassSize) * row_) !=
-      static_cast<int64_t>(kClassSize) * row_) {
+  source.reserve(classes_, kClassSize * row_);
+  if (source.append(classes_, kClassSize * row_) != kClassSize * row_) {
     return false;
   }
   classes_.resize(static_cast<size_t>(row_));

@@ -4,67 +4,267 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
+#include <memory>
 
-#include "lib/packed_genotypes.h"
+#include "tools/bed_source.h"
+#include "tools/covariate_output.h"
 #include "tools/genotype_info.h"
-#include "tools/text_table.h"
+#include "tools/genotype_writer.h"
+#include "tools/open_source.h"
+#include "tools/packed_rows.h"
+#include "tools/variant_blocks.h"
 
 namespace {
 
-std::string summary(const ConvertOptions& options, uint64_t samples, uint64_t cases, uint64_t snps,
-                    uint64_t missing) {
+struct NamedPath {
+  const char* option;
+  std::string path;
+};
+
+void add_path(std::vector<NamedPath>* paths, const char* option, const std::optional<std::string>& path) {
+  if (path) {
+    paths->push_back({option, *path});
+  }
+}
+
+void add_bed_paths(std::vector<NamedPath>* paths, const char* option, const std::string& prefix) {
+  for (const char* ending : {kBedEnding, kBimEnding, kFamEnding}) {
+    paths->push_back({option, prefix + ending});
+  }
+}
+
+std::vector<NamedPath> input_paths(const ConvertOptions& options) {
+  std::vector<NamedPath> paths;
+  if (options.format == InputFormat::kBed) {
+    add_bed_paths(&paths, "--bfile", options.input);
+  } else {
+    paths.push_back({options.format == InputFormat::kVcf ? "--vcf" : "--in", options.input});
+  }
+  add_path(&paths, "--pheno", options.pheno);
+  add_path(&paths, "--covar", options.covar);
+  add_path(&paths, "--keep", options.filters.keep);
+  add_path(&paths, "--remove", options.filters.remove);
+  add_path(&paths, "--extract", options.filters.extract);
+  add_path(&paths, "--exclude", options.filters.exclude);
+  return paths;
+}
+
+std::vector<NamedPath> output_paths(const ConvertOptions& options) {
+  std::vector<NamedPath> paths;
+  add_path(&paths, "--out", options.output);
+  if (options.make_bed) {
+    add_bed_paths(&paths, "--make-bed", *options.make_bed);
+  }
+  add_path(&paths, "--covar-out", options.covar_out);
+  return paths;
+}
+
+// A result would take the place of what it is made from, or of another one.
+Status check_paths(const ConvertOptions& options) {
+  std::vector<NamedPath> others = input_paths(options);
+  for (const NamedPath& output : output_paths(options)) {
+    for (const NamedPath& other : others) {
+      std::error_code not_there;
+      if (output.path == other.path || std::filesystem::equivalent(output.path, other.path, not_there)) {
+        return Status::failure(output.path + ": " + output.option + " is the same file as " + other.option);
+      }
+    }
+    others.push_back(output);
+  }
+  return {};
+}
+
+std::string phenotype_summary(const Selection& selection) {
+  if (!selection.phenotypes->quantitative) {
+    int64_t cases = 0;
+    for (int64_t i = 0; i < selection.n_samples(); ++i) {
+      cases += selection.phenotype_word(i);
+    }
+    return std::to_string(cases) + " cases, " + std::to_string(selection.n_samples() - cases) + " controls";
+  }
+  double sum = 0.0;
+  double least = std::numeric_limits<double>::infinity();
+  double most = -least;
+  for (int64_t i = 0; i < selection.n_samples(); ++i) {
+    const auto value = static_cast<double>(float_of_word(selection.phenotype_word(i)));
+    sum += value;
+    least = std::min(least, value);
+    most = std::max(most, value);
+  }
+  char text[120];
+  std::snprintf(text, sizeof(text), "phenotype %g to %g, mean %g", least, most,
+                sum / static_cast<double>(selection.n_samples()));
+  return text;
+}
+
+std::string summary(const std::string& target, const Selection& selection, int64_t missing,
+                    const std::string& format) {
   char share[50];
   std::snprintf(
       share, sizeof(share), "%.2f%%",
-      100.0 * static_cast<double>(missing) / (static_cast<double>(samples) * static_cast<double>(snps)));
-  return options.output + ": " + std::to_string(samples) + " samples (" + std::to_string(cases) + " cases, " +
-         std::to_string(samples - cases) + " controls), " + std::to_string(snps) + " SNPs, " +
-         std::to_string(missing) + " missing genotypes (" + share + "), " + layout_name(options.layout) +
-         " layout\n";
+      100.0 * static_cast<double>(missing) /
+          (static_cast<double>(selection.n_samples()) * static_cast<double>(selection.n_variants())));
+  return target + ": " + std::to_string(selection.n_samples()) + " samples (" + phenotype_summary(selection) +
+         "), " + std::to_string(selection.n_variants()) + " SNPs, " + std::to_string(missing) +
+         " missing genotypes (" + share + "), " + format;
 }
+
+// One conversion, step by step.
+class Conversion {
+ public:
+  Conversion(const ConvertOptions& options, const volatile std::sig_atomic_t& stop, ConvertReport* report)
+      : options_(options), stop_(stop), report_(*report) {}
+
+  Status run() {
+    Status status = check_paths(options_);
+    if (status.ok()) {
+      status = open_outputs();
+    }
+    if (status.ok()) {
+      status = read_input();
+    }
+    if (status.ok()) {
+      status = index_.build(*source_);
+    }
+    if (status.ok()) {
+      status = read_phenotypes();
+    }
+    if (status.ok() && options_.covar) {
+      status = covariates_.read(*options_.covar, options_.covar_names, *source_, index_);
+      report_.warnings.insert(report_.warnings.end(), covariates_.warnings().begin(),
+                              covariates_.warnings().end());
+    }
+    if (status.ok()) {
+      status = select();
+    }
+    if (status.ok()) {
+      status = write();
+    }
+    return status;
+  }
+
+ private:
+  // Where a temporary file finds room if the result does.
+  std::string scratch_folder() const {
+    return std::filesystem::path(options_.output ? *options_.output : *options_.make_bed)
+        .parent_path()
+        .string();
+  }
+
+  Status read_input() {
+    Status status = open_source(options_, scratch_folder(), stop_, &source_);
+    report_.warnings = source_->warnings();
+    notes_ = source_->notes();
+    return status;
+  }
+
+  Status open_outputs() {
+    if (options_.output) {
+      writers_.push_back(make_tavo_writer(*options_.output, options_.layout));
+    }
+    if (options_.make_bed) {
+      writers_.push_back(make_bed_writer(*options_.make_bed));
+    }
+    for (const auto& writer : writers_) {
+      if (Status status = writer->open(); !status.ok()) {
+        return status;
+      }
+    }
+    return options_.covar_out ? covariates_.open(*options_.covar_out) : Status();
+  }
+
+  Status read_phenotypes() {
+    Status status = options_.pheno
+                        ? file_phenotypes(*options_.pheno, options_.pheno_name, options_.quantitative,
+                                          *source_, index_, &phenotypes_)
+                        : own_phenotypes(options_.input, *source_, options_.quantitative, &phenotypes_);
+    if (status.ok() && !phenotypes_.note.empty()) {
+      notes_.push_back(phenotypes_.note);
+    }
+    return status;
+  }
+
+  Status select() {
+    selection_.source = source_.get();
+    selection_.phenotypes = &phenotypes_;
+    selection_.other_allele = options_.count_other_allele;
+    for (int64_t i = 0; i < source_->n_samples(); ++i) {
+      selection_.samples.push_back(static_cast<uint32_t>(i));
+    }
+    for (int64_t j = 0; j < source_->variants().size(); ++j) {
+      selection_.variants.push_back(static_cast<uint32_t>(j));
+    }
+    return apply_filters(options_.filters, *source_, index_, stop_, &selection_, &notes_);
+  }
+
+  Status write() {
+    for (const auto& writer : writers_) {
+      if (Status status = writer->begin(selection_); !status.ok()) {
+        return status;
+      }
+    }
+    const int64_t n = selection_.n_samples();
+    CodeCounts counts{};
+    Status status = for_each_block(*source_, selection_, "writing", stop_, [&](const VariantBlock& block) {
+      for (int64_t i = 0; i < block.count; ++i) {
+        uint32_t* row = block.rows + i * packed_words(n);
+        if (selection_.other_allele) {
+          count_other_allele(row, n);
+        }
+        count_codes(row, n, &counts);
+      }
+      Status added;
+      for (const auto& writer : writers_) {
+        added = added.ok() ? writer->add(block.rows, block.count) : added;
+      }
+      return added;
+    });
+    std::string covariate_note;
+    if (status.ok() && options_.covar_out) {
+      status = covariates_.write(*options_.covar_out, selection_, &covariate_note);
+    }
+    for (const auto& writer : writers_) {
+      status = status.ok() ? writer->finish() : status;
+    }
+    if (status.ok()) {
+      tell(counts[kMissingGenotype], covariate_note);
+    }
+    return status;
+  }
+
+  void tell(int64_t missing, const std::string& covariate_note) {
+    if (options_.output) {
+      notes_.push_back(
+          summary(*options_.output, selection_, missing, layout_name(options_.layout) + " layout"));
+    }
+    if (options_.make_bed) {
+      notes_.push_back(summary(*options_.make_bed + kBedEnding, selection_, missing, "PLINK 1 binary"));
+    }
+    if (!covariate_note.empty()) {
+      notes_.push_back(covariate_note);
+    }
+    for (const std::string& note : notes_) {
+      report_.text += note + "\n";
+    }
+  }
+
+  const ConvertOptions& options_;
+  const volatile std::sig_atomic_t& stop_;
+  ConvertReport& report_;
+  std::unique_ptr<GenotypeSource> source_;
+  std::vector<std::unique_ptr<GenotypeWriter>> writers_;
+  CovariateOutput covariates_;
+  SampleIndex index_;
+  Phenotypes phenotypes_;
+  Selection selection_;
+  std::vector<std::string> notes_;
+};
 
 }  // namespace
 
-Status convert_table(const ConvertOptions& options, const volatile std::sig_atomic_t& stop,
-                     ConvertReport* report) {
-  std::error_code not_there;
-  if (std::filesystem::equivalent(options.input, options.output, not_there)) {
-    return Status::failure(options.output + ": --out is the same file as --in");
-  }
-  TextTable table;
-  Status status = table.open(options.input, options.class_name);
-  if (!status.ok()) {
-    return status;
-  }
-  report->warnings = table.warnings();
-  const auto writer = make_genotype_writer(options.layout);
-  status = writer->begin(options.output, table.snp_names());
-  TableRow row;
-  uint64_t samples = 0;
-  uint64_t cases = 0;
-  uint64_t missing = 0;
-  while (status.ok()) {
-    if (stop != 0) {
-      return Status::failure("stopped by a signal; " + options.output + " was not written");
-    }
-    bool more = false;
-    status = table.next(&row, &more);
-    if (!status.ok() || !more) {
-      break;
-    }
-    status = writer->add_sample(row.class_value, row.genotypes);
-    ++samples;
-    cases += row.class_value;
-    missing += static_cast<uint64_t>(
-        std::count(row.genotypes.begin(), row.genotypes.end(), static_cast<uint8_t>(kMissingGenotype)));
-  }
-  if (status.ok()) {
-    status = writer->finish();
-  }
-  if (status.ok()) {
-    report->text = summary(options, samples, cases, table.snp_names().size(), missing);
-  }
-  return status;
+Status convert(const ConvertOptions& options, const volatile std::sig_atomic_t& stop, ConvertReport* report) {
+  return Conversion(options, stop, report).run();
 }
 
 Status describe_genotypes(const ConvertOptions& options, ConvertReport* report) {
@@ -73,9 +273,9 @@ Status describe_genotypes(const ConvertOptions& options, ConvertReport* report) 
   if (!status.ok()) {
     return status;
   }
-  if (options.layout_given && info.layout != options.layout) {
-    report->warnings.push_back(options.input + ": the file's size fits the " + layout_name(info.layout) +
-                               " layout only, --transpose is ignored");
+  if (options.layout_given && info.header.layout != options.layout) {
+    report->warnings.push_back(options.input + ": the file's size fits the " +
+                               layout_name(info.header.layout) + " layout only, --transpose is ignored");
   }
   report->text = genotype_info_text(options.input, info);
   return {};

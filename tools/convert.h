@@ -16,10 +16,9 @@ struct ConvertReport {
   std::vector<std::string> warnings;
 };
 
-// Makes the genotype file. Gives up when `stop` becomes non-zero. After a failure the target is as it was
-// before.
-Status convert_table(const ConvertOptions& options, const volatile std::sig_atomic_t& stop,
-                     ConvertReport* report);
+// Makes the files. Gives up when `stop` becomes non-zero. After a failure no target has changed, unless one
+// of several could not be given its name when all were complete.
+Status convert(const ConvertOptions& options, const volatile std::sig_atomic_t& stop, ConvertReport* report);
 
 // Says what a genotype file holds.
 Status describe_genotypes(const ConvertOptions& options, ConvertReport* report);

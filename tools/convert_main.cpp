@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// tavo-convert: makes genotype files from text tables and says what genotype files hold.
+// tavo-convert: converts between genotype formats and says what genotype files hold.
+#include <htslib/hts.h>
 #include <zlib.h>
 
 #include <csignal>
@@ -47,7 +48,7 @@ bool print(const std::string& text) {
 
 std::string version_text() {
   return std::string("tavo-convert ") + TAVO_VERSION + "\ncompiler: " + __VERSION__ +
-         "\nzlib: " + zlibVersion() + "\n";
+         "\nzlib: " + zlibVersion() + "\nhtslib: " + hts_version() + "\n";
 }
 
 Status run(const ConvertOptions& options, ConvertReport* report) {
@@ -64,7 +65,7 @@ Status run(const ConvertOptions& options, ConvertReport* report) {
       break;
   }
   catch_signals();
-  return convert_table(options, stop_signal, report);
+  return convert(options, stop_signal, report);
 }
 
 int run_command(const std::vector<std::string>& words) {

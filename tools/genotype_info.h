@@ -4,26 +4,22 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
-#include "tools/genotype_writer.h"
+#include "tools/genotype_header.h"
+#include "tools/packed_rows.h"
 #include "util/status.h"
 
 struct GenotypeInfo {
-  Layout layout = Layout::kNormal;
-  bool layout_is_certain = false;  // the file's size fits this layout only
-  int64_t n_samples = 0;
-  int64_t n_snps = 0;
-  int label_width = 0;
+  GenotypeHeader header;
   std::string first_name;
   std::string last_name;
   int64_t cases = 0;     // class 1
   int64_t controls = 0;  // class 0
   int64_t other_classes = 0;
-  int64_t genotypes[4] = {};  // how many there are of each code; 3 is missing
+  CodeCounts genotypes{};
 
-  int64_t total() const { return n_samples * n_snps; }
+  int64_t total() const { return header.n_samples * header.n_snps; }
 };
 
 // Reads the file. Its size tells the layout where the two differ in size; otherwise it is read as `assumed`.

@@ -1,58 +1,45 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Writes genotype files (docs/formats.md), sample by sample. Every front end that reads some format feeds it:
+// What tavo-convert writes: genotype files of both layouts and PLINK 1 binary, fed with blocks of variants.
 //
-//   auto writer = make_genotype_writer(Layout::kNormal);
-//   writer->begin(path, names);
-//   for each sample: writer->add_sample(class, genotypes);
+//   auto writer = make_tavo_writer(path, Layout::kNormal);
+//   writer->open();                          before the work, so that a target that cannot be written shows
+//   writer->begin(selection);
+//   for each block: writer->add(rows, count);
 //   writer->finish();
 //
-// The file appears under its name only when finish succeeds.
+// A file appears under its name only when finish succeeds.
 #pragma once
 
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
-#include <string_view>
-#include <vector>
 
+#include "lib/genotype_file.h"
+#include "tools/selection.h"
 #include "util/output_file.h"
 #include "util/status.h"
-
-enum class Layout {
-  kNormal,      // sample-major; written as it comes, memory for one sample
-  kTransposed,  // SNP-major; the packed matrix stays in memory until finish, 2 bits a genotype
-};
-
-// "normal", "transposed".
-std::string layout_name(Layout layout);
-
-// What makes the text unfit for a SNP name, as a message; "" when nothing does. A name has 1 to 254 bytes,
-// none of them a control character: NUL ends a name in the file, and a line break would break the lines of
-// every report.
-std::string name_fault(std::string_view name);
 
 class GenotypeWriter {
  public:
   virtual ~GenotypeWriter() = default;
 
-  // Begins the file. names: of the SNPs, in file order, at least one.
-  Status begin(const std::string& path, const std::vector<std::string>& names);
+  virtual Status open() = 0;
 
-  // class_value: 1 case, 0 control. genotypes: [SNPs], each 0, 1, 2 or 3 (missing).
-  Status add_sample(uint8_t class_value, std::span<const uint8_t> genotypes);
+  // Writes what stands in front of the genotypes. The selection must outlive the writer; at least one sample
+  // and one variant.
+  virtual Status begin(const Selection& selection) = 0;
 
-  // Completes the file. At least one sample.
-  Status finish();
+  // The next variants: `count` rows of packed_words(n_samples) words, bits behind the last sample 0. A
+  // multiple of 16 but for the last call.
+  virtual Status add(const uint32_t* rows, int64_t count) = 0;
 
- protected:
-  virtual Status put_sample(uint8_t class_value, std::span<const uint8_t> genotypes) = 0;
-  virtual Status put_rest() = 0;
-
-  OutputFile file_;
-  size_t n_snps_ = 0;
-  size_t n_samples_ = 0;  // added so far, put_sample's own not included
+  // Completes the files, after n_variants rows.
+  virtual Status finish() = 0;
 };
 
-std::unique_ptr<GenotypeWriter> make_genotype_writer(Layout layout);
+// A genotype file. The transposed layout has one byte for a class: quantitative phenotypes are refused.
+std::unique_ptr<GenotypeWriter> make_tavo_writer(const std::string& path, Layout layout);
+
+// PREFIX.bed, PREFIX.bim and PREFIX.fam. The counted allele becomes A1.
+std::unique_ptr<GenotypeWriter> make_bed_writer(const std::string& prefix);

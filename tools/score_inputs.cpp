@@ -2,26 +2,19 @@
 #include "tools/score_inputs.h"
 
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
 
-#include "lib/packed_genotypes.h"
+#include "lib/genotype_file.h"
 #include "tools/genotype_info.h"
 #include "tools/line_reader.h"
 #include "tools/quoted.h"
 
 namespace {
 
-constexpr int64_t kHeaderSize = 16;
 constexpr size_t kLongestLine = 1 << 16;
 constexpr size_t kIdentifierFields = 2;
-
-struct Closer {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
 
 std::vector<std::string> split_tabs(std::string_view line) {
   std::vector<std::string> fields;
@@ -47,21 +40,22 @@ Status read_phenotypes(const std::string& path, Layout layout, PhenotypeKind kin
   if (!status.ok()) {
     return status;
   }
-  const std::unique_ptr<std::FILE, Closer> file(std::fopen(path.c_str(), "rb"));
-  const int64_t body = kHeaderSize + info.n_snps * info.label_width;
-  if (file == nullptr || fseeko(file.get(), body, SEEK_SET) != 0) {
-    return Status::failure("cannot read " + path);
+  InputFile file;
+  if (status = file.open(path); !status.ok()) {
+    return status;
   }
-  const bool normal = info.layout == Layout::kNormal;
+  const bool normal = info.header.layout == Layout::kNormal;
   if (!normal && kind == PhenotypeKind::kLinear) {
     return Status::failure(path +
                            ": the transposed layout has one byte for a class, no quantitative phenotype");
   }
-  const int64_t skip = normal ? 4 * packed_words(info.n_snps) : 0;
-  for (int64_t i = 0; i < info.n_samples; ++i) {
-    unsigned char bytes[4] = {};
-    if (std::fread(bytes, normal ? 4 : 1, 1, file.get()) != 1 || fseeko(file.get(), skip, SEEK_CUR) != 0) {
-      return Status::failure("cannot read " + path + ": sample " + std::to_string(i + 1));
+  const int64_t class_size = normal ? kClassSize : 1;
+  const int64_t step = normal ? sample_record_size(info.header.n_snps) : class_size;
+  for (int64_t i = 0; i < info.header.n_samples; ++i) {
+    unsigned char bytes[kClassSize] = {};
+    status = file.read_at(info.header.body_offset() + i * step, bytes, static_cast<size_t>(class_size));
+    if (!status.ok()) {
+      return status;
     }
     if (kind == PhenotypeKind::kLogistic) {
       phenotypes->push_back(bytes[0] == 1 ? 1.0 : 0.0);

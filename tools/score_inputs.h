@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/genotype_writer.h"
+#include "lib/genotype_file.h"
 #include "tools/residuals.h"
 #include "util/status.h"
 

@@ -2,8 +2,6 @@
 //
 // tavo-score: makes the score file of a score-based run: each sample's residual from a model of the
 // covariates alone.
-#include <strings.h>
-
 #include <algorithm>
 #include <cfloat>
 #include <cmath>
@@ -13,7 +11,7 @@
 #include <new>
 #include <optional>
 
-#include "tools/quoted.h"
+#include "tools/option_words.h"
 #include "tools/score_inputs.h"
 #include "util/output_file.h"
 
@@ -48,48 +46,19 @@ struct Options {
   std::optional<std::string> phenotype;
   std::optional<std::string> missing_covariate;
   std::optional<std::string> transpose;
-
-  std::optional<std::string>* find(const std::string& word) {
-    const auto is = [&word](const char* name) { return strcasecmp(word.c_str(), name) == 0; };
-    return is("--in")                  ? &in
-           : is("--out")               ? &out
-           : is("--covariate")         ? &covariate
-           : is("--phenotype")         ? &phenotype
-           : is("--missing-covariate") ? &missing_covariate
-           : is("--transpose")         ? &transpose
-                                       : nullptr;
-  }
 };
 
-// Whether a keyword was given as one of two; the first is the default.
-Status one_of(const char* option, const std::optional<std::string>& given, const char* first,
-              const char* second, bool* is_second) {
-  *is_second = given && strcasecmp(given->c_str(), second) == 0;
-  if (given && !*is_second && strcasecmp(given->c_str(), first) != 0) {
-    return Status::failure(std::string(option) + ": found " + ::quoted(*given) + ", expected " + first +
-                           " or " + second);
-  }
-  return {};
-}
-
 Status parse(const std::vector<std::string>& words, Options* options) {
-  for (size_t i = 0; i < words.size(); i += 2) {
-    std::optional<std::string>* value = options->find(words[i]);
-    if (value == nullptr) {
-      return Status::failure("unknown option " + ::quoted(words[i]));
-    }
-    if (value->has_value()) {
-      return Status::failure("option " + words[i] + " is given twice");
-    }
-    if (i + 1 == words.size() || words[i + 1].empty()) {
-      return Status::failure("option " + words[i] + " needs a value");
-    }
-    *value = words[i + 1];
-  }
-  if (!options->in || !options->out) {
+  Status status = collect_options(words, {{"--in", &options->in},
+                                          {"--out", &options->out},
+                                          {"--covariate", &options->covariate},
+                                          {"--phenotype", &options->phenotype},
+                                          {"--missing-covariate", &options->missing_covariate},
+                                          {"--transpose", &options->transpose}});
+  if (status.ok() && (!options->in || !options->out)) {
     return Status::failure("--in and --out are needed");
   }
-  return {};
+  return status;
 }
 
 // The scores of all samples; those without covariates get 0.

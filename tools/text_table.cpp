@@ -5,7 +5,7 @@
 #include <unordered_map>
 
 #include "lib/packed_genotypes.h"
-#include "tools/genotype_writer.h"
+#include "tools/names.h"
 #include "tools/quoted.h"
 
 namespace {

@@ -9,6 +9,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "util/whole_io.h"
+
 namespace {
 
 constexpr size_t kBufferSize = 1 << 18;
@@ -110,6 +112,22 @@ Status OutputFile::open_temporary() {
 
 Status OutputFile::write(const void* bytes, size_t size) {
   return std::fwrite(bytes, 1, size, stream_) == size ? Status() : failure("write");
+}
+
+Status OutputFile::reserve(int64_t size) {
+  const int descriptor = fileno(stream_);
+  if (fallocate(descriptor, 0, 0, size) == 0) {
+    return {};
+  }
+  // A file system that cannot set space aside may still take the bytes.
+  if ((errno == EOPNOTSUPP || errno == ENOSYS || errno == EINTR) && ftruncate(descriptor, size) == 0) {
+    return {};
+  }
+  return failure("write");
+}
+
+Status OutputFile::write_at(int64_t offset, const void* bytes, size_t size) {
+  return write_whole(fileno(stream_), bytes, size, offset) == WholeIo::kDone ? Status() : failure("write");
 }
 
 Status OutputFile::patch(int64_t offset, const void* bytes, size_t size) {

@@ -35,6 +35,13 @@ class OutputFile {
   // Appends bytes.
   Status write(const void* bytes, size_t size);
 
+  // Gives the file its final size at once, so that a full disk shows before the work. Zeros stand where
+  // nothing gets written. For files that are written at places of them.
+  Status reserve(int64_t size);
+
+  // Writes bytes at a place that write() does not reach. Not for a file that is written directly.
+  Status write_at(int64_t offset, const void* bytes, size_t size);
+
   // Overwrites bytes written before, without moving the end. Only just before commit.
   Status patch(int64_t offset, const void* bytes, size_t size);
 

@@ -8,6 +8,7 @@
 #include <random>
 #include <sstream>
 
+#include "tests/convert/convert_folder.h"
 #include "tests/convert/table_text.h"
 #include "tests/support/genotype_file.h"
 #include "tests/support/run_program.h"
@@ -15,18 +16,6 @@
 
 namespace tavo_test {
 namespace {
-
-using Words = std::vector<std::string>;
-
-class ConvertFolder {
- public:
-  std::filesystem::path operator/(const std::string& name) const { return dir_ / name; }
-  RunResult run(const Words& words) const { return run_program(convert_program(), words, dir_.path()); }
-  std::vector<std::string> names() const { return file_names(dir_.path()); }
-
- private:
-  TempDir dir_;
-};
 
 GenotypeData sample_data(int n_samples, int n_snps) {
   std::mt19937 random(21);
@@ -189,9 +178,9 @@ TEST(ConvertCommand, RefusesWrongUsage) {
   const ConvertFolder folder;
   write_file(folder / "t", "a Class\n0 1\n");
   const std::vector<std::pair<Words, std::string>> cases = {
-      {{}, "--in and --out are needed, or --info"},
-      {{"--in", "t"}, "--in and --out are needed, or --info"},
-      {{"--out", "g"}, "--in and --out are needed, or --info"},
+      {{}, "--in, --bfile or --vcf and --out or --make-bed are needed, or --info"},
+      {{"--in", "t"}, "--in, --bfile or --vcf and --out or --make-bed are needed, or --info"},
+      {{"--out", "g"}, "--in, --bfile or --vcf and --out or --make-bed are needed, or --info"},
       {{"--in", "t", "--out"}, "option --out needs a value"},
       {{"--in", "t", "--out", ""}, "option --out needs a value"},
       {{"--in", "t", "--out", "g", "--class", ""}, "option --class needs a value"},
@@ -221,8 +210,29 @@ TEST(ConvertCommand, HelpAndVersion) {
   const RunResult help = folder.run({"--help"});
   EXPECT_EQ(help.status, 0);
   EXPECT_EQ(help.err, "");
-  for (const std::string option :
-       {"--in", "--out", "--class", "--transpose", "--info", "--help, --version"}) {
+  for (const std::string option : {"--in",
+                                   "--bfile",
+                                   "--vcf",
+                                   "--class",
+                                   "--in-transpose",
+                                   "--split",
+                                   "--count",
+                                   "--out",
+                                   "--make-bed",
+                                   "--transpose",
+                                   "--pheno",
+                                   "--pheno-name",
+                                   "--quantitative",
+                                   "--covar",
+                                   "--covar-name",
+                                   "--covar-out",
+                                   "--keep PATH, --remove",
+                                   "--extract PATH, --exclude",
+                                   "--mind",
+                                   "--geno",
+                                   "--maf",
+                                   "--info",
+                                   "--help, --version"}) {
     EXPECT_NE(help.out.find("\n  " + option), std::string::npos) << option;
   }
   const RunResult version = folder.run({"--version"});
@@ -275,20 +285,23 @@ TEST(ConvertCommand, TheWorkedExampleOfTheDocumentHolds) {
   EXPECT_EQ(read_file(folder / "s"), bytes_of_dump(blocks[2]));
 }
 
-TEST(ConvertTable, AStopLeavesNothingBehind) {
+TEST(ConvertTask, AStopLeavesNothingBehind) {
   const ConvertFolder folder;
   write_file(folder / "t", table_text(sample_data(10, 10)));
-  ConvertOptions options;
-  options.input = (folder / "t").string();
-  options.output = (folder / "g").string();
-  ConvertReport report;
-  volatile std::sig_atomic_t stop = SIGINT;
-  EXPECT_EQ(convert_table(options, stop, &report).message(),
-            "stopped by a signal; " + options.output + " was not written");
-  EXPECT_EQ(folder.names(), Words{"t"});
-  stop = 0;
-  EXPECT_TRUE(convert_table(options, stop, &report).ok());
-  EXPECT_EQ(folder.names(), (Words{"g", "t"}));
+  write_file(folder / "g.tavo", normal_file(sample_data(10, 11)));
+  for (const std::string input : {"t", "g.tavo"}) {
+    ConvertOptions options;
+    options.input = (folder / input).string();
+    options.output = (folder / "g").string();
+    ConvertReport report;
+    volatile std::sig_atomic_t stop = SIGINT;
+    EXPECT_EQ(convert(options, stop, &report).message(), "stopped by a signal; nothing was written");
+    EXPECT_EQ(folder.names(), (Words{"g.tavo", "t"}));
+    stop = 0;
+    EXPECT_TRUE(convert(options, stop, &report).ok());
+    EXPECT_EQ(folder.names(), (Words{"g", "g.tavo", "t"}));
+    std::filesystem::remove(folder / "g");
+  }
 }
 
 }  // namespace

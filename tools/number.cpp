@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tools/number.h"
+
+#include <charconv>
+#include <cmath>
+#include <system_error>
+
+bool parse_number(std::string_view text, double* value) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) {
+      return false;
+    }
+  }
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, *value);
+  return error == std::errc() && stop == end && std::isfinite(static_cast<float>(*value));
+}

@@ -1,0 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Numbers in text files and on command lines.
+#pragma once
+
+#include <string_view>
+
+// The whole text is one decimal number, such as 7, -0.5 or +1e-3, that a float can hold. False for words,
+// inf, nan, hexadecimal and what is too large.
+bool parse_number(std::string_view text, double* value);
