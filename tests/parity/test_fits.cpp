@@ -6,13 +6,16 @@
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <memory>
+#include <sstream>
 
 #include "cpu/item_fits.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
 #include "tests/reference/naive_regression.h"
 #include "tests/support/regression_data.h"
+#include "tests/support/run_program.h"
 
 namespace tavo_test {
 namespace {
@@ -279,6 +282,35 @@ TEST(SinglePrecisionFits, EqualGlmAndLmOfRAsFarAsRoundingLets) {
                        kSamples * kRounding * std::sqrt(kSamples));
       }
     }
+  }
+}
+
+// The recorded values are those of R: where R is installed, it computes them again.
+TEST(RecordedFits, AreWhatRPrints) {
+  const std::filesystem::path rscript = "/usr/bin/Rscript";
+  if (!std::filesystem::exists(rscript)) {
+    GTEST_SKIP() << "R is not installed";
+  }
+  const std::filesystem::path root = source_root();
+  const RunResult run = run_program(rscript,
+                                    {(root / "tests/reference/regression.R").string(), "fits",
+                                     (root / "tests/data/regression/samples.tsv").string()},
+                                    root);
+  ASSERT_EQ(run.status, 0) << run.err;
+  const std::vector<std::string> lines = split_lines(run.out);
+  const std::vector<std::vector<std::string>> recorded = recorded_table("fits.tsv");
+  ASSERT_EQ(lines.size(), recorded.size());
+  for (size_t r = 1; r < lines.size(); ++r) {
+    std::istringstream text(lines[r]);
+    size_t c = 0;
+    for (std::string field; std::getline(text, field, '\t'); ++c) {
+      const std::string& expected = recorded[r].at(c);
+      if (field != expected) {
+        EXPECT_NEAR(std::stod(field), std::stod(expected),
+                    1e-8 * std::max(1.0, std::fabs(std::stod(expected))));
+      }
+    }
+    EXPECT_EQ(c, recorded[r].size());
   }
 }
 
