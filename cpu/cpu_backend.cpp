@@ -11,19 +11,22 @@
 #include "device/segments.h"
 
 struct SearchData {
-  SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set)
-      : segments(problem, setup.folds) {
+  SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set_)
+      : set(set_), segments(problem, setup.folds) {
     if (problem.scores != nullptr) {
       scores.emplace(problem, setup, segments);
-    } else if (set == InstructionSet::kAvx512 && lane_search_fits(setup.rules, segments)) {
+    } else if (set != InstructionSet::kScalar && lane_search_fits(setup.rules, segments)) {
       lane_planes.emplace(problem, segments);
+      byte_planes = make_byte_planes(problem, setup, segments, *lane_planes);
     } else if (setup.rules.order <= kMaxPlaneOrder) {
       planes.emplace(problem, segments);
     }
   }
 
+  InstructionSet set;
   Segments segments;
   std::optional<LanePlanes> lane_planes;
+  std::unique_ptr<const BytePlanes> byte_planes;
   std::optional<BitPlanes> planes;
   std::optional<ScoreData> scores;
 
@@ -32,7 +35,10 @@ struct SearchData {
       return make_score_search(problem, setup, *scores);
     }
     if (lane_planes) {
-      return make_lane_search(problem, setup, segments, *lane_planes, lane_kernels_avx512());
+      const bool wide = set == InstructionSet::kAvx512;
+      return make_lane_search(problem, setup, segments, *lane_planes,
+                              wide ? lane_kernels_avx512() : lane_kernels_avx2(), byte_planes.get(),
+                              wide ? byte_filter_avx512 : byte_filter_avx2);
     }
     return planes ? make_plane_search(problem, setup, segments, *planes)
                   : make_cell_search(problem, setup, segments);

@@ -66,3 +66,4 @@ struct LaneKernels {
 };
 
 const LaneKernels& lane_kernels_avx512();
+const LaneKernels& lane_kernels_avx2();

@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <algorithm>
 #include <bit>
-#include <limits>
+#include <cmath>
+#include <optional>
 
+#include "cpu/byte_planes.h"
 #include "cpu/fold_scores.h"
 #include "cpu/lane_kernels.h"
 #include "cpu/lane_planes.h"
@@ -15,13 +18,41 @@ namespace {
 // More than the rounding errors of a record's value and of the bound together, relative.
 constexpr float kSlack = 8e-6f;
 
+// Measures that grow with D of LaneLimit when every cell is classified: the others are computed for every
+// combination.
+bool has_bound(const ScoringRules& rules) {
+  const bool classifies_ties = rules.tie == kHighRisk || rules.tie == kLowRisk;
+  const bool grows = rules.measure == kBalancedAccuracy || rules.measure == kAccuracy ||
+                     rules.measure == kSomersDx || rules.measure == kTauC;
+  return classifies_ties && grows;
+}
+
+// Samples of both classes, in all segments and in the training set of each fold.
+struct ClassSizes {
+  int32_t all[2] = {0, 0};  // controls, cases
+  std::vector<int32_t> training_controls;
+  std::vector<int32_t> training_cases;
+
+  ClassSizes(const Segments& segments, size_t n_folds) {
+    for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
+      all[segment % 2] += static_cast<int32_t>(segments.samples[segment].size());
+    }
+    for (size_t f = 0; f < n_folds; ++f) {
+      training_controls.push_back(all[0] - static_cast<int32_t>(segments.samples[2 * f].size()));
+      training_cases.push_back(all[1] - static_cast<int32_t>(segments.samples[2 * f + 1].size()));
+    }
+  }
+};
+
 class LaneSearch : public RangeSearch {
  public:
   LaneSearch(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments,
-             const LanePlanes& planes, const LaneKernels& kernels)
+             const LanePlanes& planes, const LaneKernels& kernels, const BytePlanes* bytes, ByteFilter filter)
       : segments_(segments),
         planes_(planes),
         kernels_(kernels),
+        bytes_(bytes),
+        filter_(filter),
         scores_(setup, segments),
         rules_(setup.rules),
         n_snps_(problem.n_snps),
@@ -31,6 +62,10 @@ class LaneSearch : public RangeSearch {
       prefix_cells_ *= 3;
     }
     prefix_.resize(prefix_cells_ * planes.words());
+    if (bytes_ != nullptr) {
+      prefix_values_.resize(prefix_cells_ * n_pairs_);
+      values_.resize(3 * prefix_cells_ * n_pairs_ * kByteLanes);
+    }
     prefix_pairs_.resize(prefix_cells_ * n_pairs_);
     counts_.resize(3 * prefix_cells_ * n_pairs_ * kLanes);
     totals_.resize(3 * prefix_cells_ * kLanes);
@@ -48,8 +83,10 @@ class LaneSearch : public RangeSearch {
       const int first = comb.back();
       const int end = static_cast<int>(std::min<uint64_t>(static_cast<uint64_t>(n_snps_),
                                                           static_cast<uint64_t>(first) + (n_ranks - done)));
-      for (size_t b = static_cast<size_t>(first) / kLanes; b * kLanes < static_cast<size_t>(end); ++b) {
-        search_block(b, first, end, first_rank + done, lists);
+      const RunOfCombinations run_here = {static_cast<size_t>(first), static_cast<size_t>(end),
+                                          first_rank + done};
+      for (size_t b = run_here.first / kByteLanes; b * kByteLanes < run_here.end; ++b) {
+        search_byte_block(b, run_here, lists);
       }
       done += static_cast<uint64_t>(end - first);
       comb.back() = n_snps_ - 1;
@@ -60,30 +97,33 @@ class LaneSearch : public RangeSearch {
   }
 
  private:
-  // Measures that grow with D of LaneLimit when every cell is classified: the others are computed for every
-  // combination.
-  static bool has_bound(const ScoringRules& rules) {
-    const bool classifies_ties = rules.tie == kHighRisk || rules.tie == kLowRisk;
-    const bool grows = rules.measure == kBalancedAccuracy || rules.measure == kAccuracy ||
-                       rules.measure == kSomersDx || rules.measure == kTauC;
-    return classifies_ties && grows;
-  }
-
   // The training class totals of every fold where no genotype is missing, and the sample numbers of the fold.
   void set_class_totals(const WorkerSetupCommand& setup) {
-    int32_t all[2] = {0, 0};
-    for (size_t segment = 0; segment < segments_.samples.size(); ++segment) {
-      all[segment % 2] += static_cast<int32_t>(segments_.samples[segment].size());
-    }
+    const ClassSizes sizes(segments_, setup.folds.size());
     limits_.resize(setup.folds.size());
+    needs_.resize(setup.folds.size());
     for (size_t f = 0; f < limits_.size(); ++f) {
-      limits_[f].controls = all[0] - static_cast<int32_t>(segments_.samples[2 * f].size());
-      limits_[f].cases = all[1] - static_cast<int32_t>(segments_.samples[2 * f + 1].size());
+      limits_[f].controls = sizes.training_controls[f];
+      limits_[f].cases = sizes.training_cases[f];
       limits_[f].samples = static_cast<float>(setup.folds[f].training.size());
     }
   }
 
+  // What the byte filter's sum S must reach, for combinations of complete SNPs: D <= (P / b) S.
+  void set_need(size_t f) {
+    const LaneLimit& limit = limits_[f];
+    const auto p = static_cast<double>(limit.cases);
+    const auto q = static_cast<double>(limit.controls);
+    const double n = rules_.own_thresholds() ? p + q : static_cast<double>(limit.samples);
+    const double d = static_cast<double>(limit.pq) * p * q + static_cast<double>(limit.nn) * n * n +
+                     static_cast<double>(limit.n) * n - static_cast<double>(limit.q) * q;
+    const double need = d * bytes_->weights().controls / (rules_.measure == kAccuracy ? 1.0 : p);
+    needs_[f] = static_cast<int16_t>(std::clamp(std::floor(need), -32768.0, 32767.0));
+    filters_ = filters_ && needs_[f] > 0;
+  }
+
   void set_limits(const std::vector<CandidateList>& lists) {
+    filters_ = bytes_ != nullptr;
     for (size_t f = 0; f < limits_.size(); ++f) {
       const float value = lists[f].floor().value * (1.0f - kSlack);
       LaneLimit& limit = limits_[f];
@@ -104,6 +144,9 @@ class LaneSearch : public RangeSearch {
           break;
         default:
           break;
+      }
+      if (bytes_ != nullptr) {
+        set_need(f);
       }
     }
   }
@@ -129,6 +172,12 @@ class LaneSearch : public RangeSearch {
         }
         uint32_t& pair = prefix_pairs_[cell * n_pairs_ + segment / 2];
         pair = segment % 2 == 0 ? n : pair | n << 16;
+        if (bytes_ != nullptr && segment % 2 == 1) {
+          const ByteWeights weights = bytes_->weights();
+          prefix_values_[cell * n_pairs_ + segment / 2] =
+              static_cast<int16_t>(weights.cases * static_cast<int>(pair >> 16) -
+                                   weights.controls * static_cast<int>(pair & 0xffffu));
+        }
       }
     }
   }
@@ -139,25 +188,56 @@ class LaneSearch : public RangeSearch {
     return left >= kSamplesPerPlaneWord ? ~uint64_t{0} : (uint64_t{1} << left) - 1;
   }
 
-  void search_block(size_t b, int first, int end, uint64_t rank_of_first, std::vector<CandidateList>& lists) {
+  // Combinations with one prefix: last SNPs first .. end - 1.
+  struct RunOfCombinations {
+    size_t first;
+    size_t end;
+    uint64_t rank_of_first;
+  };
+
+  // The bits of the lanes from `start` on that belong to the run.
+  static uint64_t lanes_of(const RunOfCombinations& run, size_t start, size_t lanes) {
+    const size_t from = std::max(run.first, start) - start;
+    const size_t to = std::min(run.end, start + lanes) - start;
+    const uint64_t below_to = to >= 64 ? ~uint64_t{0} : (uint64_t{1} << to) - 1;
+    return below_to & ~((uint64_t{1} << from) - 1);
+  }
+
+  // 64 last SNPs: first the byte filter, where it applies, then the lanes that are left, 16 at a time.
+  void search_byte_block(size_t b, const RunOfCombinations& run, std::vector<CandidateList>& lists) {
+    uint64_t lanes = lanes_of(run, b * kByteLanes, kByteLanes);
+    if (filters_ && complete_prefix_ && bytes_->complete(b)) {
+      lanes &= filter_({reinterpret_cast<const uint8_t*>(prefix_.data()), planes_.words() * sizeof(uint64_t),
+                        prefix_cells_, bytes_->first_byte(), bytes_->block(b), bytes_->first_row(), n_pairs_,
+                        bytes_->weights().cases, bytes_->weights().controls, prefix_values_.data(),
+                        rules_.order == 2 ? bytes_->values(b) : nullptr, needs_.data(), needs_.size(),
+                        values_.data()});
+    }
+    for (size_t part = 0; lanes != 0 && part < kByteLanes / kLanes; ++part) {
+      const auto here = static_cast<uint32_t>(lanes >> (part * kLanes)) & ((1u << kLanes) - 1);
+      if (here != 0) {
+        search_block(b * (kByteLanes / kLanes) + part, here, run, lists);
+      }
+    }
+  }
+
+  // The given lanes of 16 last SNPs.
+  void search_block(size_t b, uint32_t lanes, const RunOfCombinations& run,
+                    std::vector<CandidateList>& lists) {
     const bool complete_block = !planes_.block_missing(b);
     const bool complete = complete_block && complete_prefix_;
     kernels_.count({prefix_.data(), prefix_pairs_.data(), prefix_cells_, planes_.words(), planes_.block(b),
                     segments_.first_word.data(), n_pairs_, complete_block,
                     rules_.order == 2 && complete ? planes_.marginals(b) : nullptr},
                    counts_.data());
-    uint32_t lanes = (1u << kLanes) - 1;
     if (bounded_) {
-      lanes =
+      lanes &=
           kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
                           complete, rules_.own_thresholds(), rules_.measure == kAccuracy, totals_.data()});
     }
     for (; lanes != 0; lanes &= lanes - 1) {
       const auto lane = static_cast<size_t>(std::countr_zero(lanes));
-      const int last = static_cast<int>(b * kLanes + lane);
-      if (last >= first && last < end) {
-        offer(lane, rank_of_first + static_cast<uint64_t>(last - first), lists);
-      }
+      offer(lane, run.rank_of_first + (b * kLanes + lane - run.first), lists);
     }
   }
 
@@ -177,6 +257,8 @@ class LaneSearch : public RangeSearch {
   const Segments& segments_;
   const LanePlanes& planes_;
   const LaneKernels& kernels_;
+  const BytePlanes* bytes_;  // of the byte filter, or null
+  const ByteFilter filter_;
   FoldScores scores_;
   const ScoringRules rules_;
   const int n_snps_;
@@ -190,6 +272,10 @@ class LaneSearch : public RangeSearch {
   std::vector<uint32_t> totals_;        // scratch of the bound
   std::vector<int32_t> lane_counts_;    // [cells][2 * n_pairs_] of one lane
   std::vector<LaneLimit> limits_;       // [folds]
+  bool filters_ = false;                // every fold's floor is high enough for it
+  std::vector<int16_t> needs_;          // [folds]
+  std::vector<int16_t> prefix_values_;  // [prefix_cells_][n_pairs_]
+  std::vector<int16_t> values_;         // scratch of the byte filter
 };
 
 }  // namespace
@@ -206,8 +292,24 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
          classes[0] + classes[1] <= 46340;
 }
 
+std::unique_ptr<const BytePlanes> make_byte_planes(const Problem& problem, const WorkerSetupCommand& setup,
+                                                   const Segments& segments, const LanePlanes& planes) {
+  if (!has_bound(setup.rules)) {
+    return nullptr;
+  }
+  const ClassSizes sizes(segments, setup.folds.size());
+  std::optional<ByteWeights> weights;
+  if (setup.rules.measure != kAccuracy) {
+    weights = byte_weights(sizes.training_cases, sizes.training_controls, sizes.all[1], sizes.all[0]);
+  } else if (std::max(sizes.all[0], sizes.all[1]) <= kMaxClassSize) {
+    weights = ByteWeights{1, 1};
+  }
+  return weights ? std::make_unique<const BytePlanes>(planes, segments, problem.n_snps, *weights) : nullptr;
+}
+
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments, const LanePlanes& planes,
-                                              const LaneKernels& kernels) {
-  return std::make_unique<LaneSearch>(problem, setup, segments, planes, kernels);
+                                              const LaneKernels& kernels, const BytePlanes* bytes,
+                                              ByteFilter filter) {
+  return std::make_unique<LaneSearch>(problem, setup, segments, planes, kernels, bytes, filter);
 }

@@ -19,7 +19,33 @@ namespace {
 
 using tavo_test::Scene;
 
-enum class Path { kPlanes, kCells, kScores, kLanes };
+enum class Path { kPlanes, kCells, kScores, kLanes512, kLanes256 };
+
+// The lane search of an instruction set, with all that it reads.
+struct Lanes {
+  LanePlanes planes;
+  std::unique_ptr<const BytePlanes> bytes;
+  std::unique_ptr<RangeSearch> search;
+
+  Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set)
+      : planes(scene.problem, segments), bytes(make_byte_planes(scene.problem, setup, segments, planes)) {
+    const bool wide = set == InstructionSet::kAvx512;
+    search = make_lane_search(scene.problem, setup, segments, planes,
+                              wide ? lane_kernels_avx512() : lane_kernels_avx2(), bytes.get(),
+                              wide ? byte_filter_avx512 : byte_filter_avx2);
+  }
+};
+
+// The instruction sets with lanes that this processor has.
+std::vector<InstructionSet> lane_sets() {
+  std::vector<InstructionSet> sets;
+  for (const InstructionSet set : {InstructionSet::kAvx2, InstructionSet::kAvx512}) {
+    if (has(set)) {
+      sets.push_back(set);
+    }
+  }
+  return sets;
+}
 
 void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
@@ -36,14 +62,14 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
   if (path == Path::kScores) {
     scores.emplace(scene.problem, setup, segments);
   }
-  std::optional<LanePlanes> lane_planes;
-  if (path == Path::kLanes) {
-    lane_planes.emplace(scene.problem, segments);
+  std::optional<Lanes> lanes;
+  if (path == Path::kLanes512 || path == Path::kLanes256) {
+    lanes.emplace(scene, setup, segments,
+                  path == Path::kLanes512 ? InstructionSet::kAvx512 : InstructionSet::kAvx2);
   }
   const std::unique_ptr<RangeSearch> search =
-      path == Path::kScores ? make_score_search(scene.problem, setup, *scores)
-      : path == Path::kLanes
-          ? make_lane_search(scene.problem, setup, segments, *lane_planes, lane_kernels_avx512())
+      path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
+      : lanes                 ? std::move(lanes->search)
       : path == Path::kPlanes ? make_plane_search(scene.problem, setup, segments, planes)
                               : make_cell_search(scene.problem, setup, segments);
   std::vector<CandidateList> lists(folds.size(), CandidateList(total));
@@ -95,9 +121,11 @@ TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
           if (order <= kMaxPlaneOrder) {
             compare(scene, rules, first_fold, Path::kPlanes);
           }
-          if (has(InstructionSet::kAvx512) &&
-              lane_search_fits(rules, Segments(scene.problem, scene.folds.views(0)))) {
-            compare(scene, rules, first_fold, Path::kLanes);
+          if (lane_search_fits(rules, Segments(scene.problem, scene.folds.views(0)))) {
+            for (const InstructionSet set : lane_sets()) {
+              compare(scene, rules, first_fold,
+                      set == InstructionSet::kAvx512 ? Path::kLanes512 : Path::kLanes256);
+            }
           }
           // Sample by sample needs tables that hold every cell.
           if (rules.counted_cells() == rules.cells()) {
@@ -118,9 +146,9 @@ INSTANTIATE_TEST_SUITE_P(Orders, SearchPaths, testing::Values(1, 2, 3, 4, 5, 6, 
 
 // A bound turns most combinations away unseen. Short lists make it bite: what is left must be the list of a
 // search without it.
-TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
-  if (!has(InstructionSet::kAvx512)) {
-    GTEST_SKIP() << "this processor has no AVX-512 with VPOPCNTDQ";
+TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
+  if (lane_sets().empty()) {
+    GTEST_SKIP() << "this processor has no AVX2";
   }
   std::mt19937 random(4711);
   int compared = 0;
@@ -129,8 +157,8 @@ TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
     const int n_samples = std::vector<int>{3, 20, 64, 130, 300, 517}[random() % 6];
     const int n_folds = 1 + static_cast<int>(random() % 11);
     Scene scene(random, n_samples,
-                order == 1   ? 90
-                : order == 2 ? 50
+                order == 1   ? 200
+                : order == 2 ? 40 + round * 6
                              : 22,
                 round % 2 == 0 ? 0.0 : 0.05, n_folds, round % 5 == 4);
     if (round % 4 == 3) {
@@ -143,7 +171,6 @@ TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
     const std::vector<FoldView> folds = scene.folds.views(0);
     const Segments segments(scene.problem, folds);
     const BitPlanes planes(scene.problem, segments);
-    const LanePlanes lane_planes(scene.problem, segments);
     const uint64_t total = comb_count(scene.problem.n_snps, order).value();
     for (const int missing : {1, 3, 4}) {
       for (int tie = 0; tie <= 2; ++tie) {
@@ -155,20 +182,22 @@ TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
           ASSERT_TRUE(lane_search_fits(setup.rules, segments));
           const size_t list_size = 1 + random() % 6;
           std::vector<CandidateList> plain(folds.size(), CandidateList(list_size));
-          std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
           make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
-          const std::unique_ptr<RangeSearch> lanes =
-              make_lane_search(scene.problem, setup, segments, lane_planes, lane_kernels_avx512());
-          const uint64_t middle = random() % total;
-          lanes->run(0, middle, bounded);
-          lanes->run(middle, total - middle, bounded);
-          for (size_t f = 0; f < folds.size(); ++f) {
-            const std::vector<RankedValue> expected = plain[f].sorted();
-            const std::vector<RankedValue> found = bounded[f].sorted();
-            ASSERT_EQ(found.size(), expected.size());
-            for (size_t i = 0; i < found.size(); ++i) {
-              ASSERT_EQ(found[i].rank, expected[i].rank) << "measure " << measure << ", fold " << f;
-              ASSERT_EQ(bits_of_float(found[i].value), bits_of_float(expected[i].value));
+          for (const InstructionSet set : lane_sets()) {
+            std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
+            const Lanes lanes(scene, setup, segments, set);
+            const uint64_t middle = random() % total;
+            lanes.search->run(0, middle, bounded);
+            lanes.search->run(middle, total - middle, bounded);
+            for (size_t f = 0; f < folds.size(); ++f) {
+              const std::vector<RankedValue> expected = plain[f].sorted();
+              const std::vector<RankedValue> found = bounded[f].sorted();
+              ASSERT_EQ(found.size(), expected.size());
+              for (size_t i = 0; i < found.size(); ++i) {
+                ASSERT_EQ(found[i].rank, expected[i].rank)
+                    << name_of(set) << ", measure " << measure << ", fold " << f;
+                ASSERT_EQ(bits_of_float(found[i].value), bits_of_float(expected[i].value));
+              }
             }
           }
           ++compared;
@@ -177,6 +206,40 @@ TEST(LaneSearch, TheBoundTurnsNothingAwayThatBelongsInAList) {
     }
   }
   RecordProperty("searches", compared);
+}
+
+// The weights of the byte filter must not be below the ratio of any fold, and their sums must fit 16 bits.
+TEST(ByteWeights, AreAtLeastTheRatioOfControlsToCasesOfEveryFold) {
+  std::mt19937 random(77);
+  int found = 0;
+  for (int round = 0; round < 2000; ++round) {
+    const int32_t n_cases = 1 + static_cast<int32_t>(random() % (round % 2 == 0 ? 3000 : 32767));
+    const int32_t n_controls = 1 + static_cast<int32_t>(random() % (round % 2 == 0 ? 3000 : 32767));
+    std::vector<int32_t> cases;
+    std::vector<int32_t> controls;
+    for (int f = 0; f < 5; ++f) {
+      cases.push_back(n_cases - static_cast<int32_t>(random() % (static_cast<unsigned>(n_cases) / 4 + 1)));
+      controls.push_back(n_controls -
+                         static_cast<int32_t>(random() % (static_cast<unsigned>(n_controls) / 4 + 1)));
+    }
+    const std::optional<ByteWeights> weights = byte_weights(cases, controls, n_cases, n_controls);
+    if (!weights) {
+      continue;
+    }
+    ++found;
+    ASSERT_LE(static_cast<int64_t>(weights->cases) * n_cases, 32767);
+    ASSERT_LE(static_cast<int64_t>(weights->controls) * n_controls, 32767);
+    for (size_t f = 0; f < 5; ++f) {
+      ASSERT_GE(static_cast<int64_t>(weights->cases) * cases[f],
+                static_cast<int64_t>(weights->controls) * controls[f]);
+    }
+  }
+  EXPECT_GT(found, 1000);
+  const std::optional<ByteWeights> balanced = byte_weights({900, 900}, {900, 900}, 1000, 1000);
+  ASSERT_TRUE(balanced);
+  EXPECT_EQ(balanced->cases, 1);
+  EXPECT_EQ(balanced->controls, 1);
+  EXPECT_FALSE(byte_weights({0}, {10}, 5, 10));
 }
 
 class ScoreSearchPath : public testing::TestWithParam<int> {};

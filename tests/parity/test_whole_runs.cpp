@@ -219,7 +219,7 @@ Words comparable(const std::string& path) {
 // The instruction sets of this processor.
 std::vector<std::string> instruction_sets() {
   std::vector<std::string> names;
-  for (const InstructionSet set : {InstructionSet::kScalar, InstructionSet::kAvx512}) {
+  for (const InstructionSet set : {InstructionSet::kScalar, InstructionSet::kAvx2, InstructionSet::kAvx512}) {
     if (has(set)) {
       names.emplace_back(name_of(set));
     }
