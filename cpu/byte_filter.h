@@ -43,3 +43,4 @@ using ByteFilter = uint64_t (*)(const ByteFilterInput& input);
 
 uint64_t byte_filter_avx512(const ByteFilterInput& input);
 uint64_t byte_filter_avx2(const ByteFilterInput& input);
+uint64_t byte_filter_portable(const ByteFilterInput& input);

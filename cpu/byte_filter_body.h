@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The byte filter, for whatever instruction set the including file is compiled for. That file defines, in an
-// unnamed namespace, Register (bytes, or 16-bit words) with kRegisterBytes, and load, store, bytes_of, both,
-// ones_of_bytes, add_bytes, low_words, high_words, words_of, add, subtract, multiply, larger and at_least.
+// The byte filter, for whatever instruction set the including file is compiled for.
 #pragma once
 
 #include "cpu/byte_filter.h"
+#include "cpu/byte_lanes.h"
 
 namespace {
 

@@ -15,7 +15,7 @@ struct SearchData {
       : set(set_), segments(problem, setup.folds) {
     if (problem.scores != nullptr) {
       scores.emplace(problem, setup, segments);
-    } else if (set != InstructionSet::kScalar && lane_search_fits(setup.rules, segments)) {
+    } else if (lane_search_fits(setup.rules, segments)) {
       lane_planes.emplace(problem, segments);
       byte_planes = make_byte_planes(problem, setup, segments, *lane_planes);
     } else if (setup.rules.order <= kMaxPlaneOrder) {
@@ -35,10 +35,7 @@ struct SearchData {
       return make_score_search(problem, setup, *scores);
     }
     if (lane_planes) {
-      const bool wide = set == InstructionSet::kAvx512;
-      return make_lane_search(problem, setup, segments, *lane_planes,
-                              wide ? lane_kernels_avx512() : lane_kernels_avx2(), byte_planes.get(),
-                              wide ? byte_filter_avx512 : byte_filter_avx2);
+      return make_lane_search(problem, setup, segments, *lane_planes, byte_planes.get(), set);
     }
     return planes ? make_plane_search(problem, setup, segments, *planes)
                   : make_cell_search(problem, setup, segments);

@@ -60,10 +60,28 @@ struct LaneBoundInput {
 // The lanes that may pass the floor of at least one fold, a bit each.
 using LaneBound = uint32_t (*)(const LaneBoundInput& input);
 
+struct LaneValuesInput {
+  const uint32_t* counts;  // [n_cells][n_pairs][kLanes], every cell that a count table has
+  size_t n_cells;
+  size_t n_pairs;
+  size_t n_folds;  // pair f holds the testing samples of fold f
+  int measure;
+  int tie;
+  bool own_thresholds;  // each combination has its own threshold and sample number; else those of its folds:
+  const float* thresholds;  // [n_folds]
+  const int32_t* samples;   // [n_folds]
+  uint32_t* totals;         // scratch [n_cells][kLanes]
+};
+
+// The training value of the ranking measure, [n_folds][kLanes], with the bits of the record's entry.
+using LaneValues = void (*)(const LaneValuesInput& input, float* values);
+
 struct LaneKernels {
   LaneCount count;
   LaneBound bound;
+  LaneValues values;
 };
 
 const LaneKernels& lane_kernels_avx512();
 const LaneKernels& lane_kernels_avx2();
+const LaneKernels& lane_kernels_portable();

@@ -5,6 +5,7 @@
 #include <immintrin.h>
 
 #include "cpu/lane_kernels.h"
+#include "cpu/lane_values_body.h"
 
 namespace {
 
@@ -135,6 +136,6 @@ uint32_t bound(const LaneBoundInput& in) {
 }  // namespace
 
 const LaneKernels& lane_kernels_avx512() {
-  static constexpr LaneKernels kKernels = {count, bound};
+  static constexpr LaneKernels kKernels = {count, bound, lane_values};
   return kKernels;
 }

@@ -106,6 +106,8 @@ class LaneSearch : public RangeSearch {
       limits_[f].controls = sizes.training_controls[f];
       limits_[f].cases = sizes.training_cases[f];
       limits_[f].samples = static_cast<float>(setup.folds[f].training.size());
+      thresholds_.push_back(setup.folds[f].threshold);
+      samples_.push_back(static_cast<int32_t>(setup.folds[f].training.size()));
     }
   }
 
@@ -230,14 +232,33 @@ class LaneSearch : public RangeSearch {
                     segments_.first_word.data(), n_pairs_, complete_block,
                     rules_.order == 2 && complete ? planes_.marginals(b) : nullptr},
                    counts_.data());
-    if (bounded_) {
-      lanes &=
-          kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
-                          complete, rules_.own_thresholds(), rules_.measure == kAccuracy, totals_.data()});
+    if (!bounded_) {
+      offer_all(b, lanes, run, lists);
+      return;
     }
+    lanes &= kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
+                             complete, rules_.own_thresholds(), rules_.measure == kAccuracy, totals_.data()});
     for (; lanes != 0; lanes &= lanes - 1) {
       const auto lane = static_cast<size_t>(std::countr_zero(lanes));
       offer(lane, run.rank_of_first + (b * kLanes + lane - run.first), lists);
+    }
+  }
+
+  // The exact values of the given lanes, computed side by side: of measures without a bound.
+  void offer_all(size_t b, uint32_t lanes, const RunOfCombinations& run, std::vector<CandidateList>& lists) {
+    lane_values_.resize(thresholds_.size() * kLanes);
+    kernels_.values(
+        {counts_.data(), 3 * prefix_cells_, n_pairs_, thresholds_.size(), rules_.measure, rules_.tie,
+         rules_.own_thresholds(), thresholds_.data(), samples_.data(), totals_.data()},
+        lane_values_.data());
+    for (size_t f = 0; f < thresholds_.size(); ++f) {
+      for (uint32_t left = lanes; left != 0; left &= left - 1) {
+        const auto lane = static_cast<size_t>(std::countr_zero(left));
+        const float value = lane_values_[f * kLanes + lane];
+        if (value >= lists[f].floor().value) {
+          lists[f].offer(run.rank_of_first + (b * kLanes + lane - run.first), value);
+        }
+      }
     }
   }
 
@@ -272,6 +293,9 @@ class LaneSearch : public RangeSearch {
   std::vector<uint32_t> totals_;        // scratch of the bound
   std::vector<int32_t> lane_counts_;    // [cells][2 * n_pairs_] of one lane
   std::vector<LaneLimit> limits_;       // [folds]
+  std::vector<float> thresholds_;       // [folds]
+  std::vector<int32_t> samples_;        // [folds]
+  std::vector<float> lane_values_;      // [folds][kLanes]
   bool filters_ = false;                // every fold's floor is high enough for it
   std::vector<int16_t> needs_;          // [folds]
   std::vector<int16_t> prefix_values_;  // [prefix_cells_][n_pairs_]
@@ -309,7 +333,16 @@ std::unique_ptr<const BytePlanes> make_byte_planes(const Problem& problem, const
 
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments, const LanePlanes& planes,
-                                              const LaneKernels& kernels, const BytePlanes* bytes,
-                                              ByteFilter filter) {
-  return std::make_unique<LaneSearch>(problem, setup, segments, planes, kernels, bytes, filter);
+                                              const BytePlanes* bytes, InstructionSet instruction_set) {
+  const auto make = [&](const LaneKernels& kernels, ByteFilter filter) {
+    return std::make_unique<LaneSearch>(problem, setup, segments, planes, kernels, bytes, filter);
+  };
+  switch (instruction_set) {
+    case InstructionSet::kAvx512:
+      return make(lane_kernels_avx512(), byte_filter_avx512);
+    case InstructionSet::kAvx2:
+      return make(lane_kernels_avx2(), byte_filter_avx2);
+    default:
+      return make(lane_kernels_portable(), byte_filter_portable);
+  }
 }

@@ -11,6 +11,7 @@
 #include "cpu/bit_planes.h"
 #include "cpu/byte_planes.h"
 #include "cpu/lane_planes.h"
+#include "cpu/simd.h"
 #include "device/candidate_list.h"
 #include "device/commands.h"
 #include "device/segments.h"
@@ -32,13 +33,12 @@ std::unique_ptr<RangeSearch> make_plane_search(const Problem& problem, const Wor
 
 // Lanes: the last SNP's planes interleaved, a combination per vector lane; where the ranking measure allows,
 // upper bounds turn most combinations away before their exact value is computed: a first one of 64
-// combinations at once in 16-bit integers (bytes and filter; null for none), a second one of 16. For what
+// combinations at once in 16-bit integers (bytes; null for none), a second one of 16. For what
 // lane_search_fits.
 bool lane_search_fits(const ScoringRules& rules, const Segments& segments);
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments, const LanePlanes& planes,
-                                              const LaneKernels& kernels, const BytePlanes* bytes,
-                                              ByteFilter filter);
+                                              const BytePlanes* bytes, InstructionSet instruction_set);
 
 // The planes of the first bound, where it applies: measures that have a bound, classes of sizes that suit it.
 std::unique_ptr<const BytePlanes> make_byte_planes(const Problem& problem, const WorkerSetupCommand& setup,

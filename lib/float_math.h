@@ -36,23 +36,16 @@ TAVO_HOST_DEVICE float canonical_nan(float x) {
 // x = 2^e * m with m in [sqrt(1/2), sqrt(2)), f = m - 1, s = f / (2 + f):
 //   ln m = 2 atanh s = 2s + s R,  R = 2/3 s^2 + 2/5 s^4 + 2/7 s^6 + ...,  and 2s = f - s f,
 // so ln m = f - s (f - R): a small correction to the exact f, which keeps the rounding errors small.
+// As in tavo_expf, choices are between two values at hand.
 TAVO_HOST_DEVICE float tavo_logf(float x) {
-  if (!(x > 0.0f)) {
-    return x == 0.0f ? -float_infinity() : float_nan();
-  }
-  uint32_t bits = bits_of_float(x);
-  if (bits >= 0x7f800000u) {
-    return x;
-  }
-  int exponent = 0;
-  if (bits < 0x00800000u) {  // denormal: scale by 2^23
-    bits = bits_of_float(x * 8388608.0f);
-    exponent = -23;
-  }
+  const float smallest_normal = 1.17549435e-38f;
+  const int denormal = x < smallest_normal;
+  // Denormal numbers are scaled by 2^23.
+  const uint32_t bits = bits_of_float(denormal ? x * 8388608.0f : x);
   // Split at sqrt(1/2) = 0x3f3504f3, so that m runs from there to twice that.
   const uint32_t shifted = bits - 0x3f3504f3u;
   const int binade = (int)shifted >> 23;
-  exponent += binade;
+  const int exponent = binade - 23 * denormal;
   const float m = float_from_bits(bits - ((uint32_t)binade << 23));
 
   const float f = m - 1.0f;
@@ -62,14 +55,14 @@ TAVO_HOST_DEVICE float tavo_logf(float x) {
   const float r =
       z * (0.666666667f + z * (0.4f + z * (0.285714286f + z * (0.222222222f + z * 0.181818182f))));
   const float correction = s * (f - r);
-  if (exponent == 0) {
-    return f - correction;
-  }
   // ln 2 in two parts; the first has few enough bits that its product with the exponent is exact.
   const float e = (float)exponent;
   const float ln2_high = 0.693359375f;
   const float ln2_low = -2.12194440e-4f;
-  return e * ln2_high + (f - (correction - e * ln2_low));
+  const float logarithm = e * ln2_high + (f - (correction - e * ln2_low));
+  const float of_positive = x == float_infinity() ? x : logarithm;
+  const float of_others = x == 0.0f ? -float_infinity() : float_nan();
+  return x > 0.0f ? of_positive : of_others;
 }
 
 // Exponential, at most 1 ulp from the true value (tests/unit/test_exp.cpp measures it), denormal results

@@ -19,7 +19,7 @@ namespace {
 
 using tavo_test::Scene;
 
-enum class Path { kPlanes, kCells, kScores, kLanes512, kLanes256 };
+enum class Path { kPlanes, kCells, kScores, kLanes };
 
 // The lane search of an instruction set, with all that it reads.
 struct Lanes {
@@ -29,17 +29,14 @@ struct Lanes {
 
   Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set)
       : planes(scene.problem, segments), bytes(make_byte_planes(scene.problem, setup, segments, planes)) {
-    const bool wide = set == InstructionSet::kAvx512;
-    search = make_lane_search(scene.problem, setup, segments, planes,
-                              wide ? lane_kernels_avx512() : lane_kernels_avx2(), bytes.get(),
-                              wide ? byte_filter_avx512 : byte_filter_avx2);
+    search = make_lane_search(scene.problem, setup, segments, planes, bytes.get(), set);
   }
 };
 
-// The instruction sets with lanes that this processor has.
-std::vector<InstructionSet> lane_sets() {
+// The instruction sets that this processor has.
+std::vector<InstructionSet> sets_here() {
   std::vector<InstructionSet> sets;
-  for (const InstructionSet set : {InstructionSet::kAvx2, InstructionSet::kAvx512}) {
+  for (const InstructionSet set : {InstructionSet::kScalar, InstructionSet::kAvx2, InstructionSet::kAvx512}) {
     if (has(set)) {
       sets.push_back(set);
     }
@@ -47,7 +44,9 @@ std::vector<InstructionSet> lane_sets() {
   return sets;
 }
 
-void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path) {
+// set: of the lanes.
+void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path,
+             InstructionSet set = InstructionSet::kScalar) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
   const std::vector<FoldView> folds = scene.folds.views(first_fold);
   WorkerSetupCommand setup;
@@ -63,9 +62,8 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
     scores.emplace(scene.problem, setup, segments);
   }
   std::optional<Lanes> lanes;
-  if (path == Path::kLanes512 || path == Path::kLanes256) {
-    lanes.emplace(scene, setup, segments,
-                  path == Path::kLanes512 ? InstructionSet::kAvx512 : InstructionSet::kAvx2);
+  if (path == Path::kLanes) {
+    lanes.emplace(scene, setup, segments, set);
   }
   const std::unique_ptr<RangeSearch> search =
       path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
@@ -122,9 +120,8 @@ TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
             compare(scene, rules, first_fold, Path::kPlanes);
           }
           if (lane_search_fits(rules, Segments(scene.problem, scene.folds.views(0)))) {
-            for (const InstructionSet set : lane_sets()) {
-              compare(scene, rules, first_fold,
-                      set == InstructionSet::kAvx512 ? Path::kLanes512 : Path::kLanes256);
+            for (const InstructionSet set : sets_here()) {
+              compare(scene, rules, first_fold, Path::kLanes, set);
             }
           }
           // Sample by sample needs tables that hold every cell.
@@ -147,9 +144,6 @@ INSTANTIATE_TEST_SUITE_P(Orders, SearchPaths, testing::Values(1, 2, 3, 4, 5, 6, 
 // A bound turns most combinations away unseen. Short lists make it bite: what is left must be the list of a
 // search without it.
 TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
-  if (lane_sets().empty()) {
-    GTEST_SKIP() << "this processor has no AVX2";
-  }
   std::mt19937 random(4711);
   int compared = 0;
   for (int round = 0; round < 20; ++round) {
@@ -183,7 +177,7 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
           const size_t list_size = 1 + random() % 6;
           std::vector<CandidateList> plain(folds.size(), CandidateList(list_size));
           make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
-          for (const InstructionSet set : lane_sets()) {
+          for (const InstructionSet set : sets_here()) {
             std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
             const Lanes lanes(scene, setup, segments, set);
             const uint64_t middle = random() % total;
