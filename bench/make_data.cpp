@@ -77,9 +77,10 @@ void write_tavo(const Plan& plan, const Genotypes& data) {
   std::fputs("TAVO", file);
   write_int(file, plan.n_samples);
   write_int(file, plan.n_snps);
-  write_int(file, 12);
+  constexpr size_t kLabelWidth = 24;
+  write_int(file, kLabelWidth);
   for (size_t j = 0; j < plan.n_snps; ++j) {
-    char name[12] = {};
+    char name[kLabelWidth] = {};
     std::snprintf(name, sizeof(name), "rs%zu", j);
     std::fwrite(name, sizeof(name), 1, file);
   }

@@ -19,6 +19,7 @@ struct FitInput {
   size_t n_covariates;  // at most kMaxModelCovariates
   size_t order;    // SNPs of an item: 1 (columns d0, d1) or 2 (d0 .. d3, then d0*d2, d0*d3, d1*d2, d1*d3)
   bool exclusive;  // at most one of a SNP's two dummies is 1, in every sample and lane
+  bool binary;     // every response is 0 or 1
   const uint16_t* dummies;  // [n_samples][2 * order]: the lanes whose dummy is 1, lane l in bit l
   const T* responses;       // [n_samples]
   const T* covariates;      // [n_samples][n_covariates]

@@ -159,19 +159,28 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
 
   Sums<T, kCount> sums;
   const Predictor<T, kColumns> predictor(coefficients, kColumns + n_covariates);
-  const ByGenotype<T> by_genotype(coefficients, [](Vector<T> eta) { return probability(eta); });
+  const ByGenotype<T> mu_of(coefficients, [](Vector<T> eta) { return probability(eta); });
+  const ByGenotype<T> weight_of(coefficients, [](Vector<T> eta) {
+    const Vector<T> mu = probability(eta);
+    return mu * (static_cast<T>(1) - mu);
+  });
   for_samples(in.n_samples, sums, kCount, [&](size_t i) {
     const SampleColumns<T, Order, Products> x(in.dummies + i * 2 * Order);
     const T* z = in.covariates + i * n_covariates;
-    Vector<T> mu;
+    Vector<T> mu{};
+    Vector<T> complement{};
+    Vector<T> weight;
     if constexpr (kByGenotype) {
-      mu = by_genotype.at(x);
+      weight = weight_of.at(x);
+      if constexpr (kWithGradient) {
+        mu = mu_of.at(x);
+      }
     } else {
       mu = probability(predictor.eta(x, z, n_covariates));
       store(mu_out + i * kLanes, mu);
+      complement = static_cast<T>(1) - mu;
+      weight = mu * complement;
     }
-    const Vector<T> complement = static_cast<T>(1) - mu;
-    const Vector<T> weight = mu * complement;
     sums.block[0] += weight;
     for (size_t p = 1; p < Products; ++p) {
       sums.block[p] = add_in(x.set[p], sums.block[p], weight);
@@ -247,6 +256,36 @@ void inverse_pass(const T* matrices, size_t columns, T* inverses, T* measures) {
     store(inverses + i * kLanes, inverse[i]);
   }
   store(measures, condition_measure(matrix, inverse, columns, columns, sizeof(T) == 8));
+}
+
+// The step of one SNP without covariates and responses of 0 and 1: each sample adds one of six values.
+void binary_step_pass(const FitInput<float>& in, const float* coefficients, const float*,
+                      const float* inverse, float* step) {
+  constexpr size_t kColumns = 3;
+  constexpr size_t kLanes = kLaneCount<float>;
+  const ByGenotype<float> mu(coefficients, [](FloatVector eta) { return probability(eta); });
+  FloatVector terms[2][kColumns][3];  // by response, column, genotype
+  for (size_t j = 0; j < kColumns; ++j) {
+    const ByGenotype<float> projected(inverse + j * kColumns * kLanes, [](FloatVector sum) { return sum; });
+    for (size_t g = 0; g < 3; ++g) {
+      terms[0][j][g] = projected.of[g] * (0.0f - mu.of[g]);
+      terms[1][j][g] = projected.of[g] * (1.0f - mu.of[g]);
+    }
+  }
+  FloatVector sums[kColumns];
+  for (FloatVector& sum : sums) {
+    sum = FloatVector{};
+  }
+  for (size_t i = 0; i < in.n_samples; ++i) {
+    const SampleColumns<float, 1, kColumns> x(in.dummies + 2 * i);
+    const auto& by_column = terms[in.responses[i] != 0.0f ? 1 : 0];
+    for (size_t j = 0; j < kColumns; ++j) {
+      sums[j] += choose(x.set[2], by_column[j][2], choose(x.set[1], by_column[j][1], by_column[j][0]));
+    }
+  }
+  for (size_t j = 0; j < kColumns; ++j) {
+    store(step + j * kLanes, sums[j]);
+  }
 }
 
 template <int Order, int Covariates>
@@ -371,7 +410,7 @@ void information_of(const FitInput<T>& in, const T* coefficients, T* mu, T* info
 void step_of(const FitInput<float>& in, const float* coefficients, const float* mu, const float* inverse,
              float* step) {
   const auto pass = in.order == 2          ? step_pass<2, -1>
-                    : in.n_covariates == 0 ? step_pass<1, 0>
+                    : in.n_covariates == 0 ? (in.binary ? binary_step_pass : step_pass<1, 0>)
                     : in.n_covariates == 1 ? step_pass<1, 1>
                     : in.n_covariates == 2 ? step_pass<1, 2>
                     : in.n_covariates == 3 ? step_pass<1, 3>

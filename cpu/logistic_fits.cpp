@@ -72,6 +72,8 @@ class LogisticFits : public ItemFits {
     input_.n_covariates = static_cast<size_t>(problem.n_covariates);
     input_.order = static_cast<size_t>(rules.order());
     input_.responses = responses_.data();
+    input_.binary =
+        std::all_of(responses_.begin(), responses_.end(), [](T y) { return y == T(0) || y == T(1); });
     if constexpr (kPrecise) {
       input_.covariates = standardized_.values().data();
     } else {

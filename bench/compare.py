@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""The measurements of compare.sh: CPU seconds (user and system) of whole processes, pinned to one core, in turn, the
+median of 7. A ratio is that of two medians of one run of this script.
+
+    bench/compare.py BUILD_FOLDER [search|regression|scaling|growth ...]
+"""
+import os
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+ROUNDS = 7
+BUILD = os.path.abspath(sys.argv[1])
+TAVO = os.path.join(BUILD, "src", "tavo")
+
+
+def make_data(name, samples, snps, cases=50, missing=0, covariates=0, seed=1):
+    words = [os.path.join(BUILD, "bench", "make_data"), name] + [str(x) for x in
+                                                                  (samples, snps, cases, missing, covariates, seed)]
+    subprocess.run(words, check=True)
+    return name
+
+
+def run(words, cores):
+    """CPU and wall seconds of one process on the given cores."""
+    started = time.monotonic()
+    child = subprocess.Popen(words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                             preexec_fn=lambda: os.sched_setaffinity(0, cores))
+    _, status, usage = os.wait4(child.pid, 0)
+    wall = time.monotonic() - started
+    child.returncode = os.waitstatus_to_exitcode(status)
+    if child.returncode != 0:
+        raise RuntimeError("status %d: %s" % (child.returncode, " ".join(words)))
+    return usage.ru_utime + usage.ru_stime, wall
+
+
+def medians(commands, cores=(0,)):
+    """Median CPU seconds of each command, taken in turn."""
+    times = [[] for _ in commands]
+    for _ in range(ROUNDS):
+        for i, words in enumerate(commands):
+            times[i].append(run(words, set(cores))[0])
+    return [statistics.median(t) for t in times]
+
+
+def tavo(data, *options, workers=1):
+    return [TAVO, "--in", data + ".tavo", "--out", "result.csv", "--thread", "256", "--block", "64", "--gpu",
+            str(workers), "--device", "cpu"] + list(options)
+
+
+def search(data, order="2", measure="ba"):
+    return tavo(data, "--order", order, "--measure", measure)
+
+
+def table(title, header, rows):
+    print("\n### %s\n\n| %s |\n|%s" % (title, " | ".join(header), "---|" * len(header)))
+    for row in rows:
+        print("| %s |" % " | ".join(row))
+    sys.stdout.flush()
+
+
+def pairs(snps):
+    return snps * (snps - 1) / 2
+
+
+def compare_search():
+    rows = []
+
+    def compare(what, data, snps, measures=("ba",)):
+        boost = ["plink1.9", "--bfile", data, "--fast-epistasis", "boost", "--threads", "1", "--out", "boost"]
+        results = medians([boost] + [search(data, measure=m) for m in measures])
+        for measure, seconds in zip(measures, results[1:]):
+            rows.append((what, measure, "%.1f" % (pairs(snps) / seconds / 1e6), "%.1f" % (pairs(snps) / results[0] / 1e6),
+                         "%.1f" % (results[0] / seconds)))
+
+    compare("2,000 samples, 5,000 SNPs", make_data("a", 2000, 5000), 5000)
+    compare("the same, 30% cases", make_data("u", 2000, 5000, cases=30, seed=2), 5000)
+    compare("the same, 1% missing", make_data("m", 2000, 5000, missing=10, seed=3), 5000)
+    compare("10,000 samples, 2,000 SNPs", make_data("n", 10000, 2000, seed=4), 2000)
+    compare("2,000 samples, 2,000 SNPs", make_data("s", 2000, 2000, seed=5), 2000,
+            ("accuracy", "homogeneity", "gamma", "tau-b", "tau-c", "somers_d1", "somers_d2", "nmi", "lr"))
+    table("Pairs, 10 folds, against a single pass of plink1.9 --fast-epistasis boost",
+          ("data", "measure", "million pairs per CPU second", "of plink1.9", "ratio"), rows)
+    data = make_data("t", 2000, 500, seed=6)
+    seconds = medians([search(data, "3")])[0]
+    table("Triples, 10 folds", ("data", "million triples per CPU second"),
+          [("2,000 samples, 500 SNPs", "%.1f" % (500 * 499 * 498 / 6 / seconds / 1e6))])
+
+
+def compare_regression():
+    rows = []
+    for covariates in (0, 3):
+        data = make_data("r%d" % covariates, 2000, 10000, covariates=max(covariates, 1), seed=7)
+        mine, theirs = [], ["allow-no-covars"]
+        if covariates > 0:
+            mine, theirs = ["--covariate", data + ".cov"], []
+        glm = ["plink2", "--bfile", data, "--threads", "1", "--glm", "genotypic"] + theirs + ["--out", "glm"]
+        if covariates > 0:
+            glm += ["--covar", data + ".cov"]
+        commands = [glm, tavo(data, "--regression", "logistic", *mine),
+                    tavo(data, "--regression", "logistic", "--precision", "double", *mine),
+                    tavo(data, "--regression", "linear", *mine),
+                    tavo(data, "--regression", "linear", "--precision", "double", *mine)]
+        results = medians(commands)
+        names = ["plink2 --glm genotypic (logistic)", "logistic, single precision", "logistic, double precision",
+                 "linear, single precision", "linear, double precision"]
+        for name, seconds in zip(names, results):
+            rows.append((name, str(covariates), "%.0f" % (10000 / seconds), "%.1f" % (results[0] / seconds)))
+    table("Regressions of 10,000 SNPs, 2,000 samples",
+          ("fit", "covariates", "SNPs per CPU second", "ratio to plink2 logistic"), rows)
+
+
+def compare_scaling():
+    data = make_data("a", 2000, 8000)
+    times = {1: [], 2: []}
+    for _ in range(ROUNDS):
+        for workers in times:
+            times[workers].append(run(tavo(data, "--order", "2", "--measure", "ba", workers=workers), {0, 1})[1])
+    one, two = (statistics.median(times[w]) for w in (1, 2))
+    table("Two workers, 2,000 samples, 8,000 SNPs", ("wall seconds of one", "of two", "ratio"),
+          [("%.2f" % one, "%.2f" % two, "%.2f" % (one / two))])
+
+
+def compare_growth():
+    rows = []
+    for samples, snps in ((2000, 1000), (2000, 5000), (2000, 20000), (500, 5000), (10000, 2000), (50000, 1000)):
+        data = make_data("g", samples, snps, seed=8)
+        seconds = medians([search(data)])[0]
+        rows.append(("%d" % samples, "%d" % snps, "%.2f" % (seconds / pairs(snps) * 1e9),
+                     "%.2f" % (seconds / pairs(snps) / samples * 1e12)))
+    table("Cost of a pair, 10 folds", ("samples", "SNPs", "ns per pair", "ps per pair and sample"), rows)
+
+
+def processor():
+    with open("/proc/cpuinfo") as info:
+        for line in info:
+            if line.startswith("model name"):
+                return line.split(":", 1)[1].strip()
+    return "unknown processor"
+
+
+def main():
+    kinds = {"search": compare_search, "regression": compare_regression, "scaling": compare_scaling,
+             "growth": compare_growth}
+    wanted = sys.argv[2:] or list(kinds)
+    with tempfile.TemporaryDirectory() as work:
+        os.chdir(work)
+        print("%s, %d cores, %s" % (processor(), os.cpu_count(), time.strftime("%Y-%m-%d")))
+        for kind in wanted:
+            kinds[kind]()
+
+
+if __name__ == "__main__":
+    main()
