@@ -4,7 +4,6 @@
 // types of an unnamed namespace, since that file is compiled for other processors than the rest.
 #pragma once
 
-#include <math.h>
 #include <stddef.h>
 #include <stdint.h>
 #include <string.h>
@@ -13,7 +12,7 @@
 #include <immintrin.h>
 #endif
 
-#include "lib/float_math.h"
+#include "lib/fit_math.h"
 
 namespace {
 
@@ -134,24 +133,19 @@ inline Vector<T> each(Vector<T> x, Function function) {
   return load(lanes);
 }
 
-// 1 / (1 + exp(-eta)).
+// fit_probability and fit_minus_log of every lane.
 inline FloatVector probability(FloatVector eta) {
   return 1.0f / (1.0f + each<float>(-eta, [](float x) { return tavo_expf(x); }));
 }
 inline DoubleVector probability(DoubleVector eta) {
-  return 1.0 / (1.0 + each<double>(-eta, [](double x) { return exp(x); }));
+  return 1.0 / (1.0 + each<double>(-eta, [](double x) { return tavo_exp(x); }));
 }
-
-// -log of the probability, or of its complement. In double precision from the predictor, so that nothing is
-// lost where the probability is all but 0 or 1.
 inline FloatVector minus_log_probability(FloatVector eta, bool complement) {
   const FloatVector mu = probability(eta);
   return each<float>(complement ? 1.0f - mu : mu, [](float x) { return -tavo_logf(x); });
 }
 inline DoubleVector minus_log_probability(DoubleVector eta, bool complement) {
-  // log(1 + exp(x)) without overflow.
-  return each<double>(complement ? eta : -eta,
-                      [](double x) { return (x > 0.0 ? x : 0.0) + log1p(exp(-fabs(x))); });
+  return each<double>(complement ? eta : -eta, [](double x) { return tavo_softplus(x); });
 }
 
 }  // namespace

@@ -9,6 +9,7 @@
 
 #include "cpu/item_fits.h"
 #include "cpu/item_lanes.h"
+#include "lib/fit_math.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
 #include "lib/svd.h"
@@ -174,17 +175,8 @@ class LogisticFits : public ItemFits {
       }
       lane.iterations = pass;
       lane.last_step = total;
-      lane.converged = is_converged(total);
+      lane.converged = fit_converged(total, rules_.order());
       lane.active = !lane.converged;
-    }
-  }
-
-  // Single-precision fits of one SNP compare with the double 1e-6, those of two with the float.
-  bool is_converged(T total) const {
-    if constexpr (kPrecise) {
-      return total < kPreciseConvergence;
-    } else {
-      return rules_.order() == 2 ? total < 1e-6f : static_cast<double>(total) < 1e-6;
     }
   }
 
@@ -201,8 +193,8 @@ class LogisticFits : public ItemFits {
       fit->standard_errors[j] = static_cast<double>(std::sqrt(lane.covariance[j * kStride + j]));
     }
     if constexpr (kPrecise) {
-      standardized_.to_original_scale(static_cast<int>(columns_), lane.covariance.data(), kStride,
-                                      fit->coefficients, fit->standard_errors);
+      to_original_scale(standardized_.scale(), static_cast<int>(columns_), lane.covariance.data(), kStride,
+                        fit->coefficients, fit->standard_errors);
     }
   }
 
