@@ -13,27 +13,6 @@ namespace {
 constexpr size_t kMostCovariates = 7;
 constexpr size_t kMostColumns = 16;
 
-// Samples of a block: double-precision sums are plain within one, and compensated over the blocks.
-constexpr size_t kBlockSamples = 128;
-
-// The genotype columns of a model by the dummies whose product they are, one bit per dummy, the intercept
-// first; then, of pairs, the products of dummies that meet in the information matrix only where a SNP has
-// both its dummies.
-template <int Order>
-struct GenotypeColumns;
-template <>
-struct GenotypeColumns<1> {
-  static constexpr size_t kColumns = 3;
-  static constexpr size_t kProducts = 3;
-  static constexpr unsigned kDummies[kProducts] = {0, 1, 2};
-};
-template <>
-struct GenotypeColumns<2> {
-  static constexpr size_t kColumns = 9;
-  static constexpr size_t kProducts = 16;
-  static constexpr unsigned kDummies[kProducts] = {0, 1, 2, 4, 8, 5, 9, 6, 10, 3, 7, 11, 12, 13, 14, 15};
-};
-
 // The lanes in which each product of dummies is 1, for one sample. Entry 0, the intercept, is not used.
 template <typename T, int Order, size_t Products>
 struct SampleColumns {
@@ -43,7 +22,7 @@ struct SampleColumns {
     for (size_t p = 1; p < Products; ++p) {
       unsigned lanes = ~0u;
       for (size_t d = 0; d < 2 * size_t{Order}; ++d) {
-        if ((GenotypeColumns<Order>::kDummies[p] >> d & 1u) != 0) {
+        if ((product_dummies<Order>(static_cast<int>(p)) >> d & 1u) != 0) {
           lanes &= dummies[d];
         }
       }
@@ -67,11 +46,7 @@ struct Sums {
 
   void end_block(size_t used) {
     for (size_t i = 0; i < used; ++i) {
-      const Vector<T> sum = total[i] + block[i];
-      // What the addition lost, whichever of the two is larger (Knuth).
-      const Vector<T> part = sum - total[i];
-      lost[i] += (total[i] - (sum - part)) + (block[i] - part);
-      total[i] = sum;
+      add_compensated(block[i], &total[i], &lost[i]);
       block[i] = Vector<T>{};
     }
   }
@@ -87,8 +62,8 @@ inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sam
       sample(i);
     }
   } else {
-    for (size_t begin = 0; begin < n_samples; begin += kBlockSamples) {
-      const size_t end = begin + kBlockSamples < n_samples ? begin + kBlockSamples : n_samples;
+    for (size_t begin = 0; begin < n_samples; begin += kFitBlockSamples) {
+      const size_t end = begin + kFitBlockSamples < n_samples ? begin + kFitBlockSamples : n_samples;
       for (size_t i = begin; i < end; ++i) {
         sample(i);
       }
@@ -143,8 +118,7 @@ struct ByGenotype {
 // Covariates: their number, or -1 where it is that of the input. Products: see SampleColumns.
 template <typename T, int Order, int Covariates, size_t Products>
 void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T* information, T* gradient) {
-  using Genotypes = GenotypeColumns<Order>;
-  constexpr size_t kColumns = Genotypes::kColumns;
+  constexpr size_t kColumns = genotype_columns(Order);
   constexpr size_t kCovariates = Covariates < 0 ? kMostCovariates : static_cast<size_t>(Covariates);
   constexpr size_t kLanes = kLaneCount<T>;
   constexpr bool kByGenotype = Order == 1 && Covariates == 0;
@@ -217,10 +191,11 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
   };
   for (size_t j = 0; j < kColumns; ++j) {
     for (size_t k = j; k < kColumns; ++k) {
-      const unsigned product = Genotypes::kDummies[j] | Genotypes::kDummies[k];
+      const unsigned product =
+          product_dummies<Order>(static_cast<int>(j)) | product_dummies<Order>(static_cast<int>(k));
       Vector<T> value{};
       for (size_t p = 0; p < Products; ++p) {
-        if (Genotypes::kDummies[p] == product) {
+        if (product_dummies<Order>(static_cast<int>(p)) == product) {
           value = sums.value(p);
         }
       }
@@ -291,7 +266,7 @@ void binary_step_pass(const FitInput<float>& in, const float* coefficients, cons
 template <int Order, int Covariates>
 void step_pass(const FitInput<float>& in, const float* coefficients, const float* mu_in, const float* inverse,
                float* step) {
-  constexpr size_t kColumns = GenotypeColumns<Order>::kColumns;
+  constexpr size_t kColumns = genotype_columns(Order);
   constexpr size_t kCovariates = Covariates < 0 ? kMostCovariates : static_cast<size_t>(Covariates);
   constexpr size_t kLanes = kLaneCount<float>;
   constexpr bool kByGenotype = Order == 1 && Covariates == 0;
@@ -327,7 +302,7 @@ void step_pass(const FitInput<float>& in, const float* coefficients, const float
 
 template <typename T, int Order, int Covariates>
 void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
-  constexpr size_t kColumns = GenotypeColumns<Order>::kColumns;
+  constexpr size_t kColumns = genotype_columns(Order);
   constexpr bool kByGenotype = Order == 1 && Covariates == 0;
   const size_t n_covariates = Covariates < 0 ? in.n_covariates : static_cast<size_t>(Covariates);
 

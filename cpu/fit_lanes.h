@@ -12,8 +12,7 @@
 #include <immintrin.h>
 #endif
 
-#include "lib/double_math.h"
-#include "lib/float_math.h"
+#include "lib/fit_math.h"
 
 namespace {
 
@@ -134,16 +133,13 @@ inline Vector<T> each(Vector<T> x, Function function) {
   return load(lanes);
 }
 
-// 1 / (1 + exp(-eta)).
+// fit_probability and fit_minus_log of every lane.
 inline FloatVector probability(FloatVector eta) {
   return 1.0f / (1.0f + each<float>(-eta, [](float x) { return tavo_expf(x); }));
 }
 inline DoubleVector probability(DoubleVector eta) {
   return 1.0 / (1.0 + each<double>(-eta, [](double x) { return tavo_exp(x); }));
 }
-
-// -log of the probability, or of its complement. In double precision from the predictor, so that nothing is
-// lost where the probability is all but 0 or 1.
 inline FloatVector minus_log_probability(FloatVector eta, bool complement) {
   const FloatVector mu = probability(eta);
   return each<float>(complement ? 1.0f - mu : mu, [](float x) { return -tavo_logf(x); });

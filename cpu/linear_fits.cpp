@@ -11,73 +11,27 @@
 #include "cpu/item_fits.h"
 #include "cpu/item_lanes.h"
 #include "lib/information_inverse.h"
+#include "lib/normal_equations.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
 
 namespace {
 
-constexpr size_t kStride = kMaxModelColumns;
-constexpr size_t kDummyColumns = 3;  // the intercept and two dummies
+constexpr size_t kStride = kNormalStride;
+static_assert(kStride == kPreciseStride && kStride >= kMaxModelColumns);
 
 template <typename T>
 using Matrix = std::array<T, kStride * kStride>;
-
-// Sums of one lane's design: X'X and X'y.
-template <typename T>
-struct NormalEquations {
-  Matrix<T> products{};
-  std::array<T, kStride> responses{};
-};
-
-// The part of the normal equations that all SNPs share: intercept, covariates and response. Sums of floats
-// run in file order, those of doubles are blocked by Wide.
-template <typename T, typename Wide>
-NormalEquations<T> shared_sums(const FitInput<T>& in) {
-  std::array<Wide, kStride * kStride> products{};
-  std::array<Wide, kStride> responses{};
-  const size_t columns = kDummyColumns + in.n_covariates;
-  std::array<T, kStride> x{};
-  x[0] = T(1);
-  for (size_t i = 0; i < in.n_samples; ++i) {
-    for (size_t c = 0; c < in.n_covariates; ++c) {
-      x[kDummyColumns + c] = in.covariates[i * in.n_covariates + c];
-    }
-    for (size_t j = 0; j < columns; ++j) {
-      for (size_t k = j; k < columns; ++k) {
-        products[j * kStride + k] += x[j] * x[k];
-      }
-      responses[j] += x[j] * in.responses[i];
-    }
-  }
-  NormalEquations<T> sums;
-  for (size_t j = 0; j < columns; ++j) {
-    sums.responses[j] = static_cast<T>(responses[j]);
-    for (size_t k = j; k < columns; ++k) {
-      sums.products[j * kStride + k] = sums.products[k * kStride + j] =
-          static_cast<T>(products[j * kStride + k]);
-    }
-  }
-  return sums;
-}
 
 // The normal equations of a lane from the shared ones and the sums over its dummies' samples.
 template <typename T>
 NormalEquations<T> equations_of(const NormalEquations<T>& shared, const std::vector<T>& dummy_sums,
                                 size_t n_covariates, size_t lanes, size_t lane) {
   NormalEquations<T> equations = shared;
-  const size_t width = n_covariates + 2;
-  const auto sum = [&](size_t d, size_t s) { return dummy_sums[(d * width + s) * lanes + lane]; };
-  const auto put = [&](size_t j, size_t k, T value) {
-    equations.products[j * kStride + k] = equations.products[k * kStride + j] = value;
-  };
-  for (size_t d = 0; d < 2; ++d) {
-    put(0, 1 + d, sum(d, 0));
-    put(1 + d, 1 + d, sum(d, 0));
-    for (size_t c = 0; c < n_covariates; ++c) {
-      put(1 + d, kDummyColumns + c, sum(d, 1 + c));
-    }
-    equations.responses[1 + d] = sum(d, width - 1);
-  }
+  const int count = static_cast<int>(n_covariates);
+  put_dummy_sums(&equations, count, [&](int d, int s) {
+    return dummy_sums[static_cast<size_t>(d * dummy_sum_width(count) + s) * lanes + lane];
+  });
   return equations;
 }
 
@@ -105,13 +59,15 @@ class LinearFits : public ItemFits {
     precise_input_.covariates = standardized_.values().data();
     const size_t width = input_.n_covariates + 2;
     precise_sums_.resize(2 * width * precise_kernels_.lanes);
-    precise_shared_ = shared_sums<double, long double>(precise_input_);
+    precise_shared_ = shared_sums<long double>(precise_responses_.data(), precise_input_.covariates,
+                                               precise_input_.n_samples, precise_input_.n_covariates);
     if constexpr (kPrecise) {
       input_.covariates = precise_input_.covariates;
     } else {
       input_.covariates = problem.covariates;
       sums_.resize(2 * width * kernels_.lanes);
-      shared_ = shared_sums<float, float>(input_);
+      shared_ =
+          shared_sums<float>(responses_.data(), input_.covariates, input_.n_samples, input_.n_covariates);
     }
   }
 
@@ -162,8 +118,8 @@ class LinearFits : public ItemFits {
           equations_of(precise_shared_, precise_sums_, input_.n_covariates, precise_kernels_.lanes, l);
       Solution& solution = solutions_[first + l];
       ItemFit& fit = fits[first + l];
-      if (!precise_inverse(equations.products.data(), static_cast<int>(columns_), solution.covariance.data(),
-                           &fit.rank)) {
+      if (!information_inverse<kStride>(equations.products, static_cast<int>(columns_),
+                                        solution.covariance.data(), &fit.rank)) {
         fit.state = FitState::kFailed;
         solution = {};
         continue;
@@ -182,8 +138,8 @@ class LinearFits : public ItemFits {
   void put_coefficients(size_t l, ItemFit* fit) {
     std::array<double, kStride> coefficients = solutions_[l].coefficients;
     std::array<double, kStride> errors{};
-    standardized_.to_original_scale(static_cast<int>(columns_), solutions_[l].covariance.data(), kStride,
-                                    coefficients.data(), errors.data());
+    to_original_scale(standardized_.scale(), static_cast<int>(columns_), solutions_[l].covariance.data(),
+                      kStride, coefficients.data(), errors.data());
     for (size_t j = 0; j < columns_; ++j) {
       if constexpr (kPrecise) {
         coefficients_[j * kernels_.lanes + l] = solutions_[l].coefficients[j];
@@ -210,8 +166,7 @@ class LinearFits : public ItemFits {
       NormalEquations<float> equations = equations_of(shared_, sums_, input_.n_covariates, kernels_.lanes, l);
       Matrix<float> covariance{};
       int rank = 0;
-      information_inverse<kStride>(equations.products.data(), static_cast<int>(columns_), covariance.data(),
-                                   &rank);
+      information_inverse<kStride>(equations.products, static_cast<int>(columns_), covariance.data(), &rank);
       for (size_t j = 0; j < columns_; ++j) {
         fit->standard_errors[j] = static_cast<double>(std::sqrt(covariance[j * kStride + j] * variance));
       }

@@ -9,10 +9,10 @@
 
 #include "cpu/item_fits.h"
 #include "cpu/item_lanes.h"
+#include "lib/fit_math.h"
+#include "lib/information_inverse.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
-#include "lib/svd.h"
-#include "lib/sweep_inverse.h"
 
 namespace {
 
@@ -22,14 +22,6 @@ static_assert(kStride == kPreciseStride);
 template <typename T>
 using Matrix = std::array<T, kStride * kStride>;
 
-// Inverts an information matrix that elimination is not good for. Destroys it.
-bool invert(Matrix<float>& information, int columns, Matrix<float>& covariance, int* rank) {
-  return svd_inverse<float, kStride>(information.data(), columns, covariance.data(), kInverseCutOff, rank) !=
-         0;
-}
-bool invert(Matrix<double>& information, int columns, Matrix<double>& covariance, int* rank) {
-  return precise_inverse(information.data(), columns, covariance.data(), rank);
-}
 constexpr float elimination_limit(float) {
   return kSweepLimitSingle;
 }
@@ -146,7 +138,8 @@ class LogisticFits : public ItemFits {
       }
     }
     Lane<T>& lane = lanes_[l];
-    if (!invert(information, static_cast<int>(columns_), covariance, &lane.rank)) {
+    if (!information_inverse<kStride>(information.data(), static_cast<int>(columns_), covariance.data(),
+                                      &lane.rank)) {
       lane.state = otherwise;
       lane.active = false;
       return;
@@ -203,20 +196,11 @@ class LogisticFits : public ItemFits {
       }
       lane.iterations = pass;
       lane.last_step = total;
-      lane.converged = is_converged(total);
+      lane.converged = fit_converged(total, rules_.order());
       lane.active = !lane.converged && pass < rules_.iterations;
       if (!lane.active) {
         keep_covariance(l);
       }
-    }
-  }
-
-  // Single-precision fits of one SNP compare with the double 1e-6, those of two with the float.
-  bool is_converged(T total) const {
-    if constexpr (kPrecise) {
-      return total < kPreciseConvergence;
-    } else {
-      return rules_.order() == 2 ? total < 1e-6f : static_cast<double>(total) < 1e-6;
     }
   }
 
@@ -233,8 +217,8 @@ class LogisticFits : public ItemFits {
       fit->standard_errors[j] = static_cast<double>(std::sqrt(lane.covariance[j * kStride + j]));
     }
     if constexpr (kPrecise) {
-      standardized_.to_original_scale(static_cast<int>(columns_), lane.covariance.data(), kStride,
-                                      fit->coefficients, fit->standard_errors);
+      to_original_scale(standardized_.scale(), static_cast<int>(columns_), lane.covariance.data(), kStride,
+                        fit->coefficients, fit->standard_errors);
     }
   }
 

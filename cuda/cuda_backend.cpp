@@ -8,6 +8,7 @@
 
 #include "cuda/cuda_check.h"
 #include "cuda/device_data.h"
+#include "cuda/fit_loop.h"
 #include "cuda/range_loop.h"
 #include "cuda/record_loop.h"
 
@@ -70,9 +71,11 @@ class CudaDevice : public Device {
     return attempt([&] {
       const auto n = static_cast<size_t>(problem.n_samples);
       if (problem.phenotypes != nullptr) {
-        return;
-      }
-      if (problem.scores != nullptr) {
+        const std::span<const float> covariates(problem.covariates,
+                                                n * static_cast<size_t>(problem.n_covariates));
+        const auto send = problem.ordered_regression ? cuRegOrderedSendBase : cuRegSendBase;
+        send(data_.regression, {problem.phenotypes, n}, covariates, data_.stream.get());
+      } else if (problem.scores != nullptr) {
         cuGmdrSendBase(data_.gmdr, {problem.classes, n}, {problem.scores, n}, data_.stream.get());
       } else {
         cuMdrSendBase(data_.mdr, {problem.classes, n}, data_.stream.get());
@@ -115,14 +118,18 @@ class CudaDevice : public Device {
     });
   }
 
-  Status set_up_regression(const RegressionSetupCommand&) override {
-    return Status::failure("the CUDA backend does not run regressions yet; use --device cpu");
+  Status set_up_regression(const RegressionSetupCommand& command) override {
+    return attempt([&] { fit_loop_.emplace(data_, command.rules); });
   }
-  Status fit_items(const RegressionBatchCommand&) override { return {}; }
+
+  Status fit_items(const RegressionBatchCommand& command) override {
+    return attempt([&] { fit_loop_->fit(command.items, command.active, command.results); });
+  }
 
   void release() override {
     record_loop_.reset();
     range_loop_.reset();
+    fit_loop_.reset();
   }
 
  private:
@@ -143,6 +150,7 @@ class CudaDevice : public Device {
   DeviceData data_;
   std::optional<RecordLoop> record_loop_;
   std::optional<RangeLoop> range_loop_;
+  std::optional<FitLoop> fit_loop_;
 };
 
 }  // namespace

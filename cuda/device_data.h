@@ -6,15 +6,17 @@
 #include "cuda/device_buffer.h"
 #include "cuda/gmdr_cuda.h"
 #include "cuda/mdr_cuda_new.h"
+#include "cuda/regression.h"
 #include "device/problem.h"
 
 struct DeviceData {
   const Problem* problem = nullptr;  // on the host
   DeviceStream stream;
   DeviceBuffer<uint32_t> genotypes;  // the packed matrix as the problem has it; empty when transposed
-  // One of the two is filled: plain runs, score-based runs.
+  // One of the three is filled: plain runs, score-based runs, regressions.
   MdrSampleData mdr;
   GmdrSampleData gmdr;
+  RegressionSampleData regression;
 
   bool with_scores() const { return problem->scores != nullptr; }
   GenotypeMatrix matrix() const { return {genotypes.data(), problem->words_per_row}; }

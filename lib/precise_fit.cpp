@@ -1,21 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "lib/precise_fit.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
 
-#include "lib/svd.h"
+#include "lib/fit_math.h"
+#include "lib/precise_inverse.h"
 
 namespace {
 
 constexpr int kStride = kPreciseStride;
 constexpr size_t kEntries = size_t{kPreciseStride} * kPreciseStride;
-
-// log(1 + exp(x)).
-double softplus(double x) {
-  return std::max(x, 0.0) + std::log1p(std::exp(-std::fabs(x)));
-}
 
 // The columns of one sample: the intercept and its covariates.
 struct NullDesign {
@@ -36,24 +31,7 @@ struct NullDesign {
 }  // namespace
 
 bool precise_inverse(double* matrix, int n, double* inverse, int* rank) {
-  std::array<double, kStride> scale{};
-  for (int j = 0; j < n; ++j) {
-    const double diagonal = matrix[j * kStride + j];
-    scale[static_cast<size_t>(j)] = diagonal > 0.0 ? 1.0 / std::sqrt(diagonal) : 0.0;
-  }
-  const auto rescale = [&](double* m) {
-    for (int j = 0; j < n; ++j) {
-      for (int k = 0; k < n; ++k) {
-        m[j * kStride + k] *= scale[static_cast<size_t>(j)] * scale[static_cast<size_t>(k)];
-      }
-    }
-  };
-  rescale(matrix);
-  if (svd_inverse<double, kStride>(matrix, n, inverse, kPreciseCutOff, rank) == 0) {
-    return false;
-  }
-  rescale(inverse);
-  return true;
+  return scaled_inverse<kStride>(matrix, n, inverse, rank);
 }
 
 bool fit_precise_null(const StandardizedCovariates& covariates, int n_covariates, const float* phenotypes,
@@ -66,7 +44,7 @@ bool fit_precise_null(const StandardizedCovariates& covariates, int n_covariates
     std::array<long double, kEntries> information{};
     std::array<long double, kStride> gradient{};
     for (size_t i = 0; i < n; ++i) {
-      const double mu = 1.0 / (1.0 + std::exp(-design.eta(i, beta)));
+      const double mu = fit_probability(design.eta(i, beta));
       for (size_t j = 0; j < np; ++j) {
         gradient[j] += design.x(i, j) * (static_cast<double>(phenotypes[i]) - mu);
         for (size_t k = j; k < np; ++k) {
@@ -93,13 +71,13 @@ bool fit_precise_null(const StandardizedCovariates& covariates, int n_covariates
       beta[j] += step;
       total += std::fabs(step);
     }
-    fit->converged = total < kPreciseConvergence;
+    fit->converged = fit_converged(total, 1);
   }
   long double deviance = 0.0;
   for (size_t i = 0; i < n; ++i) {
     const double eta = design.eta(i, beta);
     const float y = phenotypes[i];
-    deviance += 2.0 * ((y != 1.0f ? softplus(eta) : 0.0) + (y != 0.0f ? softplus(-eta) : 0.0));
+    deviance += 2.0 * ((y != 1.0f ? tavo_softplus(eta) : 0.0) + (y != 0.0f ? tavo_softplus(-eta) : 0.0));
   }
   fit->deviance = static_cast<double>(deviance);
   return true;

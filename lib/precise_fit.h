@@ -1,20 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What fits in double precision share: their convergence, the inverse of their information matrices, and the
+// What fits in double precision share on the host: the inverse of their information matrices, and the
 // covariates-only logistic model.
 #pragma once
 
 #include "lib/standardized.h"
 
-// A Newton iteration has converged when the absolute steps add up to less than this.
-inline constexpr double kPreciseConvergence = 1e-10;
-
-// Singular values of an information matrix, scaled to a diagonal of ones, that count as 0, relative to the
-// largest: those of columns that depend on others.
-inline constexpr double kPreciseCutOff = 1e-13;
-
-// inverse = generalised inverse of the symmetric matrix [n][stride 16] with a diagonal >= 0; matrix is
-// destroyed. *rank: columns less those that depend on others. False when its decomposition gives up.
+// scaled_inverse of lib/precise_inverse.h for matrices [n][stride 16].
 bool precise_inverse(double* matrix, int n, double* inverse, int* rank);
 inline constexpr int kPreciseStride = 16;
 

@@ -51,34 +51,3 @@ StandardizedCovariates::StandardizedCovariates(const float* covariates, int n_sa
     }
   }
 }
-
-void StandardizedCovariates::to_original_scale(int columns, const double* covariance, int stride,
-                                               double* coefficients, double* standard_errors) const {
-  const auto np = static_cast<size_t>(columns);
-  const size_t first = np - n_covariates_;
-  const auto entry = [&](size_t j, size_t k) { return covariance[j * static_cast<size_t>(stride) + k]; };
-  // The intercept is that of the standardised covariates less what their means contribute: a linear
-  // combination of the fit's coefficients.
-  std::vector<double> weights(np, 0.0);
-  weights[0] = 1.0;
-  for (size_t c = 0; c < n_covariates_; ++c) {
-    weights[first + c] = -means_[c] * inverse_deviations_[c];
-  }
-  double intercept = 0.0;
-  double variance = 0.0;
-  for (size_t j = 0; j < np; ++j) {
-    intercept += weights[j] * coefficients[j];
-    for (size_t k = 0; k < np; ++k) {
-      variance += weights[j] * weights[k] * entry(j, k);
-    }
-  }
-  for (size_t j = 0; j < np; ++j) {
-    standard_errors[j] = std::sqrt(entry(j, j));
-  }
-  coefficients[0] = intercept;
-  standard_errors[0] = std::sqrt(variance);
-  for (size_t c = 0; c < n_covariates_; ++c) {
-    coefficients[first + c] *= inverse_deviations_[c];
-    standard_errors[first + c] *= inverse_deviations_[c];
-  }
-}

@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <vector>
 
+#include "lib/covariate_scale.h"
+
 class StandardizedCovariates {
  public:
   // covariates: [n_samples][n_covariates], or null without any.
@@ -15,11 +17,10 @@ class StandardizedCovariates {
   // [n_samples][n_covariates]; a covariate that is the same in all samples is 0.
   const std::vector<double>& values() const { return values_; }
 
-  // Coefficients and standard errors of a fit on the standardised covariates, whose columns begin with the
-  // intercept and end with the covariates, become those of the original ones. covariance: [columns][stride]
-  // of the fit; standard_errors are computed from it.
-  void to_original_scale(int columns, const double* covariance, int stride, double* coefficients,
-                         double* standard_errors) const;
+  // What leads back to the original covariates. Refers to this object.
+  CovariateScale scale() const {
+    return {static_cast<int>(n_covariates_), means_.data(), inverse_deviations_.data()};
+  }
 
  private:
   size_t n_covariates_;

@@ -21,7 +21,6 @@ namespace {
 constexpr int kGarbage = 0xa5;
 constexpr size_t kMostGarbage =
     1 << 16;  // bytes from the start of an allocation; filling large ones takes long
-constexpr uint64_t kSurplusThreads = 3;
 
 cudaError_t last_error = cudaSuccess;
 
@@ -53,11 +52,8 @@ cudaError_t release(void* memory) {
 // Runs body(arguments, item) as a launch of n threads does, or fails.
 template <typename Arguments, typename Body>
 void launch(const char* wrapper, const Arguments& arguments, uint64_t n, Body body) {
-  ++tavo_test::host_runtime().launches;
-  if (tavo_test::host_runtime().failing_launch == wrapper) {
-    remember(cudaErrorInvalidConfiguration);
-  } else {
-    for (uint64_t item = 0; item < n + kSurplusThreads; ++item) {
+  if (tavo_test::host_launch_begins(wrapper)) {
+    for (uint64_t item = 0; item < n + tavo_test::kSurplusThreads; ++item) {
       body(arguments, static_cast<uint32_t>(item));
     }
   }
@@ -65,6 +61,15 @@ void launch(const char* wrapper, const Arguments& arguments, uint64_t n, Body bo
 }
 
 }  // namespace
+
+bool tavo_test::host_launch_begins(const char* wrapper) {
+  ++host_runtime().launches;
+  if (host_runtime().failing_launch == wrapper) {
+    remember(cudaErrorInvalidConfiguration);
+    return false;
+  }
+  return true;
+}
 
 tavo_test::HostRuntime& tavo_test::host_runtime() {
   static HostRuntime runtime;

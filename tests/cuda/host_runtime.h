@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 
 namespace tavo_test {
@@ -23,5 +24,11 @@ struct HostRuntime {
 };
 
 HostRuntime& host_runtime();
+
+// Counts a launch. False where it is the one that fails, whose error is then remembered.
+bool host_launch_begins(const char* wrapper);
+
+// Threads that a launch has beyond its items.
+inline constexpr uint64_t kSurplusThreads = 3;
 
 }  // namespace tavo_test

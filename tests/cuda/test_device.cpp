@@ -4,12 +4,10 @@
 // host_runtime.h.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
-
 #include "cuda/cuda_backend.h"
 #include "device/candidate_list.h"
 #include "tests/cuda/comparisons.h"
+#include "tests/cuda/gpu_required.h"
 
 namespace {
 
@@ -67,20 +65,7 @@ std::vector<SearchCandidate> device_search(const Scene& scene, const WorkerSetup
   return all;
 }
 
-// Skips without a GPU, or fails where one is required.
-class CudaDeviceTest : public testing::TestWithParam<int> {
- protected:
-  void SetUp() override {
-    const char* required = std::getenv("TAVO_REQUIRE_GPU");
-    if (CudaBackend().device_count() > 0) {
-      return;
-    }
-    if (required != nullptr && std::strcmp(required, "1") == 0) {
-      FAIL() << "TAVO_REQUIRE_GPU=1, but there is no GPU that the program can use";
-    }
-    GTEST_SKIP() << "no GPU";
-  }
-};
+class CudaDeviceTest : public tavo_test::NeedsGpu, public testing::WithParamInterface<int> {};
 
 TEST_P(CudaDeviceTest, RecordsHaveTheBitsOfTheRecordPath) {
   tavo_test::sweep_records(GetParam(), device_records);

@@ -5,6 +5,7 @@
 
 #include "cuda/cuda_backend.h"
 #include "tests/cuda/comparisons.h"
+#include "tests/cuda/fit_checks.h"
 #include "tests/cuda/host_runtime.h"
 
 namespace {
@@ -110,6 +111,85 @@ TEST_F(CudaFailures, ALaunchSaysWhichAndWhere) {
 
 TEST_F(CudaFailures, OrdersWhoseCellsCannotBeNumberedAreRefused) {
   EXPECT_NE(run(32, {}).message().find("orders up to 31"), std::string::npos);
+}
+
+// The first failure of a regression, and its fits.
+Status run_regression(const Problem& problem, RegressionRules rules, std::vector<ItemFit>* fits) {
+  CudaBackend backend;
+  const std::unique_ptr<Device> device = backend.open(0);
+  for (Status status : {device->bind(), device->send_genotypes(problem), device->send_base_data(problem),
+                        device->set_up_regression(RegressionSetupCommand(rules))}) {
+    if (!status.ok()) {
+      return status;
+    }
+  }
+  const std::vector<int> items = tavo_test::all_items(problem.n_snps, rules.order());
+  fits->assign(items.size() / static_cast<size_t>(rules.order()), ItemFit());
+  RegressionBatchCommand batch;
+  batch.active = static_cast<uint32_t>(fits->size());
+  batch.items = items.data();
+  batch.results = fits->data();
+  return device->fit_items(batch);
+}
+
+class CudaRegressionFailures : public CudaFailures {
+ protected:
+  CudaRegressionFailures() { tavo_test::make_random(random_, 60, 20, 1, 0.0, false, &data_); }
+
+  tavo_test::RegressionData data_;
+  std::vector<ItemFit> fits_;
+};
+
+TEST_F(CudaRegressionFailures, LittleMemoryMeansMorePasses) {
+  const RegressionRules rules =
+      tavo_test::regression_rules(RegressionModel::kOrderedLogistic, Precision::kSingle);
+  ASSERT_TRUE(run_regression(data_.problem, rules, &fits_).ok());
+  EXPECT_EQ(host_runtime().launches, 1);
+  const std::vector<ItemFit> expected = fits_;
+  host_runtime().free_bytes = 20000;  // half of it is for some thirty pairs of the 190
+  host_runtime().launches = 0;
+  ASSERT_TRUE(run_regression(data_.problem, rules, &fits_).ok());
+  EXPECT_GT(host_runtime().launches, 5);
+  for (size_t k = 0; k < expected.size(); ++k) {
+    tavo_test::expect_same_fit(expected[k], fits_[k], rules.columns(1));
+  }
+}
+
+TEST_F(CudaRegressionFailures, ALaunchSaysWhich) {
+  struct Launch {
+    RegressionModel model;
+    bool distinct;
+    std::string wrapper;
+    std::string named;
+  };
+  for (const Launch& launch : std::vector<Launch>{
+           {RegressionModel::kLogistic, false, "cuRegLogistic()", "cuRegLogistic()"},
+           {RegressionModel::kLinear, false, "cuRegLinear()", "cuRegLinear()"},
+           {RegressionModel::kOrderedLogistic, false, "cuRegOrderedLogistic()", "cuRegLogistic()"},
+           {RegressionModel::kOrderedLogistic, true, "cuRegOrderedLogisticDistinct()", "cuRegLogistic()"}}) {
+    for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+      RegressionRules rules = tavo_test::regression_rules(launch.model, precision);
+      rules.distinct = launch.distinct;
+      host_runtime().failing_launch = launch.wrapper;
+      testing::internal::CaptureStderr();
+      const Status status = run_regression(data_.problem, rules, &fits_);
+      EXPECT_EQ(testing::internal::GetCapturedStderr().find(
+                    "cutilCheckMsg() CUTIL CUDA error: " + launch.named + " execution failed.\n in file <"),
+                0u);
+      EXPECT_EQ(status.message(),
+                "GPU 0: a CUDA kernel could not be launched: invalid configuration argument");
+    }
+  }
+}
+
+TEST_F(CudaRegressionFailures, AnAllocationNamesWhatItWasFor) {
+  host_runtime().free_bytes = 300;  // less than a fit takes
+  testing::internal::CaptureStderr();
+  const Status status = run_regression(
+      data_.problem, tavo_test::regression_rules(RegressionModel::kLogistic, Precision::kSingle), &fits_);
+  testing::internal::GetCapturedStderr();
+  EXPECT_NE(status.message().find("bytes of device memory for the "), std::string::npos) << status.message();
+  EXPECT_EQ(host_runtime().allocations_alive, 0u);
 }
 
 TEST_F(CudaFailures, NothingStaysAllocated) {

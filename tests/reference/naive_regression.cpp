@@ -77,7 +77,7 @@ ItemFit naive_logistic(const Problem& problem, const RegressionRules& rules, con
         information[j * kRow + k] = information[k * kRow + j] = sum;
       }
     }
-    return information_inverse<kRow>(information, static_cast<int>(np), covariance, &fit.rank) != 0;
+    return information_inverse<kRow>(information, static_cast<int>(np), covariance, &fit.rank);
   };
   while (!fit.converged && fit.iterations < rules.iterations) {
     predict();
