@@ -65,7 +65,7 @@ else
   skipped+=("whole runs: no python3")
 fi
 
-# Small enough for the tools' slowness, with every kernel: tables and occupied cells, planes and scores.
+# Small enough for the tools' slowness, with every kernel: tables and occupied cells, planes and scores, fits.
 sanitize() {
   local tool=$1
   local work
@@ -76,14 +76,21 @@ sys.path.insert(0, "scripts")
 import gpu_parity
 gpu_parity.write_genotypes(sys.argv[1] + "/data", 90, 12, 0.05, 1)
 gpu_parity.write_scores(sys.argv[1] + "/scores", 90, 2)
+gpu_parity.write_genotypes(sys.argv[1] + "/traits", 90, 12, 0.05, 1, quantitative=True)
+gpu_parity.write_covariates(sys.argv[1] + "/covariates", 90, 2, 3)
 PYTHON
   local status=0
   local extra
-  for extra in "--order 1-4" "--order 7-8" "--order 1-3 --missing mc" "--order 1-3 --score scores" "--order 5 --score scores" \
-    "--order 2 --mode 0"; do
+  local cv="--in data --measure ba --cv 3"
+  local fit="--in data --covariate covariates --iter 3 --regression logistic"
+  local fit_line="--in traits --covariate covariates --regression linear"
+  for extra in "$cv --order 1-4" "$cv --order 7-8" "$cv --order 1-3 --missing mc" "$cv --order 1-3 --score scores" \
+    "$cv --order 5 --score scores" "$cv --order 2 --mode 0" \
+    "$fit" "$fit --precision double" "$fit_line" "$fit_line --precision double" "$fit --order 2" \
+    "$fit --order 2 --precision double" "$fit --order 2 --distinct 1" "$fit --order 2 --distinct 1 --precision double"; do
     # shellcheck disable=SC2086
-    (cd "$work" && timeout 60 compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --in data --out result.csv \
-      --measure ba --thread 32 --block 8 --cv 3 --device cuda $extra >log 2>&1)
+    (cd "$work" && timeout 60 compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
+      --thread 32 --block 8 --device cuda $extra >log 2>&1)
     case $? in
       0) ;;
       *)
