@@ -72,11 +72,14 @@ std::optional<int> check_ranges(const RunArguments& arguments) {
   return std::nullopt;
 }
 
-// A regression has one or two SNPs and at most as many covariates as its model has columns left.
+// A regression has one or two SNPs, by the first character of the order's value, and at most as many
+// covariates as its model has columns left.
 std::optional<int> check_regression(const RunArguments& arguments) {
-  const int order = g_combOrder == -1 ? 1 : arguments.min_order;
-  if (order != 1 && order != 2) {
-    return refuse_range("order", order, 1, 2);
+  const char* order = typed_value(g_combOrder, "1");
+  const bool matches = g_combOrder == -1 || arguments.min_order == order[0] - '0';
+  if (!matches || (order[0] != '1' && order[0] != '2')) {
+    std::printf("Invalid value `%s` of --order: a regression has 1 or 2 SNPs\n", order);
+    return 1;
   }
   if (g_covCnt > kMaxModelCovariates) {
     std::printf("Covariate file %s has %d covariates, a regression can have %d at most!\n", g_covFileName,

@@ -129,7 +129,7 @@ void TidyRegression::write_row(const FittedItem& item, const NullModel& null_mod
   const double residual_df = residual_degrees_of_freedom(fit, rules_, n_samples_, n_covariates);
   if (linear) {
     row.add(fitted ? fit.deviance : none);
-    row.add(residual_df);
+    row.add(fitted ? residual_df : none);
   } else {
     row.add(fitted ? (fit.converged ? "true" : "false") : kMissing);
     row.add(fitted ? std::to_string(fit.iterations) : kMissing);

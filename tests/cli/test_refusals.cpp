@@ -152,7 +152,7 @@ TEST(Refusals, ACovariateFileWithOtherThanOneLinePerSample) {
 
 TEST(Refusals, AnOrderThatNoRegressionHas) {
   const CliFolder folder(balanced_data(40, 6));
-  for (const char* order : {"0", "3", "11", "-1", "x"}) {
+  for (const char* order : {"0", "3", "11", "-1", "x", "", "+1", " 1", "12", "3-1"}) {
     const RunResult run = folder.run({"--regression", "logistic", "--thread", "8", "--block", "2", "--in",
                                       "g.dat", "--out", "r.csv", "--order", order});
     EXPECT_EQ(run.status, 1) << order << run.out;
