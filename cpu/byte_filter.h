@@ -15,6 +15,9 @@
 #include <stddef.h>
 #include <stdint.h>
 
+constexpr int kLargestByteValue = 16383;
+constexpr int kLargestByteNeed = 32767 - kLargestByteValue;
+
 // Last SNPs side by side.
 constexpr size_t kByteLanes = 64;
 
@@ -33,7 +36,8 @@ struct ByteFilterInput {
   // Of pairs of SNPs: [2][n_pairs][kByteLanes], genotypes 1 and 2 of the last SNPs on their own, from which
   // the first of three prefix cells follows. Else null: every prefix cell is counted.
   const int16_t* last_values;
-  const int16_t* needs;  // [n_folds]: the least sum that can pass; pair f holds the testing samples of fold f
+  const int16_t* needs;  // [n_folds], at most kLargestByteNeed: the least sum that can pass; pair f holds the
+                         // testing samples of fold f
   size_t n_folds;
   int16_t* values;  // scratch [3 * prefix_cells][n_pairs][kByteLanes]
 };

@@ -146,16 +146,20 @@ class LaneGroup {
     for (size_t cell = 0; cell < cells; ++cell) {
       total[cell] = zero_words();
       for (size_t pair = 0; pair < in_.n_pairs; ++pair) {
-        total[cell] = total[cell] + load_words(at(cell, pair));
+        const Words value = load_words(at(cell, pair));
+        total[cell] = {add_saturated(total[cell].low, value.low),
+                       add_saturated(total[cell].high, value.high)};
       }
     }
     uint64_t lanes = 0;
     for (size_t f = 0; f < in_.n_folds; ++f) {
       Words sum = zero_words();
       for (size_t cell = 0; cell < cells; ++cell) {
-        const Words training = total[cell] - load_words(at(cell, f));
-        sum.low = add(sum.low, larger(training.low, words_of(0)));
-        sum.high = add(sum.high, larger(training.high, words_of(0)));
+        const Words tested = load_words(at(cell, f));
+        sum.low =
+            add_saturated(sum.low, larger(subtract_saturated(total[cell].low, tested.low), words_of(0)));
+        sum.high =
+            add_saturated(sum.high, larger(subtract_saturated(total[cell].high, tested.high), words_of(0)));
       }
       lanes |= at_least(sum.low, sum.high, words_of(in_.needs[f]));
     }

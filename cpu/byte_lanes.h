@@ -53,6 +53,12 @@ inline Register add(Register a, Register b) {
 inline Register subtract(Register a, Register b) {
   return _mm512_sub_epi16(a, b);
 }
+inline Register add_saturated(Register a, Register b) {
+  return _mm512_adds_epi16(a, b);
+}
+inline Register subtract_saturated(Register a, Register b) {
+  return _mm512_subs_epi16(a, b);
+}
 inline Register multiply(Register a, Register b) {
   return _mm512_mullo_epi16(a, b);
 }
@@ -108,6 +114,12 @@ inline Register add(Register a, Register b) {
 inline Register subtract(Register a, Register b) {
   return _mm256_sub_epi16(a, b);
 }
+inline Register add_saturated(Register a, Register b) {
+  return _mm256_adds_epi16(a, b);
+}
+inline Register subtract_saturated(Register a, Register b) {
+  return _mm256_subs_epi16(a, b);
+}
 inline Register multiply(Register a, Register b) {
   return _mm256_mullo_epi16(a, b);
 }
@@ -125,6 +137,7 @@ inline uint64_t at_least(Register low, Register high, Register limit) {
 constexpr size_t kRegisterBytes = 16;
 typedef uint8_t Register __attribute__((vector_size(kRegisterBytes)));
 typedef int16_t WordLanes __attribute__((vector_size(kRegisterBytes)));
+typedef uint16_t UnsignedLanes __attribute__((vector_size(kRegisterBytes)));
 
 inline Register load(const void* from) {
   Register r;
@@ -167,10 +180,27 @@ inline Register words_of(int value) {
   return (Register)(WordLanes{} + static_cast<int16_t>(value));
 }
 inline Register add(Register a, Register b) {
-  return (Register)((WordLanes)a + (WordLanes)b);
+  return (Register)((UnsignedLanes)a + (UnsignedLanes)b);
 }
 inline Register subtract(Register a, Register b) {
-  return (Register)((WordLanes)a - (WordLanes)b);
+  return (Register)((UnsignedLanes)a - (UnsignedLanes)b);
+}
+// The nearest bound where a sum or difference of a and something else has left 16 bits, which `left` says by
+// its sign.
+inline Register saturated(WordLanes a, WordLanes result, WordLanes left) {
+  return (Register)(left < 0 ? (a >> 15) ^ 0x7fff : result);
+}
+inline Register add_saturated(Register a, Register b) {
+  const WordLanes x = (WordLanes)a;
+  const WordLanes y = (WordLanes)b;
+  const WordLanes sum = (WordLanes)add(a, b);
+  return saturated(x, sum, (x ^ sum) & (y ^ sum));
+}
+inline Register subtract_saturated(Register a, Register b) {
+  const WordLanes x = (WordLanes)a;
+  const WordLanes y = (WordLanes)b;
+  const WordLanes difference = (WordLanes)subtract(a, b);
+  return saturated(x, difference, (x ^ y) & (x ^ difference));
 }
 inline Register multiply(Register a, Register b) {
   return (Register)((WordLanes)a * (WordLanes)b);

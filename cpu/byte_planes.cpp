@@ -5,17 +5,14 @@
 
 namespace {
 
-// Sums of weighted counts, positive or negative, must fit 16 bits.
-constexpr int kLargestSum = 32767;
-
 // Weights larger than this gain nothing: a bound that is 1% looser lets few more combinations pass.
 constexpr int kLargestWeight = 256;
 
 }  // namespace
 
 std::optional<ByteWeights> byte_weights(const std::vector<int32_t>& training_cases,
-                                        const std::vector<int32_t>& training_controls, int32_t n_cases,
-                                        int32_t n_controls) {
+                                        const std::vector<int32_t>& training_controls, int32_t most_cases,
+                                        int32_t most_controls) {
   double ratio = 0.0;
   for (size_t f = 0; f < training_cases.size(); ++f) {
     if (training_cases[f] <= 0) {
@@ -25,13 +22,14 @@ std::optional<ByteWeights> byte_weights(const std::vector<int32_t>& training_cas
   }
   std::optional<ByteWeights> best;
   double best_excess = 0.0;
-  for (int controls = 1; controls <= kLargestWeight && controls * n_controls <= kLargestSum; ++controls) {
+  for (int controls = 1; controls <= kLargestWeight && int64_t{controls} * most_controls <= kLargestByteValue;
+       ++controls) {
     int cases = std::max(1, static_cast<int>(controls * ratio));
     while (cases < controls * ratio) {  // the smallest integer that is not below
       ++cases;
     }
     const double excess = cases / (controls * ratio);
-    if (static_cast<int64_t>(cases) * n_cases <= kLargestSum && (!best || excess < best_excess)) {
+    if (static_cast<int64_t>(cases) * most_cases <= kLargestByteValue && (!best || excess < best_excess)) {
       best = ByteWeights{cases, controls};
       best_excess = excess;
     }

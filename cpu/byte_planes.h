@@ -18,11 +18,12 @@ struct ByteWeights {
   int controls = 1;
 };
 
-// Weights for training samples of these numbers, [folds], within classes of n_cases and n_controls samples:
-// the closest to Q / P from above whose sums fit 16 bits. None where no weights do, or a fold has no cases.
+// Weights for training samples of these numbers, [folds], where no segment has more than most_cases and
+// most_controls samples: the closest to Q / P from above whose values of a segment are small enough. None
+// where no weights are, or a fold has no cases.
 std::optional<ByteWeights> byte_weights(const std::vector<int32_t>& training_cases,
-                                        const std::vector<int32_t>& training_controls, int32_t n_cases,
-                                        int32_t n_controls);
+                                        const std::vector<int32_t>& training_controls, int32_t most_cases,
+                                        int32_t most_controls);
 
 class BytePlanes {
  public:

@@ -29,13 +29,16 @@ bool has_bound(const ScoringRules& rules) {
 
 // Samples of both classes, in all segments and in the training set of each fold.
 struct ClassSizes {
-  int32_t all[2] = {0, 0};  // controls, cases
+  int32_t all[2] = {0, 0};   // controls, cases
+  int32_t most[2] = {0, 0};  // of a segment
   std::vector<int32_t> training_controls;
   std::vector<int32_t> training_cases;
 
   ClassSizes(const Segments& segments, size_t n_folds) {
     for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
-      all[segment % 2] += static_cast<int32_t>(segments.samples[segment].size());
+      const auto n = static_cast<int32_t>(segments.samples[segment].size());
+      all[segment % 2] += n;
+      most[segment % 2] = std::max(most[segment % 2], n);
     }
     for (size_t f = 0; f < n_folds; ++f) {
       training_controls.push_back(all[0] - static_cast<int32_t>(segments.samples[2 * f].size()));
@@ -120,7 +123,7 @@ class LaneSearch : public RangeSearch {
     const double d = static_cast<double>(limit.pq) * p * q + static_cast<double>(limit.nn) * n * n +
                      static_cast<double>(limit.n) * n - static_cast<double>(limit.q) * q;
     const double need = d * bytes_->weights().controls / (rules_.measure == kAccuracy ? 1.0 : p);
-    needs_[f] = static_cast<int16_t>(std::clamp(std::floor(need), -32768.0, 32767.0));
+    needs_[f] = static_cast<int16_t>(std::clamp(std::floor(need), -32768.0, double{kLargestByteNeed}));
     filters_ = filters_ && needs_[f] > 0;
   }
 
@@ -324,8 +327,8 @@ std::unique_ptr<const BytePlanes> make_byte_planes(const Problem& problem, const
   const ClassSizes sizes(segments, setup.folds.size());
   std::optional<ByteWeights> weights;
   if (setup.rules.measure != kAccuracy) {
-    weights = byte_weights(sizes.training_cases, sizes.training_controls, sizes.all[1], sizes.all[0]);
-  } else if (std::max(sizes.all[0], sizes.all[1]) <= kMaxClassSize) {
+    weights = byte_weights(sizes.training_cases, sizes.training_controls, sizes.most[1], sizes.most[0]);
+  } else if (std::max(sizes.most[0], sizes.most[1]) <= kLargestByteValue) {
     weights = ByteWeights{1, 1};
   }
   return weights ? std::make_unique<const BytePlanes>(planes, segments, problem.n_snps, *weights) : nullptr;

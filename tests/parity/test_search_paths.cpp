@@ -202,34 +202,83 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
   RecordProperty("searches", compared);
 }
 
+// Many samples and SNPs that all but tell the class: the weighted totals of cells leave 16 bits.
+TEST(LaneSearch, TheFirstBoundHoldsWhereItsSumsSaturate) {
+  std::mt19937 random(4713);
+  for (const int n_folds : {3, 10}) {
+    Scene scene(random, 20000, 40, 0.0, n_folds, false);
+    for (uint8_t& value : scene.data.classes) {  // cases weigh 7 or so
+      value = random() % 10 < 3 ? 1 : 0;
+    }
+    scene.deal({}, n_folds);
+    for (int s = 0; s < 20000; ++s) {
+      for (int snp = 0; snp < 40; snp += 3) {
+        const uint8_t code =
+            random() % 10 == 0 ? 1 : static_cast<uint8_t>(2 * scene.data.classes[static_cast<size_t>(s)]);
+        uint32_t& word =
+            scene.words[static_cast<size_t>(s) * static_cast<size_t>(scene.problem.words_per_row) +
+                        static_cast<size_t>(snp) / 16];
+        word = (word & ~(3u << (2 * (snp % 16)))) | static_cast<uint32_t>(code) << (2 * (snp % 16));
+      }
+    }
+    const std::vector<FoldView> folds = scene.folds.views(0);
+    const Segments segments(scene.problem, folds);
+    const BitPlanes planes(scene.problem, segments);
+    const uint64_t total = comb_count(scene.problem.n_snps, 2).value();
+    for (const int measure : {kBalancedAccuracy, kAccuracy, kTauC, kSomersDx}) {
+      WorkerSetupCommand setup;
+      setup.kind = LoopKind::kSearch;
+      setup.rules = {2, 4, 1, measure};
+      setup.folds = folds;
+      for (const size_t list_size : {1, 5, 200}) {
+        std::vector<CandidateList> plain(folds.size(), CandidateList(list_size));
+        make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
+        for (const InstructionSet set : sets_here()) {
+          std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
+          Lanes(scene, setup, segments, set).search->run(0, total, bounded);
+          for (size_t f = 0; f < folds.size(); ++f) {
+            const std::vector<RankedValue> expected = plain[f].sorted();
+            const std::vector<RankedValue> found = bounded[f].sorted();
+            ASSERT_EQ(found.size(), expected.size());
+            for (size_t i = 0; i < found.size(); ++i) {
+              ASSERT_EQ(found[i].rank, expected[i].rank) << name_of(set) << ", measure " << measure;
+            }
+          }
+        }
+      }
+    }
+  }
+}
+
 // The weights of the byte filter must not be below the ratio of any fold, and their sums must fit 16 bits.
 TEST(ByteWeights, AreAtLeastTheRatioOfControlsToCasesOfEveryFold) {
   std::mt19937 random(77);
   int found = 0;
   for (int round = 0; round < 2000; ++round) {
-    const int32_t n_cases = 1 + static_cast<int32_t>(random() % (round % 2 == 0 ? 3000 : 32767));
-    const int32_t n_controls = 1 + static_cast<int32_t>(random() % (round % 2 == 0 ? 3000 : 32767));
+    // Training samples of five folds, and what a segment holds at most.
     std::vector<int32_t> cases;
     std::vector<int32_t> controls;
     for (int f = 0; f < 5; ++f) {
-      cases.push_back(n_cases - static_cast<int32_t>(random() % (static_cast<unsigned>(n_cases) / 4 + 1)));
-      controls.push_back(n_controls -
-                         static_cast<int32_t>(random() % (static_cast<unsigned>(n_controls) / 4 + 1)));
+      cases.push_back(1 + static_cast<int32_t>(random() % 30000));
+      controls.push_back(round % 2 == 0 ? cases.back() + static_cast<int32_t>(random() % 20)
+                                        : 1 + static_cast<int32_t>(random() % 30000));
     }
+    const int32_t n_cases = 1 + static_cast<int32_t>(random() % (round % 3 == 0 ? 3000 : 300));
+    const int32_t n_controls = 1 + static_cast<int32_t>(random() % (round % 3 == 0 ? 3000 : 300));
     const std::optional<ByteWeights> weights = byte_weights(cases, controls, n_cases, n_controls);
     if (!weights) {
       continue;
     }
     ++found;
-    ASSERT_LE(static_cast<int64_t>(weights->cases) * n_cases, 32767);
-    ASSERT_LE(static_cast<int64_t>(weights->controls) * n_controls, 32767);
+    ASSERT_LE(static_cast<int64_t>(weights->cases) * n_cases, kLargestByteValue);
+    ASSERT_LE(static_cast<int64_t>(weights->controls) * n_controls, kLargestByteValue);
     for (size_t f = 0; f < 5; ++f) {
       ASSERT_GE(static_cast<int64_t>(weights->cases) * cases[f],
                 static_cast<int64_t>(weights->controls) * controls[f]);
     }
   }
   EXPECT_GT(found, 1000);
-  const std::optional<ByteWeights> balanced = byte_weights({900, 900}, {900, 900}, 1000, 1000);
+  const std::optional<ByteWeights> balanced = byte_weights({900, 900}, {900, 900}, 100, 100);
   ASSERT_TRUE(balanced);
   EXPECT_EQ(balanced->cases, 1);
   EXPECT_EQ(balanced->controls, 1);
