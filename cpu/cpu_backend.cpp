@@ -17,7 +17,7 @@ struct SearchData {
       scores.emplace(problem, setup, segments);
     } else if (lane_search_fits(setup.rules, segments)) {
       lane_planes.emplace(problem, segments);
-      byte_planes = make_byte_planes(problem, setup, segments, *lane_planes);
+      sample_rows = make_sample_rows(problem, setup, segments, *lane_planes);
     } else if (setup.rules.order <= kMaxPlaneOrder) {
       planes.emplace(problem, segments);
     }
@@ -26,7 +26,7 @@ struct SearchData {
   InstructionSet set;
   Segments segments;
   std::optional<LanePlanes> lane_planes;
-  std::unique_ptr<const BytePlanes> byte_planes;
+  std::unique_ptr<const SampleRows> sample_rows;
   std::optional<BitPlanes> planes;
   std::optional<ScoreData> scores;
 
@@ -35,7 +35,7 @@ struct SearchData {
       return make_score_search(problem, setup, *scores);
     }
     if (lane_planes) {
-      return make_lane_search(problem, setup, segments, *lane_planes, byte_planes.get(), set);
+      return make_lane_search(problem, setup, segments, *lane_planes, sample_rows.get(), set);
     }
     return planes ? make_plane_search(problem, setup, segments, *planes)
                   : make_cell_search(problem, setup, segments);

@@ -4,11 +4,12 @@
 #include <cmath>
 #include <optional>
 
-#include "cpu/byte_planes.h"
 #include "cpu/fold_scores.h"
 #include "cpu/lane_kernels.h"
 #include "cpu/lane_planes.h"
 #include "cpu/range_search.h"
+#include "cpu/row_tile.h"
+#include "cpu/sample_rows.h"
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
 #include "lib/cv_measures.h"
@@ -29,8 +30,7 @@ bool has_bound(const ScoringRules& rules) {
 
 // Samples of both classes, in all segments and in the training set of each fold.
 struct ClassSizes {
-  int32_t all[2] = {0, 0};   // controls, cases
-  int32_t most[2] = {0, 0};  // of a segment
+  int32_t all[2] = {0, 0};  // controls, cases
   std::vector<int32_t> training_controls;
   std::vector<int32_t> training_cases;
 
@@ -38,7 +38,6 @@ struct ClassSizes {
     for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
       const auto n = static_cast<int32_t>(segments.samples[segment].size());
       all[segment % 2] += n;
-      most[segment % 2] = std::max(most[segment % 2], n);
     }
     for (size_t f = 0; f < n_folds; ++f) {
       training_controls.push_back(all[0] - static_cast<int32_t>(segments.samples[2 * f].size()));
@@ -50,12 +49,12 @@ struct ClassSizes {
 class LaneSearch : public RangeSearch {
  public:
   LaneSearch(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments,
-             const LanePlanes& planes, const LaneKernels& kernels, const BytePlanes* bytes, ByteFilter filter)
+             const LanePlanes& planes, const LaneKernels& kernels, const SampleRows* rows,
+             const RowKernels& row_kernels)
       : segments_(segments),
         planes_(planes),
         kernels_(kernels),
-        bytes_(bytes),
-        filter_(filter),
+        rows_(rows),
         scores_(setup, segments),
         rules_(setup.rules),
         n_snps_(problem.n_snps),
@@ -65,9 +64,8 @@ class LaneSearch : public RangeSearch {
       prefix_cells_ *= 3;
     }
     prefix_.resize(prefix_cells_ * planes.words());
-    if (bytes_ != nullptr) {
-      prefix_values_.resize(prefix_cells_ * n_pairs_);
-      values_.resize(3 * prefix_cells_ * n_pairs_ * kByteLanes);
+    if (rows_ != nullptr) {
+      tile_.emplace(*rows, planes, segments, setup.rules.order, row_kernels);
     }
     prefix_pairs_.resize(prefix_cells_ * n_pairs_);
     counts_.resize(3 * prefix_cells_ * n_pairs_ * kLanes);
@@ -81,22 +79,18 @@ class LaneSearch : public RangeSearch {
     std::vector<int> comb(static_cast<size_t>(rules_.order));
     comb_unrank(n_snps_, rules_.order, first_rank, comb.data());
     for (uint64_t done = 0; done < n_ranks;) {
-      join_prefix(comb.data());
       // The run of combinations with this prefix: last SNPs first .. end - 1.
       const int first = comb.back();
       const int end = static_cast<int>(std::min<uint64_t>(static_cast<uint64_t>(n_snps_),
                                                           static_cast<uint64_t>(first) + (n_ranks - done)));
-      const RunOfCombinations run_here = {static_cast<size_t>(first), static_cast<size_t>(end),
-                                          first_rank + done};
-      for (size_t b = run_here.first / kByteLanes; b * kByteLanes < run_here.end; ++b) {
-        search_byte_block(b, run_here, lists);
-      }
+      add_run({comb, static_cast<size_t>(first), static_cast<size_t>(end), first_rank + done}, lists);
       done += static_cast<uint64_t>(end - first);
       comb.back() = n_snps_ - 1;
       if (comb_nextstep(&rules_.order, &n_snps_, comb.data()) != 0) {
         break;
       }
     }
+    search_tile(lists);
   }
 
  private:
@@ -114,7 +108,8 @@ class LaneSearch : public RangeSearch {
     }
   }
 
-  // What the byte filter's sum S must reach, for combinations of complete SNPs: D <= (P / b) S.
+  // What the row filter's sum S must reach, for combinations of complete SNPs: D <= (n / b) S with the n
+  // training samples of the plus class (1 in place of n for accuracy).
   void set_need(size_t f) {
     const LaneLimit& limit = limits_[f];
     const auto p = static_cast<double>(limit.cases);
@@ -122,13 +117,14 @@ class LaneSearch : public RangeSearch {
     const double n = rules_.own_thresholds() ? p + q : static_cast<double>(limit.samples);
     const double d = static_cast<double>(limit.pq) * p * q + static_cast<double>(limit.nn) * n * n +
                      static_cast<double>(limit.n) * n - static_cast<double>(limit.q) * q;
-    const double need = d * bytes_->weights().controls / (rules_.measure == kAccuracy ? 1.0 : p);
-    needs_[f] = static_cast<int16_t>(std::clamp(std::floor(need), -32768.0, double{kLargestByteNeed}));
+    const double n_plus = rules_.measure == kAccuracy ? 1.0 : rows_->weights().cases_plus ? p : q;
+    const double need = std::floor(d * rows_->weights().minus / n_plus);
+    needs_[f] = static_cast<int16_t>(std::clamp(need, -32768.0, double{kLargestRowWord}));
     filters_ = filters_ && needs_[f] > 0;
   }
 
   void set_limits(const std::vector<CandidateList>& lists) {
-    filters_ = bytes_ != nullptr;
+    filters_ = rows_ != nullptr;
     for (size_t f = 0; f < limits_.size(); ++f) {
       const float value = lists[f].floor().value * (1.0f - kSlack);
       LaneLimit& limit = limits_[f];
@@ -150,17 +146,102 @@ class LaneSearch : public RangeSearch {
         default:
           break;
       }
-      if (bytes_ != nullptr) {
+      if (rows_ != nullptr) {
         set_need(f);
       }
     }
   }
 
-  void join_prefix(const int* comb) {
-    complete_prefix_ = true;
-    for (int j = 0; j + 1 < rules_.order; ++j) {
-      complete_prefix_ = complete_prefix_ && !planes_.snp_missing(comb[j]);
+  // Combinations with one prefix: last SNPs first .. end - 1.
+  struct RunOfCombinations {
+    std::vector<int> comb;  // the first of them
+    size_t first;
+    size_t end;
+    uint64_t rank_of_first;
+  };
+
+  bool complete_prefix(const RunOfCombinations& run) const {
+    return std::none_of(run.comb.begin(), run.comb.end() - 1,
+                        [&](int snp) { return planes_.snp_missing(snp); });
+  }
+
+  // Searches a run, or keeps it for the row filter.
+  void add_run(RunOfCombinations run, std::vector<CandidateList>& lists) {
+    if (!filters_ || !complete_prefix(run)) {
+      join_prefix(run);
+      for (size_t b = run.first / kLanes; b * kLanes < run.end; ++b) {
+        search_block(b, lanes_of(run, b * kLanes, kLanes), run, lists);
+      }
+      return;
     }
+    tile_->add(run.comb.data(), run.first, run.end);
+    runs_.push_back(std::move(run));
+    if (tile_->full()) {
+      search_tile(lists);
+    }
+  }
+
+  // What the tile keeps: the row filter first, with 512 last SNPs, then the lanes that are left.
+  void search_tile(std::vector<CandidateList>& lists) {
+    size_t first_snp = static_cast<size_t>(n_snps_);
+    size_t end_snp = 0;
+    for (const RunOfCombinations& run : runs_) {
+      first_snp = std::min(first_snp, run.first);
+      end_snp = std::max(end_snp, run.end);
+    }
+    for (size_t b = first_snp / kRowLanes; b * kRowLanes < end_snp; ++b) {
+      const auto meets = [&](const RunOfCombinations& run) {
+        return run.end > b * kRowLanes && run.first < (b + 1) * kRowLanes;
+      };
+      for (size_t i = 0; i < runs_.size();) {
+        if (!meets(runs_[i])) {
+          ++i;
+          continue;
+        }
+        const size_t start = i;
+        while (i < runs_.size() && meets(runs_[i])) {
+          ++i;
+        }
+        if (rows_->complete(b)) {
+          tile_->filter(b, start, i, needs_.data());
+        }
+        for (size_t r = start; r < i; ++r) {
+          search_row_block(b, rows_->complete(b) ? tile_->passing(r) : nullptr, runs_[r], lists);
+        }
+      }
+    }
+    runs_.clear();
+    if (tile_) {
+      tile_->clear();
+    }
+  }
+
+  // 512 last SNPs, those of the given bits (null: all), 16 at a time.
+  void search_row_block(size_t b, const uint64_t* passing, const RunOfCombinations& run,
+                        std::vector<CandidateList>& lists) {
+    bool joined = false;
+    for (size_t part = 0; part < kRowLanes / kLanes; ++part) {
+      const size_t start = b * kRowLanes + part * kLanes;
+      if (start >= run.end || start + kLanes <= run.first) {
+        continue;
+      }
+      uint32_t lanes = lanes_of(run, start, kLanes);
+      if (passing != nullptr) {
+        lanes &= static_cast<uint32_t>(passing[part / 4] >> (kLanes * (part % 4)));
+      }
+      if (lanes != 0) {
+        if (!joined) {
+          join_prefix(run);
+          joined = true;
+        }
+        search_block(start / kLanes, lanes, run, lists);
+      }
+    }
+  }
+
+  // The planes and counts of the genotype patterns of a run's prefix.
+  void join_prefix(const RunOfCombinations& run) {
+    complete_prefix_ = complete_prefix(run);
     const size_t words = planes_.words();
     for (size_t cell = 0; cell < prefix_cells_; ++cell) {
       uint64_t* joined = prefix_.data() + cell * words;
@@ -171,18 +252,12 @@ class LaneSearch : public RangeSearch {
           const size_t position = w - static_cast<size_t>(segments_.first_word[segment]);
           joined[w] = occupied_bits(segments_.samples[segment].size(), position);
           for (size_t digits = cell, j = 0; j + 1 < static_cast<size_t>(rules_.order); ++j, digits /= 3) {
-            joined[w] &= planes_.word(comb[j], digits % 3, w);
+            joined[w] &= planes_.word(run.comb[j], digits % 3, w);
           }
           n += static_cast<uint32_t>(std::popcount(joined[w]));
         }
         uint32_t& pair = prefix_pairs_[cell * n_pairs_ + segment / 2];
         pair = segment % 2 == 0 ? n : pair | n << 16;
-        if (bytes_ != nullptr && segment % 2 == 1) {
-          const ByteWeights weights = bytes_->weights();
-          prefix_values_[cell * n_pairs_ + segment / 2] =
-              static_cast<int16_t>(weights.cases * static_cast<int>(pair >> 16) -
-                                   weights.controls * static_cast<int>(pair & 0xffffu));
-        }
       }
     }
   }
@@ -193,37 +268,11 @@ class LaneSearch : public RangeSearch {
     return left >= kSamplesPerPlaneWord ? ~uint64_t{0} : (uint64_t{1} << left) - 1;
   }
 
-  // Combinations with one prefix: last SNPs first .. end - 1.
-  struct RunOfCombinations {
-    size_t first;
-    size_t end;
-    uint64_t rank_of_first;
-  };
-
-  // The bits of the lanes from `start` on that belong to the run.
-  static uint64_t lanes_of(const RunOfCombinations& run, size_t start, size_t lanes) {
+  // The bits of the lanes from `start` on that belong to the run, which has some of them.
+  static uint32_t lanes_of(const RunOfCombinations& run, size_t start, size_t lanes) {
     const size_t from = std::max(run.first, start) - start;
     const size_t to = std::min(run.end, start + lanes) - start;
-    const uint64_t below_to = to >= 64 ? ~uint64_t{0} : (uint64_t{1} << to) - 1;
-    return below_to & ~((uint64_t{1} << from) - 1);
-  }
-
-  // 64 last SNPs: first the byte filter, where it applies, then the lanes that are left, 16 at a time.
-  void search_byte_block(size_t b, const RunOfCombinations& run, std::vector<CandidateList>& lists) {
-    uint64_t lanes = lanes_of(run, b * kByteLanes, kByteLanes);
-    if (filters_ && complete_prefix_ && bytes_->complete(b)) {
-      lanes &= filter_({reinterpret_cast<const uint8_t*>(prefix_.data()), planes_.words() * sizeof(uint64_t),
-                        prefix_cells_, bytes_->first_byte(), bytes_->block(b), bytes_->first_row(), n_pairs_,
-                        bytes_->weights().cases, bytes_->weights().controls, prefix_values_.data(),
-                        rules_.order == 2 ? bytes_->values(b) : nullptr, needs_.data(), needs_.size(),
-                        values_.data()});
-    }
-    for (size_t part = 0; lanes != 0 && part < kByteLanes / kLanes; ++part) {
-      const auto here = static_cast<uint32_t>(lanes >> (part * kLanes)) & ((1u << kLanes) - 1);
-      if (here != 0) {
-        search_block(b * (kByteLanes / kLanes) + part, here, run, lists);
-      }
-    }
+    return ((1u << to) - 1) & ~((1u << from) - 1);
   }
 
   // The given lanes of 16 last SNPs.
@@ -281,8 +330,7 @@ class LaneSearch : public RangeSearch {
   const Segments& segments_;
   const LanePlanes& planes_;
   const LaneKernels& kernels_;
-  const BytePlanes* bytes_;  // of the byte filter, or null
-  const ByteFilter filter_;
+  const SampleRows* rows_;  // of the row filter, or null
   FoldScores scores_;
   const ScoringRules rules_;
   const int n_snps_;
@@ -301,8 +349,8 @@ class LaneSearch : public RangeSearch {
   std::vector<float> lane_values_;      // [folds][kLanes]
   bool filters_ = false;                // every fold's floor is high enough for it
   std::vector<int16_t> needs_;          // [folds]
-  std::vector<int16_t> prefix_values_;  // [prefix_cells_][n_pairs_]
-  std::vector<int16_t> values_;         // scratch of the byte filter
+  std::optional<RowTile> tile_;
+  std::vector<RunOfCombinations> runs_;  // of the tile's prefixes
 };
 
 }  // namespace
@@ -319,33 +367,29 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
          classes[0] + classes[1] <= 46340;
 }
 
-std::unique_ptr<const BytePlanes> make_byte_planes(const Problem& problem, const WorkerSetupCommand& setup,
+std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
                                                    const Segments& segments, const LanePlanes& planes) {
-  if (!has_bound(setup.rules)) {
+  if (!has_bound(setup.rules) || setup.rules.order < 2 || setup.rules.order > RowTile::kMaxOrder) {
     return nullptr;
   }
   const ClassSizes sizes(segments, setup.folds.size());
-  std::optional<ByteWeights> weights;
-  if (setup.rules.measure != kAccuracy) {
-    weights = byte_weights(sizes.training_cases, sizes.training_controls, sizes.most[1], sizes.most[0]);
-  } else if (std::max(sizes.most[0], sizes.most[1]) <= kLargestByteValue) {
-    weights = ByteWeights{1, 1};
-  }
-  return weights ? std::make_unique<const BytePlanes>(planes, segments, problem.n_snps, *weights) : nullptr;
+  const std::optional<RowWeights> weights =
+      row_weights(sizes.training_cases, sizes.training_controls, segments, setup.rules.measure == kAccuracy);
+  return weights ? std::make_unique<const SampleRows>(problem, planes, segments, *weights) : nullptr;
 }
 
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments, const LanePlanes& planes,
-                                              const BytePlanes* bytes, InstructionSet instruction_set) {
-  const auto make = [&](const LaneKernels& kernels, ByteFilter filter) {
-    return std::make_unique<LaneSearch>(problem, setup, segments, planes, kernels, bytes, filter);
+                                              const SampleRows* rows, InstructionSet instruction_set) {
+  const auto make = [&](const LaneKernels& kernels, const RowKernels& row_kernels) {
+    return std::make_unique<LaneSearch>(problem, setup, segments, planes, kernels, rows, row_kernels);
   };
   switch (instruction_set) {
     case InstructionSet::kAvx512:
-      return make(lane_kernels_avx512(), byte_filter_avx512);
+      return make(lane_kernels_avx512(), row_kernels_avx512());
     case InstructionSet::kAvx2:
-      return make(lane_kernels_avx2(), byte_filter_avx2);
+      return make(lane_kernels_avx2(), row_kernels_avx2());
     default:
-      return make(lane_kernels_portable(), byte_filter_portable);
+      return make(lane_kernels_portable(), row_kernels_portable());
   }
 }

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "cpu/bit_planes.h"
-#include "cpu/byte_planes.h"
 #include "cpu/lane_planes.h"
+#include "cpu/sample_rows.h"
 #include "cpu/simd.h"
 #include "device/candidate_list.h"
 #include "device/commands.h"
@@ -32,16 +32,16 @@ std::unique_ptr<RangeSearch> make_plane_search(const Problem& problem, const Wor
                                                const Segments& segments, const BitPlanes& planes);
 
 // Lanes: the last SNP's planes interleaved, a combination per vector lane; where the ranking measure allows,
-// upper bounds turn most combinations away before their exact value is computed: a first one of 64
-// combinations at once in 16-bit integers (bytes; null for none), a second one of 16. For what
+// upper bounds turn most combinations away before their exact value is computed: a first one of 512
+// combinations at once in 16-bit integers (rows; null for none), a second one of 16. For what
 // lane_search_fits.
 bool lane_search_fits(const ScoringRules& rules, const Segments& segments);
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments, const LanePlanes& planes,
-                                              const BytePlanes* bytes, InstructionSet instruction_set);
+                                              const SampleRows* rows, InstructionSet instruction_set);
 
 // The planes of the first bound, where it applies: measures that have a bound, classes of sizes that suit it.
-std::unique_ptr<const BytePlanes> make_byte_planes(const Problem& problem, const WorkerSetupCommand& setup,
+std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
                                                    const Segments& segments, const LanePlanes& planes);
 
 // Sample by sample: the occupied cells of a combination by sorting the samples' cell numbers.

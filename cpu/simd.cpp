@@ -24,7 +24,8 @@ bool has(InstructionSet set) {
     case InstructionSet::kAvx512:
       return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
              __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512dq") &&
-             __builtin_cpu_supports("avx512vpopcntdq") && __builtin_cpu_supports("avx512bitalg");
+             __builtin_cpu_supports("avx512vpopcntdq") && __builtin_cpu_supports("avx512vbmi2") &&
+             __builtin_cpu_supports("gfni") && __builtin_cpu_supports("popcnt");
     case InstructionSet::kAvx2:
       return __builtin_cpu_supports("avx2") && __builtin_cpu_supports("popcnt");
     default:

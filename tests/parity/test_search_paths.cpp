@@ -24,12 +24,12 @@ enum class Path { kPlanes, kCells, kScores, kLanes };
 // The lane search of an instruction set, with all that it reads.
 struct Lanes {
   LanePlanes planes;
-  std::unique_ptr<const BytePlanes> bytes;
+  std::unique_ptr<const SampleRows> rows;
   std::unique_ptr<RangeSearch> search;
 
   Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set)
-      : planes(scene.problem, segments), bytes(make_byte_planes(scene.problem, setup, segments, planes)) {
-    search = make_lane_search(scene.problem, setup, segments, planes, bytes.get(), set);
+      : planes(scene.problem, segments), rows(make_sample_rows(scene.problem, setup, segments, planes)) {
+    search = make_lane_search(scene.problem, setup, segments, planes, rows.get(), set);
   }
 };
 
@@ -141,6 +141,47 @@ TEST_P(SearchPaths, FindTheBitsOfTheRecords) {
 INSTANTIATE_TEST_SUITE_P(Orders, SearchPaths, testing::Values(1, 2, 3, 4, 5, 6, 7, 9),
                          testing::PrintToStringParamName());
 
+// As many cases as controls, or one more: what the row filter keeps in bytes.
+void make_classes_equal(Scene& scene, int n_folds) {
+  for (size_t s = 0; s < scene.data.classes.size(); ++s) {
+    scene.data.classes[s] = static_cast<uint8_t>(s % 2);
+  }
+  scene.deal({}, n_folds);
+}
+
+// Expects the lists of all instruction sets' lane searches, in two pieces, to be those of a search without
+// bounds. Returns how the row filter kept its values, if it applied.
+std::optional<RowValues> expect_same_lists(const Scene& scene, const WorkerSetupCommand& setup,
+                                           size_t list_size, std::mt19937& random) {
+  const Segments segments(scene.problem, setup.folds);
+  const uint64_t total = comb_count(scene.problem.n_snps, setup.rules.order).value();
+  std::vector<CandidateList> plain(setup.folds.size(), CandidateList(list_size));
+  const BitPlanes planes(scene.problem, segments);
+  make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
+  std::optional<RowValues> form;
+  for (const InstructionSet set : sets_here()) {
+    std::vector<CandidateList> bounded(setup.folds.size(), CandidateList(list_size));
+    const Lanes lanes(scene, setup, segments, set);
+    const uint64_t middle = random() % total;
+    lanes.search->run(0, middle, bounded);
+    lanes.search->run(middle, total - middle, bounded);
+    for (size_t f = 0; f < setup.folds.size(); ++f) {
+      const std::vector<RankedValue> expected = plain[f].sorted();
+      const std::vector<RankedValue> found = bounded[f].sorted();
+      EXPECT_EQ(found.size(), expected.size());
+      for (size_t i = 0; i < std::min(found.size(), expected.size()); ++i) {
+        EXPECT_EQ(found[i].rank, expected[i].rank)
+            << name_of(set) << ", measure " << setup.rules.measure << ", fold " << f;
+        EXPECT_EQ(bits_of_float(found[i].value), bits_of_float(expected[i].value));
+      }
+    }
+    if (lanes.rows) {
+      form = lanes.rows->weights().form;
+    }
+  }
+  return form;
+}
+
 // A bound turns most combinations away unseen. Short lists make it bite: what is left must be the list of a
 // search without it.
 TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
@@ -164,8 +205,6 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
     }
     const std::vector<FoldView> folds = scene.folds.views(0);
     const Segments segments(scene.problem, folds);
-    const BitPlanes planes(scene.problem, segments);
-    const uint64_t total = comb_count(scene.problem.n_snps, order).value();
     for (const int missing : {1, 3, 4}) {
       for (int tie = 0; tie <= 2; ++tie) {
         for (int measure = 0; measure <= 9; ++measure) {
@@ -174,26 +213,8 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
           setup.rules = {order, missing, tie, measure};
           setup.folds = folds;
           ASSERT_TRUE(lane_search_fits(setup.rules, segments));
-          const size_t list_size = 1 + random() % 6;
-          std::vector<CandidateList> plain(folds.size(), CandidateList(list_size));
-          make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
-          for (const InstructionSet set : sets_here()) {
-            std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
-            const Lanes lanes(scene, setup, segments, set);
-            const uint64_t middle = random() % total;
-            lanes.search->run(0, middle, bounded);
-            lanes.search->run(middle, total - middle, bounded);
-            for (size_t f = 0; f < folds.size(); ++f) {
-              const std::vector<RankedValue> expected = plain[f].sorted();
-              const std::vector<RankedValue> found = bounded[f].sorted();
-              ASSERT_EQ(found.size(), expected.size());
-              for (size_t i = 0; i < found.size(); ++i) {
-                ASSERT_EQ(found[i].rank, expected[i].rank)
-                    << name_of(set) << ", measure " << measure << ", fold " << f;
-                ASSERT_EQ(bits_of_float(found[i].value), bits_of_float(expected[i].value));
-              }
-            }
-          }
+          expect_same_lists(scene, setup, 1 + random() % 6, random);
+          ASSERT_FALSE(testing::Test::HasFailure());
           ++compared;
         }
       }
@@ -202,8 +223,8 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
   RecordProperty("searches", compared);
 }
 
-// Many samples and SNPs that all but tell the class: the weighted totals of cells leave 16 bits.
-TEST(LaneSearch, TheFirstBoundHoldsWhereItsSumsSaturate) {
+// Many samples and SNPs that all but tell the class: sums of weights as large as they get.
+TEST(LaneSearch, TheFirstBoundHoldsWhereItsSumsAreLargest) {
   std::mt19937 random(4713);
   for (const int n_folds : {3, 10}) {
     Scene scene(random, 20000, 40, 0.0, n_folds, false);
@@ -222,67 +243,113 @@ TEST(LaneSearch, TheFirstBoundHoldsWhereItsSumsSaturate) {
       }
     }
     const std::vector<FoldView> folds = scene.folds.views(0);
-    const Segments segments(scene.problem, folds);
-    const BitPlanes planes(scene.problem, segments);
-    const uint64_t total = comb_count(scene.problem.n_snps, 2).value();
     for (const int measure : {kBalancedAccuracy, kAccuracy, kTauC, kSomersDx}) {
       WorkerSetupCommand setup;
       setup.kind = LoopKind::kSearch;
       setup.rules = {2, 4, 1, measure};
       setup.folds = folds;
       for (const size_t list_size : {1, 5, 200}) {
-        std::vector<CandidateList> plain(folds.size(), CandidateList(list_size));
-        make_plane_search(scene.problem, setup, segments, planes)->run(0, total, plain);
-        for (const InstructionSet set : sets_here()) {
-          std::vector<CandidateList> bounded(folds.size(), CandidateList(list_size));
-          Lanes(scene, setup, segments, set).search->run(0, total, bounded);
-          for (size_t f = 0; f < folds.size(); ++f) {
-            const std::vector<RankedValue> expected = plain[f].sorted();
-            const std::vector<RankedValue> found = bounded[f].sorted();
-            ASSERT_EQ(found.size(), expected.size());
-            for (size_t i = 0; i < found.size(); ++i) {
-              ASSERT_EQ(found[i].rank, expected[i].rank) << name_of(set) << ", measure " << measure;
-            }
-          }
+        EXPECT_EQ(expect_same_lists(scene, setup, list_size, random), RowValues::kWords);
+        ASSERT_FALSE(testing::Test::HasFailure());
+      }
+    }
+  }
+}
+
+// Several blocks of last SNPs, pairs of segments in one and in several pieces, values in bytes and in words,
+// samples that no fold tests, a SNP that decides.
+TEST(LaneSearch, TheFirstBoundHoldsForEveryLayout) {
+  std::mt19937 random(4714);
+  struct Layout {
+    int order;
+    int n_samples;
+    int n_snps;
+    int n_folds;
+    bool equal;
+    bool leave_out;
+    std::optional<RowValues> form;
+  };
+  for (const Layout& layout : {Layout{2, 40, 530, 3, true, false, RowValues::kBytes},
+                               Layout{2, 75, 530, 4, false, true, RowValues::kWords},
+                               Layout{2, 1270, 66, 5, true, false, RowValues::kBytes},
+                               Layout{2, 1300, 66, 5, true, false, RowValues::kWords},
+                               Layout{2, 2000, 40, 2, true, false, RowValues::kWords},
+                               Layout{3, 200, 40, 2, true, false, RowValues::kBytes},
+                               Layout{3, 700, 30, 2, false, false, RowValues::kWords},
+                               Layout{4, 120, 18, 10, true, false, RowValues::kBytes},
+                               Layout{4, 300, 18, 3, false, true, RowValues::kWords}}) {
+    Scene scene(random, layout.n_samples, layout.n_snps, 0.0, layout.n_folds, layout.leave_out);
+    if (layout.equal) {
+      make_classes_equal(scene, layout.n_folds);
+    }
+    for (int decides = 0; decides < 2; ++decides) {
+      if (decides == 1) {  // totals of cells leave a byte, needs are large
+        for (size_t s = 0; s < static_cast<size_t>(layout.n_samples); ++s) {
+          uint32_t& word = scene.words[s * static_cast<size_t>(scene.problem.words_per_row)];
+          const uint32_t code = random() % 8 == 0 ? 1u : 2u * scene.data.classes[s];
+          word = (word & ~(3u << 6)) | code << 6;
+        }
+      }
+      const std::vector<FoldView> folds = scene.folds.views(0);
+      for (const int measure : {kBalancedAccuracy, kAccuracy, kTauC, kSomersDx}) {
+        WorkerSetupCommand setup;
+        setup.kind = LoopKind::kSearch;
+        setup.rules = {layout.order, 4, 1 + decides, measure};
+        setup.folds = folds;
+        const std::optional<RowValues> form = expect_same_lists(scene, setup, 1 + random() % 5, random);
+        ASSERT_FALSE(testing::Test::HasFailure()) << layout.n_samples << " samples, order " << layout.order;
+        if (measure == kBalancedAccuracy) {
+          EXPECT_EQ(form, layout.form) << layout.n_samples << " samples";
         }
       }
     }
   }
 }
 
-// The weights of the byte filter must not be below the ratio of any fold, and their sums must fit 16 bits.
-TEST(ByteWeights, AreAtLeastTheRatioOfControlsToCasesOfEveryFold) {
+// The weights of the row filter must not be below the ratio of the classes in any fold, and the sums that
+// they make must fit where they are kept.
+TEST(RowWeights, AreAtLeastTheRatioOfTheClassesInEveryFold) {
   std::mt19937 random(77);
   int found = 0;
+  int in_bytes = 0;
   for (int round = 0; round < 2000; ++round) {
-    // Training samples of five folds, and what a segment holds at most.
+    const int n_folds = 1 + static_cast<int>(random() % 6);
+    Scene scene(random, 10 + static_cast<int>(random() % 900), 2, 0.0, n_folds, false);
+    if (round % 2 == 0) {
+      make_classes_equal(scene, n_folds);
+    }
+    const Segments segments(scene.problem, scene.folds.views(0));
     std::vector<int32_t> cases;
     std::vector<int32_t> controls;
-    for (int f = 0; f < 5; ++f) {
-      cases.push_back(1 + static_cast<int32_t>(random() % 30000));
-      controls.push_back(round % 2 == 0 ? cases.back() + static_cast<int32_t>(random() % 20)
-                                        : 1 + static_cast<int32_t>(random() % 30000));
+    int64_t all[2] = {0, 0};
+    for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
+      all[segment % 2] += static_cast<int64_t>(segments.samples[segment].size());
     }
-    const int32_t n_cases = 1 + static_cast<int32_t>(random() % (round % 3 == 0 ? 3000 : 300));
-    const int32_t n_controls = 1 + static_cast<int32_t>(random() % (round % 3 == 0 ? 3000 : 300));
-    const std::optional<ByteWeights> weights = byte_weights(cases, controls, n_cases, n_controls);
+    for (size_t f = 0; f < static_cast<size_t>(n_folds); ++f) {
+      controls.push_back(static_cast<int32_t>(all[0] - static_cast<int64_t>(segments.samples[2 * f].size())));
+      cases.push_back(
+          static_cast<int32_t>(all[1] - static_cast<int64_t>(segments.samples[2 * f + 1].size())));
+    }
+    const std::optional<RowWeights> weights = row_weights(cases, controls, segments, false);
     if (!weights) {
       continue;
     }
     ++found;
-    ASSERT_LE(static_cast<int64_t>(weights->cases) * n_cases, kLargestByteValue);
-    ASSERT_LE(static_cast<int64_t>(weights->controls) * n_controls, kLargestByteValue);
-    for (size_t f = 0; f < 5; ++f) {
-      ASSERT_GE(static_cast<int64_t>(weights->cases) * cases[f],
-                static_cast<int64_t>(weights->controls) * controls[f]);
+    in_bytes += weights->form == RowValues::kBytes ? 1 : 0;
+    ASSERT_LE(weights->plus * all[weights->cases_plus ? 1 : 0], kLargestRowWord);
+    ASSERT_LE(weights->minus * all[weights->cases_plus ? 0 : 1], kLargestRowWord);
+    for (size_t f = 0; f < static_cast<size_t>(n_folds); ++f) {
+      const int64_t plus = weights->cases_plus ? cases[f] : controls[f];
+      const int64_t minus = weights->cases_plus ? controls[f] : cases[f];
+      ASSERT_GE(weights->plus * plus, weights->minus * minus);
+    }
+    for (const std::vector<int>& segment : segments.samples) {
+      ASSERT_TRUE(weights->form == RowValues::kWords ||
+                  segment.size() <= static_cast<size_t>(kLargestRowByte));
     }
   }
   EXPECT_GT(found, 1000);
-  const std::optional<ByteWeights> balanced = byte_weights({900, 900}, {900, 900}, 100, 100);
-  ASSERT_TRUE(balanced);
-  EXPECT_EQ(balanced->cases, 1);
-  EXPECT_EQ(balanced->controls, 1);
-  EXPECT_FALSE(byte_weights({0}, {10}, 5, 10));
+  EXPECT_GT(in_bytes, 20);
 }
 
 class ScoreSearchPath : public testing::TestWithParam<int> {};

@@ -1,0 +1,139 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A first look at 512 combinations at once: an upper bound of every fold's value in small integers. Most
+// combinations of a search end here.
+//
+// Counting. A row has one bit per last SNP, 512 side by side, for one sample and one genotype. A prefix (the
+// other SNPs of the combination) comes as lists of the samples that have each of its genotype patterns; the
+// rows of a list are added up bit by bit, with a full adder of two operations per row, and the sums of 512
+// SNPs are turned from bits into bytes at the end. So the work grows with the samples that have a pattern,
+// not with all, and the pattern of no minor genotypes is not counted: it is what the others leave.
+//
+// Bound. With P cases and Q controls in a fold's training samples, D = sum over the cells of max(Q cases - P
+// controls, 0) = sum of max(P controls - Q cases, 0) decides the measures that have a bound (LaneLimit in
+// lane_kernels.h). One class is taken for the plus class, and the weights of the two are small integers a and
+// b, the same for all folds: with n and m plus and minus samples in training and a / b >= m / n in each fold,
+// D <= (n / b) sum max(a plus - b minus, 0). The values a plus - b minus of a cell and a pair of segments add
+// up, so the cells that are not counted follow from marginal values as counts do.
+//
+// Rows of the minus class hold the bits of the samples that do NOT have the genotype, so that rows of both
+// classes can be added up alike: minus samples of a list less those with the genotype.
+//
+// Plain pointers only: the files behind this are compiled for wider processors than the rest.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+
+// Last SNPs side by side, and in one group of values.
+constexpr size_t kRowLanes = 512;
+constexpr size_t kRowBytes = kRowLanes / 8;
+constexpr size_t kGroupLanes = 64;
+constexpr size_t kRowGroups = kRowLanes / kGroupLanes;
+
+// Rows of genotypes 1 and 2 of a sample stand side by side.
+constexpr size_t kSampleBytes = 2 * kRowBytes;
+
+// Where SNP `lane` stands in a row, and its value in a group of 16-bit words: interleaving bytes and
+// transposing bits within 16 bytes brings these places together. Bytes of a group stand in the SNPs' order.
+constexpr size_t row_bit(size_t lane) {
+  return lane % 64 / 16 * 128 + lane / 64 * 16 + lane % 16;
+}
+constexpr size_t word_in_group(size_t lane) {
+  return lane % 16 / 8 * 32 + lane % 64 / 16 * 8 + lane % 8;
+}
+
+// A piece holds at most this many samples, so that counts fit a byte, and rows about the first-level cache.
+constexpr size_t kPieceSamples = 256;
+
+// A list's length is a multiple of this; what is missing refers to a sample whose rows have no bits.
+constexpr size_t kListStep = 4;
+
+// How values are kept. Both give upper bounds; bytes are twice as many to a register.
+enum class RowValues {
+  kBytes,  // both weights 1, every pair of segments one piece with at most 127 samples of a class
+  kWords,  // a times all plus samples and b times all minus samples fit in 16 bits with sign
+};
+constexpr int kLargestRowWord = 32767;
+constexpr int kLargestRowByte = 127;
+// Of words: the weights multiply bytes.
+constexpr int kLargestRowWeight = 127;
+
+// Samples of one pair of segments: from first_sample of a block on, controls before cases.
+struct RowPiece {
+  uint32_t first_sample;
+  uint32_t pair;
+  bool starts_pair;  // the pair's first piece
+};
+
+// A part of RowPrefix::samples.
+struct RowList {
+  uint32_t first;
+  uint16_t n;
+  uint16_t n_minus;  // of them in the minus class, without those that fill the list
+};
+
+struct RowPrefix {
+  const uint16_t* samples;  // of each list: byte offsets of samples from the first of the piece
+  // Samples with patterns 1, 2, ...: bytes: [pieces][patterns - 1]; words: [pieces][patterns - 1][2], plus
+  // and minus class.
+  const RowList* lists;
+  // Of the pattern, whatever the last SNP: bytes: [n_folds][patterns] tested, then [patterns] of all samples;
+  // words: [n_folds][patterns] of training samples.
+  const int16_t* values;
+  // Groups of last SNPs that are wanted: first_group .. end_group - 1.
+  size_t first_group;
+  size_t end_group;
+};
+
+struct RowFilterInput {
+  const uint8_t* rows;  // of the block of last SNPs: kSampleBytes for each sample of all pieces
+  const RowPiece* pieces;
+  size_t n_pieces;
+  size_t n_pairs;
+  size_t n_patterns;  // of a prefix: 3, 9 or 27
+  int plus_weight;    // a
+  int minus_weight;   // b
+  const RowPrefix* prefixes;
+  size_t n_prefixes;
+  // Values of genotypes 1 and 2 of the last SNPs.
+  const uint8_t* last_bytes;  // bytes: [kRowGroups][n_folds][2][kGroupLanes] tested, plus 128
+  // bytes: [kRowGroups][2][2][32] of all samples; words: [kRowGroups][2][n_folds][2][32] of training samples.
+  // The first 2 are the halves of a group (word_in_group), the second the genotypes.
+  const int16_t* last_words;
+  const int16_t* needs;  // [n_folds], at least 1: the least sum that can pass
+  size_t n_folds;        // pair f holds the testing samples of fold f
+  void* values;  // scratch: [n_prefixes][kRowGroups][n_pairs][2 * (n_patterns - 1)] groups of bytes or words
+  uint64_t* passing;  // out [n_prefixes][kRowGroups]: a bit for each wanted SNP that may pass a fold's floor
+};
+
+// The samples of one class in a piece.
+struct RowPart {
+  uint32_t first_byte;  // of a plane: 8 samples a byte
+  uint16_t n;
+  uint16_t first_place;  // in the piece
+};
+
+// Makes the lists of a prefix.
+struct RowListInput {
+  // Of each SNP of the prefix: [3][plane_bytes] planes of its genotypes, readable 8 bytes beyond their end.
+  const uint8_t* const* planes;
+  size_t n_snps;
+  size_t plane_bytes;
+  size_t n_patterns;
+  const RowPart* parts;  // [n_pieces][2]: controls and cases
+  size_t n_pieces;
+  bool cases_plus;
+  uint16_t* samples;  // out: room for all samples, kListStep for each list, and 64 more
+  RowList* lists;     // out
+  uint16_t* counts;   // out [n_pieces][patterns - 1][2]: controls and cases with the pattern
+};
+
+struct RowKernels {
+  void (*list)(RowValues form, const RowListInput& input);
+  void (*filter)(RowValues form, const RowFilterInput& input);
+};
+
+const RowKernels& row_kernels_avx512();
+const RowKernels& row_kernels_avx2();
+const RowKernels& row_kernels_portable();

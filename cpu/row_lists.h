@@ -1,0 +1,133 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The lists of a prefix: for each piece, pattern and class the samples that have the pattern. Only static
+// functions, see bit_lanes.h.
+#pragma once
+
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include "cpu/row_filter.h"
+
+#ifdef __AVX512VBMI2__
+#include <immintrin.h>
+#endif
+
+namespace {
+
+constexpr size_t kSamplesPerChunk = 64;
+
+inline size_t ones(uint64_t bits) {
+#ifdef __POPCNT__
+  return static_cast<size_t>(__builtin_popcountll(bits));
+#else
+  bits -= bits >> 1 & 0x5555555555555555;
+  bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
+  bits = (bits + (bits >> 4)) & 0x0f0f0f0f0f0f0f0f;
+  return static_cast<size_t>(bits * 0x0101010101010101 >> 56);
+#endif
+}
+
+#ifdef __AVX512VBMI2__
+
+// Writes the places of the bits, as offsets of samples, and up to 64 in all. first: of bit 0.
+inline size_t write_places(uint64_t bits, size_t first, uint16_t* out) {
+  alignas(64) static constexpr uint8_t kPlaces[64] = {
+      0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
+      22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
+      44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
+  const size_t n = ones(bits);
+  const __m512i places = _mm512_maskz_compress_epi8(bits, _mm512_load_si512(kPlaces));
+  const __m512i start = _mm512_set1_epi16(static_cast<short>(first));
+  const auto offsets = [&](__m256i bytes) {
+    static_assert(kSampleBytes == size_t{1} << 7);
+    return _mm512_slli_epi16(_mm512_add_epi16(_mm512_cvtepu8_epi16(bytes), start), 7);
+  };
+  _mm512_storeu_si512(out, offsets(_mm512_castsi512_si256(places)));
+  if (n > 32) {
+    _mm512_storeu_si512(out + 32, offsets(_mm512_extracti64x4_epi64(places, 1)));
+  }
+  return n;
+}
+
+#else
+
+inline size_t write_places(uint64_t bits, size_t first, uint16_t* out) {
+  const uint16_t* const start = out;
+  for (; bits != 0; bits &= bits - 1) {
+    *out++ = static_cast<uint16_t>((first + static_cast<size_t>(__builtin_ctzll(bits))) * kSampleBytes);
+  }
+  return static_cast<size_t>(out - start);
+}
+
+#endif
+
+// The samples of a prefix that have a pattern.
+class PatternBits {
+ public:
+  PatternBits(const RowListInput& in, size_t pattern) : n_(in.n_snps) {
+    for (size_t j = 0; j < n_; ++j, pattern /= 3) {
+      planes_[j] = in.planes[j] + pattern % 3 * in.plane_bytes;
+    }
+  }
+
+  // 64 samples from a byte on.
+  uint64_t at(size_t byte) const {
+    uint64_t bits = ~uint64_t{0};
+    for (size_t j = 0; j < n_; ++j) {
+      uint64_t of_snp;
+      memcpy(&of_snp, planes_[j] + byte, sizeof(of_snp));
+      bits &= of_snp;
+    }
+    return bits;
+  }
+
+ private:
+  const size_t n_;
+  const uint8_t* planes_[8];
+};
+
+inline size_t list_part(const PatternBits& pattern, const RowPart& part, uint16_t* out) {
+  size_t n = 0;
+  for (size_t done = 0; done < part.n; done += kSamplesPerChunk) {
+    uint64_t bits = pattern.at(part.first_byte + done / 8);
+    if (part.n - done < kSamplesPerChunk) {
+      bits &= (uint64_t{1} << (part.n - done)) - 1;
+    }
+    n += write_places(bits, part.first_place + done, out + n);
+  }
+  return n;
+}
+
+inline void list(RowValues form, const RowListInput& in) {
+  const size_t plus = in.cases_plus ? 1 : 0;
+  RowList* lists = in.lists;
+  uint16_t* counts = in.counts;
+  size_t at = 0;
+  for (size_t piece = 0; piece < in.n_pieces; ++piece) {
+    const RowPart* parts = in.parts + 2 * piece;
+    const auto nobody = static_cast<uint16_t>((size_t{parts[0].n} + parts[1].n) * kSampleBytes);
+    for (size_t p = 1; p < in.n_patterns; ++p, counts += 2) {
+      const PatternBits pattern(in, p);
+      size_t start = at;
+      for (size_t i = 0; i < 2; ++i) {
+        const size_t label = i == 0 ? plus : 1 - plus;
+        const size_t n = list_part(pattern, parts[label], in.samples + at);
+        counts[label] = static_cast<uint16_t>(n);
+        at += n;
+        if (form == RowValues::kBytes && i == 0) {
+          continue;
+        }
+        while ((at - start) % kListStep != 0) {
+          in.samples[at++] = nobody;
+        }
+        *lists++ = {static_cast<uint32_t>(start), static_cast<uint16_t>(at - start),
+                    static_cast<uint16_t>(i == 0 ? 0 : n)};
+        start = at;
+      }
+    }
+  }
+}
+
+}  // namespace

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cpu/row_tile.h"
+
+#include <algorithm>
+
+namespace {
+
+// The filter's scratch should stay in a core's second-level cache, beside the rows.
+constexpr size_t kScratchBytes = size_t{720} * 1024;
+constexpr size_t kMostPrefixes = 16;
+
+}  // namespace
+
+RowTile::RowTile(const SampleRows& rows, const LanePlanes& planes, const Segments& segments, int order,
+                 const RowKernels& kernels)
+    : rows_(rows),
+      planes_(planes),
+      segments_(segments),
+      kernels_(kernels),
+      n_folds_(static_cast<size_t>(segments.n_folds)) {
+  snp_planes_.resize(static_cast<size_t>(order) - 1);
+  for (SnpPlanes& snp : snp_planes_) {
+    snp.words.resize(3 * planes.words() + 1);
+    n_patterns_ *= 3;
+  }
+  const bool bytes = rows.weights().form == RowValues::kBytes;
+  const size_t scratch = rows.n_pairs() * 2 * (n_patterns_ - 1) * kRowLanes * (bytes ? 1 : 2);
+  const size_t n = std::clamp<size_t>(kScratchBytes / scratch, 1, kMostPrefixes);
+  values_.resize(n * scratch);
+  prefixes_.resize(n);
+  views_.resize(n);
+  passing_.resize(n * kRowGroups);
+  for (Prefix& prefix : prefixes_) {
+    prefix.lists.resize(rows.pieces().size() * (n_patterns_ - 1) * (bytes ? 1 : 2));
+    prefix.values.resize((n_folds_ + 1) * n_patterns_);
+    prefix.samples.resize(planes.words() * kSamplesPerPlaneWord + prefix.lists.size() * kListStep + 64);
+  }
+  counts_.resize(rows.pieces().size() * (n_patterns_ - 1) * 2);
+  by_pair_.resize(rows.n_pairs());
+  left_.resize(rows.n_pairs());
+}
+
+void RowTile::add(const int* comb, size_t first, size_t end) {
+  const uint8_t* planes_of_snp[kMaxOrder - 1];
+  for (size_t j = 0; j < snp_planes_.size(); ++j) {
+    SnpPlanes& of = snp_planes_[j];
+    if (of.snp != comb[j]) {
+      of.snp = comb[j];
+      for (size_t g = 0; g < 3; ++g) {
+        for (size_t w = 0; w < planes_.words(); ++w) {
+          of.words[g * planes_.words() + w] = planes_.word(of.snp, g, w);
+        }
+      }
+    }
+    planes_of_snp[j] = reinterpret_cast<const uint8_t*>(of.words.data());
+  }
+  Prefix& prefix = prefixes_[n_prefixes_++];
+  kernels_.list(rows_.weights().form,
+                {planes_of_snp, snp_planes_.size(), planes_.words() * sizeof(uint64_t), n_patterns_,
+                 rows_.parts().data(), rows_.pieces().size(), rows_.weights().cases_plus,
+                 prefix.samples.data(), prefix.lists.data(), counts_.data()});
+  set_values(prefix);
+  prefix.first_snp = first;
+  prefix.end_snp = end;
+}
+
+// The values of the patterns, whatever the last SNP: pattern 0 has what the others leave.
+void RowTile::set_values(Prefix& prefix) {
+  const bool bytes = rows_.weights().form == RowValues::kBytes;
+  for (size_t pair = 0; pair < rows_.n_pairs(); ++pair) {
+    left_[pair] = rows_.weights().value(static_cast<int32_t>(segments_.samples[2 * pair + 1].size()),
+                                        static_cast<int32_t>(segments_.samples[2 * pair].size()));
+  }
+  for (size_t pattern = n_patterns_; pattern-- > 0;) {
+    if (pattern == 0) {
+      by_pair_ = left_;
+    } else {
+      std::fill(by_pair_.begin(), by_pair_.end(), 0);
+      for (size_t piece = 0; piece < rows_.pieces().size(); ++piece) {
+        const uint16_t* counts = counts_.data() + (piece * (n_patterns_ - 1) + pattern - 1) * 2;
+        by_pair_[rows_.pieces()[piece].pair] += rows_.weights().value(counts[1], counts[0]);
+      }
+    }
+    int32_t total = 0;
+    for (size_t pair = 0; pair < rows_.n_pairs(); ++pair) {
+      total += by_pair_[pair];
+      left_[pair] -= by_pair_[pair];
+    }
+    for (size_t f = 0; f < n_folds_; ++f) {
+      prefix.values[f * n_patterns_ + pattern] =
+          static_cast<int16_t>(bytes ? by_pair_[f] : total - by_pair_[f]);
+    }
+    prefix.values[n_folds_ * n_patterns_ + pattern] = static_cast<int16_t>(total);
+  }
+}
+
+void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* needs) {
+  const size_t start = block * kRowLanes;
+  for (size_t i = first; i < end; ++i) {
+    const Prefix& prefix = prefixes_[i];
+    const size_t from = std::max(prefix.first_snp, start) - start;
+    const size_t to = std::min(prefix.end_snp - start, kRowLanes);
+    views_[i] = {prefix.samples.data(), prefix.lists.data(), prefix.values.data(), from / kGroupLanes,
+                 (to + kGroupLanes - 1) / kGroupLanes};
+  }
+  const RowWeights& weights = rows_.weights();
+  kernels_.filter(
+      weights.form,
+      {rows_.block(block), rows_.pieces().data(), rows_.pieces().size(), rows_.n_pairs(), n_patterns_,
+       weights.plus, weights.minus, views_.data() + first, end - first, rows_.last_bytes(block),
+       rows_.last_words(block), needs, n_folds_, values_.data(), passing_.data() + first * kRowGroups});
+}

@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// A few prefixes that the row filter takes at once, as lists of samples.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "cpu/lane_planes.h"
+#include "cpu/row_filter.h"
+#include "cpu/sample_rows.h"
+
+class RowTile {
+ public:
+  // order: of the combinations, 2 to 4. All but `order` outlive the object.
+  RowTile(const SampleRows& rows, const LanePlanes& planes, const Segments& segments, int order,
+          const RowKernels& kernels);
+
+  // Of combinations of SNPs, all but the last.
+  static constexpr int kMaxOrder = 4;
+
+  size_t size() const { return n_prefixes_; }
+  bool full() const { return n_prefixes_ == prefixes_.size(); }
+  void clear() { n_prefixes_ = 0; }
+
+  // The prefix of a combination, none of whose SNPs has a missing genotype; last SNPs from first to end - 1
+  // are wanted.
+  void add(const int* comb, size_t first, size_t end);
+
+  // Filters prefixes first .. end - 1 with the last SNPs of a complete block. needs: [folds].
+  void filter(size_t block, size_t first, size_t end, const int16_t* needs);
+
+  // What came of it for one of them: [kRowGroups], a bit for each SNP of the block; of those not wanted any.
+  const uint64_t* passing(size_t prefix) const { return passing_.data() + prefix * kRowGroups; }
+
+ private:
+  struct Prefix {
+    std::vector<uint16_t> samples;
+    std::vector<RowList> lists;
+    std::vector<int16_t> values;
+    size_t first_snp = 0;
+    size_t end_snp = 0;
+  };
+
+  // The planes of one SNP of the prefix, kept while prefixes have it in common.
+  struct SnpPlanes {
+    int snp = -1;
+    std::vector<uint64_t> words;  // [3][words], and one more
+  };
+
+  void set_values(Prefix& prefix);
+
+  const SampleRows& rows_;
+  const LanePlanes& planes_;
+  const Segments& segments_;
+  const RowKernels& kernels_;
+  const size_t n_folds_;
+  size_t n_patterns_ = 1;
+  size_t n_prefixes_ = 0;
+  std::vector<Prefix> prefixes_;
+  std::vector<RowPrefix> views_;
+  std::vector<SnpPlanes> snp_planes_;
+  std::vector<uint16_t> counts_;   // [pieces][patterns - 1][2], see RowListInput
+  std::vector<int32_t> by_pair_;   // [pairs] values of a pattern
+  std::vector<int32_t> left_;      // [pairs] values that no pattern has had
+  AlignedVector<uint8_t> values_;  // scratch of the filter
+  std::vector<uint64_t> passing_;
+};

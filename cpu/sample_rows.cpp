@@ -1,0 +1,185 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cpu/sample_rows.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "lib/packed_genotypes.h"
+
+namespace {
+
+// The even bits of a word, side by side.
+uint16_t even_bits(uint32_t word) {
+  word &= 0x55555555;
+  word = (word | word >> 1) & 0x33333333;
+  word = (word | word >> 2) & 0x0f0f0f0f;
+  word = (word | word >> 4) & 0x00ff00ff;
+  return static_cast<uint16_t>(word | word >> 8);
+}
+
+}  // namespace
+
+std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases,
+                                      const std::vector<int32_t>& training_controls, const Segments& segments,
+                                      bool equal) {
+  int64_t samples[2] = {0, 0};  // controls, cases
+  size_t most_of_segment = 0;
+  for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
+    samples[segment % 2] += static_cast<int64_t>(segments.samples[segment].size());
+    most_of_segment = std::max(most_of_segment, segments.samples[segment].size());
+  }
+  // The largest share of controls to cases in a fold, and of cases to controls.
+  double per_case = 0.0;
+  double per_control = 0.0;
+  for (size_t f = 0; f < training_cases.size(); ++f) {
+    if (training_cases[f] <= 0 || training_controls[f] <= 0) {
+      return std::nullopt;
+    }
+    per_case = std::max(per_case, static_cast<double>(training_controls[f]) / training_cases[f]);
+    per_control = std::max(per_control, static_cast<double>(training_cases[f]) / training_controls[f]);
+  }
+  RowWeights best;
+  best.cases_plus = equal || per_case <= per_control;
+  const double ratio = equal ? 1.0 : std::min(per_case, per_control);
+  // With weights 1 the bound is this much too high. In bytes that costs less than what it saves.
+  constexpr double kNear = 0.98;
+  if (ratio <= 1.0 && ratio >= kNear && most_of_segment <= static_cast<size_t>(kLargestRowByte)) {
+    best.form = RowValues::kBytes;
+    return best;
+  }
+  const int64_t n_plus = samples[best.cases_plus ? 1 : 0];
+  const int64_t n_minus = samples[best.cases_plus ? 0 : 1];
+  bool found = false;
+  double best_excess = 0.0;
+  for (int minus = 1; minus <= kLargestRowWeight && minus * n_minus <= kLargestRowWord; ++minus) {
+    int plus = std::max(1, static_cast<int>(minus * ratio));
+    while (plus < minus * ratio) {  // the smallest integer that is not below
+      ++plus;
+    }
+    const double excess = plus / (minus * ratio);
+    if (plus <= kLargestRowWeight && plus * n_plus <= kLargestRowWord && (!found || excess < best_excess)) {
+      best.plus = plus;
+      best.minus = minus;
+      best_excess = excess;
+      found = true;
+    }
+  }
+  return found ? std::optional(best) : std::nullopt;
+}
+
+SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments,
+                       RowWeights weights)
+    : weights_(weights), n_folds_(static_cast<size_t>(segments.n_folds)), n_pairs_(n_folds_) {
+  lay_out(segments);
+  const auto snps = static_cast<size_t>(problem.n_snps);
+  const size_t n_blocks = (snps + kRowLanes - 1) / kRowLanes;
+  last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
+  if (weights_.form == RowValues::kBytes) {
+    last_bytes_.assign(n_blocks * n_folds_ * 2 * kRowLanes, 0);
+  }
+  complete_.assign(n_blocks, 1);
+  for (size_t b = 0; b < n_blocks; ++b) {
+    for (size_t snp = b * kRowLanes; snp < std::min(snps, (b + 1) * kRowLanes); ++snp) {
+      complete_[b] = complete_[b] != 0 && !planes.snp_missing(static_cast<int>(snp)) ? 1 : 0;
+    }
+    if (complete_[b] != 0) {
+      fill_values(planes, snps, b);
+    }
+  }
+  rows_.assign(n_blocks * n_samples_ * kSampleBytes, 0);
+  fill_rows(problem, segments);
+}
+
+void SampleRows::lay_out(const Segments& segments) {
+  const size_t last = 2 * n_folds_;
+  if (!segments.samples[last].empty() || !segments.samples[last + 1].empty()) {
+    ++n_pairs_;
+  }
+  constexpr size_t kStep = 8;
+  constexpr size_t kEvenPiece = 184;  // rounding to whole steps adds up to a step to either class
+  static_assert(kEvenPiece + 2 * kStep < kPieceSamples);
+  for (size_t pair = 0; pair < n_pairs_; ++pair) {
+    const size_t controls = segments.samples[2 * pair].size();
+    const size_t cases = segments.samples[2 * pair + 1].size();
+    // One place is that of the sample whose rows have no bits. Larger pairs are cut into pieces of even size.
+    const size_t n = controls + cases < kPieceSamples ? 1 : (controls + cases) / kEvenPiece + 1;
+    const auto border = [&](size_t of, size_t piece) {
+      return piece == n ? of : of * piece / n / kStep * kStep;
+    };
+    for (size_t piece = 0; piece < n; ++piece) {
+      pieces_.push_back({static_cast<uint32_t>(n_samples_), static_cast<uint32_t>(pair), piece == 0});
+      size_t place = 0;
+      for (size_t label = 0; label < 2; ++label) {
+        const size_t segment = 2 * pair + label;
+        const size_t first = border(segments.samples[segment].size(), piece);
+        const size_t end = border(segments.samples[segment].size(), piece + 1);
+        const size_t first_byte =
+            static_cast<size_t>(segments.first_word[segment]) * sizeof(uint64_t) + first / 8;
+        parts_.push_back({static_cast<uint32_t>(first_byte), static_cast<uint16_t>(end - first),
+                          static_cast<uint16_t>(place)});
+        place += end - first;
+      }
+      n_samples_ += place + 1;
+    }
+  }
+}
+
+void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
+  const size_t words = (static_cast<size_t>(problem.n_snps) + kGenotypesPerWord - 1) / kGenotypesPerWord;
+  const size_t words_of_row = kRowLanes / kGenotypesPerWord;
+  for (size_t p = 0; p < parts_.size(); ++p) {
+    const RowPart& part = parts_[p];
+    const size_t segment = 2 * pieces_[p / 2].pair + p % 2;
+    const bool minus = (segment % 2 == 1) != weights_.cases_plus;
+    const size_t first =
+        8 * (part.first_byte - static_cast<size_t>(segments.first_word[segment]) * sizeof(uint64_t));
+    for (size_t i = 0; i < part.n; ++i) {
+      const uint32_t* packed = problem.row(static_cast<size_t>(segments.samples[segment][first + i]));
+      const size_t sample = pieces_[p / 2].first_sample + part.first_place + i;
+      for (size_t w = 0; w < words; ++w) {
+        const size_t b = w / words_of_row;
+        uint8_t* row = rows_.data() + (b * n_samples_ + sample) * kSampleBytes +
+                       row_bit(w % words_of_row * kGenotypesPerWord) / 8;
+        for (size_t g = 0; g < 2; ++g) {
+          const uint16_t bits = even_bits(packed[w] >> g);
+          const auto kept = static_cast<uint16_t>(minus ? ~bits : bits);
+          std::memcpy(row + g * kRowBytes, &kept, sizeof(kept));
+        }
+      }
+    }
+  }
+}
+
+void SampleRows::fill_values(const LanePlanes& planes, size_t n_snps, size_t b) {
+  int16_t* words = last_words_.data() + b * words_of_block() * kRowLanes;
+  uint8_t* bytes = last_bytes_.data() + b * n_folds_ * 2 * kRowLanes;
+  const size_t pairs_in_planes = n_folds_ + 1;
+  std::vector<int32_t> value(pairs_in_planes);
+  for (size_t snp = b * kRowLanes; snp < std::min(n_snps, (b + 1) * kRowLanes); ++snp) {
+    const size_t lane = snp % kRowLanes;
+    const size_t group = lane / kGroupLanes;
+    const size_t half = word_in_group(lane) / (kGroupLanes / 2);
+    const size_t word = word_in_group(lane) % (kGroupLanes / 2);
+    const uint32_t* counts = planes.marginals(snp / kLanes) + snp % kLanes;
+    for (size_t g = 0; g < 2; ++g) {
+      int32_t total = 0;
+      for (size_t pair = 0; pair < pairs_in_planes; ++pair) {
+        const uint32_t both = counts[((1 + g) * pairs_in_planes + pair) * kLanes];
+        value[pair] = weights_.value(static_cast<int32_t>(both >> 16), static_cast<int32_t>(both & 0xffffu));
+        total += value[pair];
+      }
+      if (weights_.form == RowValues::kBytes) {
+        words[((2 * group + half) * 2 + g) * (kGroupLanes / 2) + word] = static_cast<int16_t>(total);
+        for (size_t f = 0; f < n_folds_; ++f) {
+          bytes[((group * n_folds_ + f) * 2 + g) * kGroupLanes + lane % kGroupLanes] =
+              static_cast<uint8_t>(value[f] + 128);
+        }
+      } else {
+        for (size_t f = 0; f < n_folds_; ++f) {
+          words[(((2 * group + half) * n_folds_ + f) * 2 + g) * (kGroupLanes / 2) + word] =
+              static_cast<int16_t>(total - value[f]);
+        }
+      }
+    }
+  }
+}

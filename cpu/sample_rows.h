@@ -1,0 +1,74 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// What the row filter reads of the last SNPs: bit rows of genotypes 1 and 2 with 512 SNPs side by side, one
+// row per sample and genotype; the weights of cases and controls; and the SNPs' own values.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "cpu/aligned_vector.h"
+#include "cpu/lane_planes.h"
+#include "cpu/row_filter.h"
+#include "device/segments.h"
+
+// How the filter sees the classes; see row_filter.h.
+struct RowWeights {
+  RowValues form = RowValues::kWords;
+  bool cases_plus = true;  // the plus class
+  int plus = 1;
+  int minus = 1;
+
+  int32_t value(int32_t cases, int32_t controls) const {
+    return cases_plus ? plus * cases - minus * controls : plus * controls - minus * cases;
+  }
+};
+
+// Weights for training samples of these numbers, [folds], in samples of the classes laid out in segments:
+// both 1 where that is near enough, else the closest from above that keep all sums in 16 bits. equal: the
+// measure itself weighs both classes alike, cases plus. None where there are none, or a fold lacks a class.
+std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases,
+                                      const std::vector<int32_t>& training_controls, const Segments& segments,
+                                      bool equal);
+
+class SampleRows {
+ public:
+  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights);
+
+  RowWeights weights() const { return weights_; }
+
+  // Pairs of segments that have samples of the search: all folds', and that of no fold where it is not empty.
+  size_t n_pairs() const { return n_pairs_; }
+
+  const std::vector<RowPiece>& pieces() const { return pieces_; }
+
+  // The samples of piece p: controls ([2 p]), then cases ([2 p + 1]), then one whose rows have no bits. Bytes
+  // are those of a plane of whole words for each segment.
+  const std::vector<RowPart>& parts() const { return parts_; }
+
+  // Of SNPs b * kRowLanes .. b * kRowLanes + 511: rows, and their own values; see RowFilterInput.
+  const uint8_t* block(size_t b) const { return rows_.data() + b * n_samples_ * kSampleBytes; }
+  const uint8_t* last_bytes(size_t b) const { return last_bytes_.data() + b * n_folds_ * 2 * kRowLanes; }
+  const int16_t* last_words(size_t b) const { return last_words_.data() + b * words_of_block() * kRowLanes; }
+
+  // Whether no listed sample lacks a genotype at any SNP of the block.
+  bool complete(size_t b) const { return complete_[b] != 0; }
+
+ private:
+  size_t words_of_block() const { return weights_.form == RowValues::kBytes ? 2 : 2 * n_folds_; }
+  void lay_out(const Segments& segments);
+  void fill_rows(const Problem& problem, const Segments& segments);
+  void fill_values(const LanePlanes& planes, size_t n_snps, size_t b);
+
+  RowWeights weights_;
+  size_t n_folds_;
+  size_t n_pairs_;
+  size_t n_samples_ = 0;  // with those whose rows have no bits
+  std::vector<RowPiece> pieces_;
+  std::vector<RowPart> parts_;
+  AlignedVector<uint8_t> rows_;
+  AlignedVector<uint8_t> last_bytes_;
+  AlignedVector<int16_t> last_words_;
+  std::vector<uint8_t> complete_;
+};
