@@ -332,6 +332,23 @@ TEST(DoublePrecisionNullModel, EqualsGlmOfR) {
   }
 }
 
+// The weights of a separated genotype's samples vanish, its column does not.
+TEST(Fits, CountTheColumnsOfASeparatedGenotype) {
+  RegressionData data;
+  for (int i = 0; i < 200; ++i) {
+    const bool is_case = i % 2 == 0;
+    data.genotypes.push_back({i % 3 == 2 && !is_case ? 0 : i % 3});
+    data.phenotypes.push_back(is_case ? 1.0f : 0.0f);
+  }
+  data.finish(0);
+  for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+    const ItemFit fit =
+        fit_all(data.problem, rules_of(RegressionModel::kLogistic, precision), {0}, sets_here().back())[0];
+    EXPECT_GT(fit.coefficients[2], 10.0);
+    EXPECT_EQ(fit.rank, 3);
+  }
+}
+
 // SNP 0 separates cases from controls: the estimates run away, and the fit says so.
 TEST(PerfectSeparation, EndsWithoutConvergenceAtADevianceNearZero) {
   std::mt19937 random(15);
