@@ -165,11 +165,14 @@ TEST(Refusals, ATransposedFileOfARegression) {
   const GenotypeData data = balanced_data(40, 6);
   const CliFolder folder(data);
   folder.write("t.dat", transposed_file(data));
-  const RunResult run = folder.run({"--regression", "logistic", "--thread", "8", "--block", "2", "--in",
-                                    "t.dat", "--out", "r.csv", "--transpose", "1"});
-  EXPECT_TRUE(contains(run.out, "Cannot open the text file!!")) << run.out;
-  EXPECT_GE(notices_with(run, {"t.dat"}) + notices_with(run, {"transposed"}), 1) << run.err;
-  EXPECT_FALSE(folder.exists("r.csv"));
+  for (const char* kind : {"logistic", "linear"}) {
+    const RunResult run = folder.run({"--regression", kind, "--thread", "8", "--block", "2", "--in", "t.dat",
+                                      "--out", "r.csv", "--transpose", "1"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(has_line(run.out, "Doesn't support TRANSPOSED MODE in regression")) << run.out;
+    EXPECT_FALSE(contains(run.out, "Label")) << run.out;
+    EXPECT_FALSE(folder.exists("r.csv"));
+  }
 }
 
 TEST(Refusals, RegressionOptionsOfASearch) {
@@ -201,6 +204,19 @@ TEST(Refusals, OutputsOfARegressionInPlaceOfItsInputs) {
     EXPECT_EQ(folder.run(words + outputs).status, 1) << outputs.back();
     EXPECT_EQ(read_file(folder.path("cov.txt")) + read_file(folder.path("g.dat")), before);
   }
+}
+
+TEST(Refusals, ATableInPlaceOfTheResultLeavesAnOldResultAlone) {
+  const CliFolder folder(balanced_data(40, 6));
+  const Words words = {"--regression", "logistic", "--thread", "8",     "--block", "2",
+                       "--in",         "g.dat",    "--out",    "r.csv", "--tidy"};
+  EXPECT_EQ(folder.run(words + Words{"./r.csv"}).status, 1);
+  EXPECT_FALSE(folder.exists("r.csv"));
+  folder.write("r.csv", "an old result");
+  const RunResult run = folder.run(words + Words{"./r.csv"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(notices_with(run, {"--tidy", "--out", "same"}), 1) << run.err;
+  EXPECT_EQ(read_file(folder.path("r.csv")), "an old result");
 }
 
 TEST(Refusals, AShortCovariateLine) {
