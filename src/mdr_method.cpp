@@ -148,6 +148,10 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
              g_covLines, reader.file_samples());
       return 1;
     }
+    if (reader.GetLineCount() == 0) {
+      notice("%s leaves no sample: every line lacks a covariate", g_covFileName);
+      return 1;
+    }
     drop_incomplete_covariates();
   }
   if (const std::optional<int> status = refuse_output(settings)) {

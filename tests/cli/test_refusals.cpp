@@ -219,6 +219,38 @@ TEST(Refusals, ATableInPlaceOfTheResultLeavesAnOldResultAlone) {
   EXPECT_EQ(read_file(folder.path("r.csv")), "an old result");
 }
 
+TEST(Refusals, CovariatesThatLeaveNoSample) {
+  const CliFolder folder(balanced_data(40, 6));
+  std::string text = "family\tperson\tage\n";
+  for (int i = 0; i < 40; ++i) {
+    text += "f\tp\tNA\n";
+  }
+  folder.write("cov.txt", text);
+  const RunResult run = folder.run(regression_words());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(notices_with(run, {"cov.txt", "no sample"}), 1) << run.err;
+  EXPECT_FALSE(folder.exists("r.csv"));
+}
+
+TEST(Refusals, ACovariateLineWithoutEnd) {
+  const CliFolder folder;
+  const std::string head = "family\tperson\tage\n";
+  const auto run_with = [&](const std::string& line) {
+    folder.write("cov.txt", head + line);
+    return folder.run(regression_words() + absent_data());
+  };
+  EXPECT_EQ(run_with("f\tp\t1" + std::string(65535 - 5, ' ') + "\n").status, 0);
+  EXPECT_EQ(run_with("f\tp\t1" + std::string(65535 - 5, ' ')).status, 0);
+  for (const size_t length : {65536, 65537, 200000}) {
+    for (const char* end : {"", "\n", "\nf\tp\t2\n"}) {
+      const RunResult run = run_with("f\tp\t1" + std::string(length - 5, ' ') + end);
+      EXPECT_EQ(run.status, 1) << length;
+      EXPECT_TRUE(has_line(run.out, "Covariate file cov.txt, line 2: longer than 65535 characters!"))
+          << length;
+    }
+  }
+}
+
 TEST(Refusals, AShortCovariateLine) {
   const CliFolder folder;
   const std::string head = "family\tperson\tage\tsex\nf1\tp1\t31\t1\n";
