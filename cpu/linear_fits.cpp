@@ -164,11 +164,19 @@ class LinearFits : public ItemFits {
       }
     } else {
       NormalEquations<float> equations = equations_of(shared_, sums_, input_.n_covariates, kernels_.lanes, l);
+      // What the solution leaves out has no error, and no part in those of the others.
+      const auto left_out = [&](size_t j) { return solutions_[l].covariance[j * kStride + j] == 0.0; };
+      for (size_t j = 0; j < columns_; ++j) {
+        if (left_out(j)) {
+          leave_out(&equations, static_cast<int>(columns_), static_cast<int>(j));
+        }
+      }
       Matrix<float> covariance{};
       int rank = 0;
       information_inverse<kStride>(equations.products, static_cast<int>(columns_), covariance.data(), &rank);
       for (size_t j = 0; j < columns_; ++j) {
-        fit->standard_errors[j] = static_cast<double>(std::sqrt(covariance[j * kStride + j] * variance));
+        fit->standard_errors[j] =
+            left_out(j) ? 0.0 : static_cast<double>(std::sqrt(covariance[j * kStride + j] * variance));
       }
     }
   }

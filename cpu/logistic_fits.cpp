@@ -36,7 +36,7 @@ struct Lane {
   FitState state = FitState::kFitted;
   bool converged = false;
   int iterations = 0;
-  int rank = 0;
+  int rank = 0;  // of the first pass: later weights can vanish, the columns stay what they are
   T last_step = 0;
   Matrix<T> covariance{};  // of the last pass
 };
@@ -121,15 +121,18 @@ class LogisticFits : public ItemFits {
     kernels_.invert(information_.data(), columns_, inverse_.data(), measures_.data());
     for (size_t l = 0; l < kernels_.lanes; ++l) {
       if (lanes_[l].active) {
-        lanes_[l].rank = static_cast<int>(columns_);
+        auto rank = static_cast<int>(columns_);
         if (!(measures_[l] < elimination_limit(T()))) {
-          decompose(l, otherwise);
+          decompose(l, otherwise, &rank);
+        }
+        if (lanes_[l].iterations == 0) {
+          lanes_[l].rank = rank;
         }
       }
     }
   }
 
-  void decompose(size_t l, FitState otherwise) {
+  void decompose(size_t l, FitState otherwise, int* rank) {
     Matrix<T> information{};
     Matrix<T> covariance{};
     for (size_t j = 0; j < columns_; ++j) {
@@ -139,7 +142,7 @@ class LogisticFits : public ItemFits {
     }
     Lane<T>& lane = lanes_[l];
     if (!information_inverse<kStride>(information.data(), static_cast<int>(columns_), covariance.data(),
-                                      &lane.rank)) {
+                                      rank)) {
       lane.state = otherwise;
       lane.active = false;
       return;

@@ -136,9 +136,15 @@ struct DistinctFit {
   }
 
   TAVO_HOST_DEVICE_MEMBER void phase_invert(int thread) {
-    if (thread == 0 &&
-        !information_inverse<kFitStride>(shared.information, columns, shared.covariance, &shared.rank)) {
+    if (thread != 0) {
+      return;
+    }
+    int rank = 0;
+    if (!information_inverse<kFitStride>(shared.information, columns, shared.covariance, &rank)) {
       shared.state = no_pass ? FitState::kUnwritten : FitState::kFailed;
+    }
+    if (shared.iterations == 0) {
+      shared.rank = rank;
     }
   }
 

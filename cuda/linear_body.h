@@ -114,11 +114,19 @@ TAVO_HOST_DEVICE void fit_linear(const LinearArguments<T>& arguments, uint64_t t
   } else {
     NormalEquations<float> equations = *arguments.shared;
     add_dummies(arguments.samples, item, &equations);
+    // What the solution leaves out has no error, and no part in those of the others.
+    const auto left_out = [&](int j) { return covariance[j * kFitStride + j] == 0.0; };
+    for (int j = 0; j < columns; ++j) {
+      if (left_out(j)) {
+        leave_out(&equations, columns, j);
+      }
+    }
     float inverse[kFitStride * kFitStride] = {};
     int rank = 0;
     information_inverse<kFitStride>(equations.products, columns, inverse, &rank);
     for (int j = 0; j < columns; ++j) {
-      fit.standard_errors[j] = (double)svd_detail::root_of(inverse[j * kFitStride + j] * variance);
+      fit.standard_errors[j] =
+          left_out(j) ? 0.0 : (double)svd_detail::root_of(inverse[j * kFitStride + j] * variance);
     }
   }
   arguments.stat[t] = fit;

@@ -51,9 +51,13 @@ TAVO_HOST_DEVICE void fit_logistic(const LogisticArguments<T>& arguments, uint64
     T step[kFitStride] = {};
     T gradient[kFitStride] = {};
     sum_information<T, Order, Most>(samples, item, coefficients, information, gradient);
-    if (!information_inverse<kFitStride>(information, columns, covariance, &fit.rank)) {
+    int rank = 0;
+    if (!information_inverse<kFitStride>(information, columns, covariance, &rank)) {
       fit.state = no_pass ? FitState::kUnwritten : FitState::kFailed;
       break;
+    }
+    if (fit.iterations == 0) {
+      fit.rank = rank;
     }
     if (no_pass) {
       break;

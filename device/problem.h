@@ -88,7 +88,7 @@ struct ItemFit {
   FitState state = FitState::kFitted;  // nothing below holds otherwise
   bool converged = false;              // logistic
   int iterations = 0;
-  int rank = 0;            // columns less those that depend on others
+  int rank = 0;            // columns less those that depend on others (logistic: at coefficients of 0)
   double last_step = 0.0;  // sum of the absolute Newton steps of the last pass
   double deviance = 0.0;   // logistic: -2 log likelihood; linear: residual sum of squares
   double coefficients[kMaxModelColumns] = {};

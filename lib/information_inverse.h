@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// Inverses of information matrices and normal equations: by elimination where that is good, else by singular
-// value decomposition, which leaves out columns that depend on others.
+// Inverses of information matrices and normal equations: by elimination where that is good, else leaving out
+// what depends on others: in single precision the directions of vanishing singular values, in double
+// precision columns.
 #pragma once
 
 #include "lib/precise_inverse.h"
@@ -9,8 +10,8 @@
 #include "lib/sweep_inverse.h"
 
 // inverse = generalised inverse of the symmetric matrix [n][Stride] with a diagonal >= 0; matrix is
-// destroyed. *rank: columns less those whose singular values count as 0. False when the decomposition gave
-// up.
+// destroyed. *rank: columns less what is left out. False when the decomposition gave up, or an entry is no
+// number.
 template <int Stride>
 TAVO_HOST_DEVICE bool information_inverse(float* matrix, int n, float* inverse, int* rank) {
   const size_t columns = (size_t)n;

@@ -40,6 +40,14 @@ TAVO_HOST_DEVICE void put_dummy_sums(NormalEquations<T>* equations, int n_covari
   }
 }
 
+// Leaves column j out of the products.
+template <typename T>
+TAVO_HOST_DEVICE void leave_out(NormalEquations<T>* equations, int columns, int j) {
+  for (int k = 0; k < columns; ++k) {
+    equations->products[j * kNormalStride + k] = equations->products[k * kNormalStride + j] = T(0);
+  }
+}
+
 // The part of the normal equations that all SNPs share: intercept, covariates [n_samples][n_covariates] and
 // responses. In single precision plain sums in file order; in double precision Wide is long double.
 template <typename Wide, typename T>

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The inverse of information matrices in double precision.
+// The inverse of information matrices and normal equations in double precision, where columns may depend on
+// others.
 #pragma once
 
 #include "lib/svd.h"
+#include "lib/sweep_inverse.h"
 
-// Singular values of an information matrix, scaled to a diagonal of ones, that count as 0, relative to the
-// largest: those of columns that depend on others.
+// A column depends on those before it when they leave less than this of its square.
 constexpr double kPreciseCutOff = 1e-13;
 
 // matrix[j][k] *= scale[j] * scale[k].
@@ -20,7 +21,9 @@ TAVO_HOST_DEVICE void scale_both_sides(double* matrix, int n, const double* scal
 }
 
 // inverse = generalised inverse of the symmetric matrix [n][Stride] with a diagonal >= 0; matrix is
-// destroyed. *rank: columns less those that depend on others. False when its decomposition gives up.
+// destroyed. A column that depends on those before it is left out: its row and column are 0, so it has no
+// estimate and the others have those of the model without it. *rank: columns kept. False when an entry is no
+// number.
 template <int Stride>
 TAVO_HOST_DEVICE bool scaled_inverse(double* matrix, int n, double* inverse, int* rank) {
   double scale[Stride];
@@ -29,8 +32,30 @@ TAVO_HOST_DEVICE bool scaled_inverse(double* matrix, int n, double* inverse, int
     scale[j] = diagonal > 0.0 ? 1.0 / svd_detail::root_of(diagonal) : 0.0;
   }
   scale_both_sides<Stride>(matrix, n, scale);
-  if (svd_inverse<double, Stride>(matrix, n, inverse, kPreciseCutOff, rank) == 0) {
-    return false;
+  for (int j = 0; j < n; ++j) {
+    for (int k = 0; k < n; ++k) {
+      inverse[j * Stride + k] = matrix[j * Stride + k];
+    }
+  }
+  bool kept[Stride];
+  *rank = 0;
+  for (int p = 0; p < n; ++p) {
+    const double left = inverse[p * Stride + p];
+    if (left != left) {
+      return false;
+    }
+    kept[p] = left > kPreciseCutOff;
+    if (kept[p]) {
+      ++*rank;
+      sweep_pivot(inverse, (size_t)p, (size_t)n, (size_t)Stride);
+    }
+  }
+  for (int j = 0; j < n; ++j) {
+    for (int k = 0; k < n; ++k) {
+      if (!kept[j] || !kept[k]) {
+        inverse[j * Stride + k] = 0.0;
+      }
+    }
   }
   scale_both_sides<Stride>(inverse, n, scale);
   return true;

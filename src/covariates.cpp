@@ -2,6 +2,7 @@
 #include "src/covariates.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -57,11 +58,27 @@ bool read_header(const char* path, const std::string& line) {
   return true;
 }
 
-// Where a value that is no number first stood, for one notice.
+// Reads a line, without its line feed. False at the end of the file, and with *too_long when the line has
+// more than kLongestLine characters, which are not read.
+bool read_line(std::istream& file, std::vector<char>* buffer, std::string* line, bool* too_long) {
+  buffer->resize(kLongestLine + 2);
+  file.getline(buffer->data(), static_cast<std::streamsize>(buffer->size()));
+  const auto extracted = static_cast<size_t>(file.gcount());
+  if (file.fail() && !(file.eof() && extracted > 0)) {
+    *too_long = extracted > kLongestLine;
+    return false;
+  }
+  line->assign(buffer->data(), file.eof() ? extracted : extracted - 1);
+  *too_long = line->size() > kLongestLine;
+  return !*too_long;
+}
+
+// Where a value that is no finite number first stood, for one notice.
 struct FirstOddValue {
   size_t line = 0;
   size_t field = 0;
   std::string text;
+  float value = 0.0f;  // what it counts as
 };
 
 // Reads the covariates of data line i into its place. False on a line with too few fields.
@@ -82,9 +99,11 @@ bool read_values(const char* path, size_t i, const std::string& line, FirstOddVa
     }
     const std::string text(fields[field]);
     char* end = nullptr;
-    g_covValues[i * covariates + j] = static_cast<float>(std::strtod(text.c_str(), &end));
-    if (odd->line == 0 && (end == text.c_str() || end[std::strspn(end, " \r")] != '\0')) {
-      *odd = {i + 2, field + 1, text};
+    float& value = g_covValues[i * covariates + j];
+    value = static_cast<float>(std::strtod(text.c_str(), &end));
+    const bool whole = end != text.c_str() && end + std::strspn(end, " \r") == text.c_str() + text.size();
+    if (odd->line == 0 && !(whole && std::isfinite(value))) {
+      *odd = {i + 2, field + 1, text, value};
     }
   }
   return true;
@@ -100,13 +119,15 @@ bool read_covariates(const char* path) {
   }
   std::string line;
   std::vector<std::string> lines;
-  while (std::getline(file, line)) {
-    if (line.size() > kLongestLine) {
-      std::printf("Covariate file %s, line %zu: longer than %zu characters!\n", path, lines.size() + 1,
-                  kLongestLine);
-      return false;
-    }
+  std::vector<char> buffer;
+  bool too_long = false;
+  while (read_line(file, &buffer, &line, &too_long)) {
     lines.push_back(line);
+  }
+  if (too_long) {
+    std::printf("Covariate file %s, line %zu: longer than %zu characters!\n", path, lines.size() + 1,
+                kLongestLine);
+    return false;
   }
   if (lines.empty()) {
     std::printf("Covariate file %s is empty, expected a header line!\n", path);
@@ -132,8 +153,11 @@ bool read_covariates(const char* path) {
     return false;
   }
   if (odd.line != 0) {
-    notice("%s, line %zu, field %zu: `%s` is no number and counts as what it begins with, or 0", path,
-           odd.line, odd.field, odd.text.c_str());
+    notice("%s, line %zu, field %zu: `%.60s` is no finite number and counts as %g (a missing value is NA)",
+           path, odd.line, odd.field, odd.text.c_str(), static_cast<double>(odd.value));
+  }
+  if (g_covCnt == 0) {
+    notice("%s, line 1: no covariate follows the two identifiers; fields are separated by tabs", path);
   }
   std::printf("Covarite file [%zu entries, %d covarites] read complete\n", complete, g_covCnt);
   return true;

@@ -21,6 +21,15 @@ bool same_file(const std::string& a, const std::string& b) {
   return std::filesystem::equivalent(a, b, unknown);
 }
 
+// Whether both paths lead to one file, that may not exist yet.
+bool same_place(const std::string& a, const std::string& b) {
+  const auto place = [](const std::string& path) {
+    std::error_code unknown;
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path, unknown), unknown);
+  };
+  return same_file(a, b) || place(a) == place(b);
+}
+
 // Whether the result file may and can be created: not in place of an input, and if it is a regular file, it
 // is left there empty, so that whoever asked for the result knows before the analysis that it can be written.
 // (A pipe is not tried: whoever reads it would take the trial for the whole.) Otherwise the exit status.
@@ -32,6 +41,10 @@ std::optional<int> refuse_output(const RunSettings& settings) {
         return 1;
       }
     }
+  }
+  if (!settings.tidy.empty() && same_place(settings.tidy, settings.output)) {
+    notice("--tidy and --out name the same file");
+    return 1;
   }
   if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
     MdrWriter proof;
@@ -135,6 +148,10 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
              g_covLines, reader.file_samples());
       return 1;
     }
+    if (reader.GetLineCount() == 0) {
+      notice("%s leaves no sample: every line lacks a covariate", g_covFileName);
+      return 1;
+    }
     drop_incomplete_covariates();
   }
   if (const std::optional<int> status = refuse_output(settings)) {
@@ -143,15 +160,9 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   const std::vector<std::string> names = reader.ReadHeader();
   const std::vector<std::string> covariate_names(g_covLabel, g_covLabel + g_covCnt);
   TidyRegression tidy(regression_rules(settings), reader.GetLineCount(), names, covariate_names);
-  if (!settings.tidy.empty()) {
-    if (same_file(settings.tidy, settings.output)) {
-      notice("--tidy and --out name the same file");
-      return 1;
-    }
-    if (!tidy.open(settings.tidy)) {
-      notice("cannot create the tidy file %s", settings.tidy.c_str());
-      return 1;
-    }
+  if (!settings.tidy.empty() && !tidy.open(settings.tidy)) {
+    notice("cannot create the tidy file %s", settings.tidy.c_str());
+    return 1;
   }
   const RunClock clock;
   const bool linear = g_regression == kLinearRegression;

@@ -72,9 +72,13 @@ std::optional<int> check_ranges(const RunArguments& arguments) {
   return std::nullopt;
 }
 
-// A regression has one or two SNPs, by the first character of the order's value, and at most as many
-// covariates as its model has columns left.
+// A regression reads the normal layout, has one or two SNPs, by the first character of the order's value, and
+// at most as many covariates as its model has columns left.
 std::optional<int> check_regression(const RunArguments& arguments) {
+  if (g_transpose != 0) {
+    std::puts("Doesn't support TRANSPOSED MODE in regression");
+    return 1;
+  }
   const char* order = typed_value(g_combOrder, "1");
   const bool matches = g_combOrder == -1 || arguments.min_order == order[0] - '0';
   if (!matches || (order[0] != '1' && order[0] != '2')) {

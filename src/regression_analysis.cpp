@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The regression run: the null model, the fits, the top list of a logistic run and the lines of a linear one.
+#include <cmath>
 #include <cstdio>
 
 #include "lib/regression.h"
@@ -37,8 +38,19 @@ void say_what_is_odd(const Problem& problem, const RegressionRules& rules, const
   if (problem.n_samples < columns) {
     notice("%d samples are fewer than the %d columns of the model", problem.n_samples, columns);
   }
-  if (rules.model != RegressionModel::kLinear) {
-    int others = 0;
+  int others = 0;
+  if (rules.model == RegressionModel::kLinear) {
+    // A class, an integer, is read as a number close to 0.
+    for (int i = 0; i < problem.n_samples; ++i) {
+      others += problem.phenotypes[i] != 0.0f && !std::isnormal(problem.phenotypes[i]) ? 1 : 0;
+    }
+    if (others > 0) {
+      notice(
+          "%d of %d samples have a phenotype that is not finite or below 1.2e-38: does the file hold "
+          "classes?",
+          others, problem.n_samples);
+    }
+  } else {
     for (int i = 0; i < problem.n_samples; ++i) {
       others += problem.phenotypes[i] != 0.0f && problem.phenotypes[i] != 1.0f ? 1 : 0;
     }
@@ -50,11 +62,13 @@ void say_what_is_odd(const Problem& problem, const RegressionRules& rules, const
       notice("the covariates-only model could not be fitted: there is nothing to compare models with");
     }
   }
-  if (rules.precision == Precision::kSingle &&
-      (problem.n_samples > kManySamples || null_model.rank < problem.n_covariates + 1)) {
+  // Without a rank there is no covariates-only model, for another reason than precision.
+  const bool lost_columns = null_model.rank > 0 && null_model.rank < problem.n_covariates + 1;
+  if (rules.precision == Precision::kSingle && (problem.n_samples > kManySamples || lost_columns)) {
     notice("in single precision %s; --precision double does not have this limit",
-           null_model.rank < problem.n_covariates + 1
-               ? "a covariate is left out of the fits, for its scale or because it depends on others"
+           lost_columns
+               ? "columns, maybe the SNPs', are left out of the fits, for the scale of a covariate or "
+                 "because one depends on others: estimates and p-values can be meaningless"
                : "statistics over this many samples lose digits (docs/numerics.md)");
   }
 }

@@ -39,6 +39,13 @@ double coefficient_p_value(double statistic, bool linear, double residual_df) {
   return std::erfc(std::fabs(statistic) / std::sqrt(2.0));
 }
 
+// Whether a column has an estimate of its own. The standard error of an intercept or dummy in a logistic
+// model is at least 2 / sqrt(samples), for a sample adds at most 1/4 to the information; single precision
+// leaves less where it has cut the column's direction off.
+bool has_estimate(double se, bool logistic_dummy, int n_samples) {
+  return se > 0.0 && !(logistic_dummy && se < 1.9 / std::sqrt(n_samples));
+}
+
 // Builds a row cell by cell.
 class Row {
  public:
@@ -145,9 +152,9 @@ void TidyRegression::write_row(const FittedItem& item, const NullModel& null_mod
     row.add(fitted && df > 0 ? chi_square_upper_tail(statistic, df) : none);
   }
   for (size_t j = 0; j < columns; ++j) {
-    // A column that depends on others has no variance of its own, and no estimate.
     const double se = fit.standard_errors[j];
-    const bool estimated = fitted && se > 0.0;
+    const bool dummy = j + covariate_names_.size() < columns;
+    const bool estimated = fitted && has_estimate(se, dummy && !linear, n_samples_);
     const double statistic = fit.coefficients[j] / se;
     row.add(estimated ? fit.coefficients[j] : none);
     row.add(estimated ? se : none);

@@ -312,18 +312,5 @@ TEST(TransposedLayout, RefusesScores) {
   EXPECT_FALSE(contains(run.out, "## tavo complete"));
 }
 
-TEST(TransposedLayout, RefusesRegressions) {
-  const CliFolder folder;
-  folder.write("t.dat", transposed_file(balanced_data(40, 6)));
-  for (const char* kind : {"logistic", "linear"}) {
-    const RunResult run = folder.run({"--in", "t.dat", "--out", "r.csv", "--regression", kind, "--transpose",
-                                      "1", "--thread", "8", "--block", "2", "--gpu", "2", "--device", "cpu"});
-    EXPECT_EQ(run.status, 0) << run.out << run.err;
-    EXPECT_TRUE(run.out.ends_with("Cannot open the text file!!" + kClosingLines)) << run.out;
-    EXPECT_EQ(notices_with(run, {"t.dat"}), 1) << run.err;
-    EXPECT_FALSE(folder.exists("r.csv"));
-  }
-}
-
 }  // namespace
 }  // namespace tavo_test

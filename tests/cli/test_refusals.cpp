@@ -165,11 +165,14 @@ TEST(Refusals, ATransposedFileOfARegression) {
   const GenotypeData data = balanced_data(40, 6);
   const CliFolder folder(data);
   folder.write("t.dat", transposed_file(data));
-  const RunResult run = folder.run({"--regression", "logistic", "--thread", "8", "--block", "2", "--in",
-                                    "t.dat", "--out", "r.csv", "--transpose", "1"});
-  EXPECT_TRUE(contains(run.out, "Cannot open the text file!!")) << run.out;
-  EXPECT_GE(notices_with(run, {"t.dat"}) + notices_with(run, {"transposed"}), 1) << run.err;
-  EXPECT_FALSE(folder.exists("r.csv"));
+  for (const char* kind : {"logistic", "linear"}) {
+    const RunResult run = folder.run({"--regression", kind, "--thread", "8", "--block", "2", "--in", "t.dat",
+                                      "--out", "r.csv", "--transpose", "1"});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(has_line(run.out, "Doesn't support TRANSPOSED MODE in regression")) << run.out;
+    EXPECT_FALSE(contains(run.out, "Label")) << run.out;
+    EXPECT_FALSE(folder.exists("r.csv"));
+  }
 }
 
 TEST(Refusals, RegressionOptionsOfASearch) {
@@ -200,6 +203,51 @@ TEST(Refusals, OutputsOfARegressionInPlaceOfItsInputs) {
     const std::string before = read_file(folder.path("cov.txt")) + read_file(folder.path("g.dat"));
     EXPECT_EQ(folder.run(words + outputs).status, 1) << outputs.back();
     EXPECT_EQ(read_file(folder.path("cov.txt")) + read_file(folder.path("g.dat")), before);
+  }
+}
+
+TEST(Refusals, ATableInPlaceOfTheResultLeavesAnOldResultAlone) {
+  const CliFolder folder(balanced_data(40, 6));
+  const Words words = {"--regression", "logistic", "--thread", "8",     "--block", "2",
+                       "--in",         "g.dat",    "--out",    "r.csv", "--tidy"};
+  EXPECT_EQ(folder.run(words + Words{"./r.csv"}).status, 1);
+  EXPECT_FALSE(folder.exists("r.csv"));
+  folder.write("r.csv", "an old result");
+  const RunResult run = folder.run(words + Words{"./r.csv"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(notices_with(run, {"--tidy", "--out", "same"}), 1) << run.err;
+  EXPECT_EQ(read_file(folder.path("r.csv")), "an old result");
+}
+
+TEST(Refusals, CovariatesThatLeaveNoSample) {
+  const CliFolder folder(balanced_data(40, 6));
+  std::string text = "family\tperson\tage\n";
+  for (int i = 0; i < 40; ++i) {
+    text += "f\tp\tNA\n";
+  }
+  folder.write("cov.txt", text);
+  const RunResult run = folder.run(regression_words());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(notices_with(run, {"cov.txt", "no sample"}), 1) << run.err;
+  EXPECT_FALSE(folder.exists("r.csv"));
+}
+
+TEST(Refusals, ACovariateLineWithoutEnd) {
+  const CliFolder folder;
+  const std::string head = "family\tperson\tage\n";
+  const auto run_with = [&](const std::string& line) {
+    folder.write("cov.txt", head + line);
+    return folder.run(regression_words() + absent_data());
+  };
+  EXPECT_EQ(run_with("f\tp\t1" + std::string(65535 - 5, ' ') + "\n").status, 0);
+  EXPECT_EQ(run_with("f\tp\t1" + std::string(65535 - 5, ' ')).status, 0);
+  for (const size_t length : {65536, 65537, 200000}) {
+    for (const char* end : {"", "\n", "\nf\tp\t2\n"}) {
+      const RunResult run = run_with("f\tp\t1" + std::string(length - 5, ' ') + end);
+      EXPECT_EQ(run.status, 1) << length;
+      EXPECT_TRUE(has_line(run.out, "Covariate file cov.txt, line 2: longer than 65535 characters!"))
+          << length;
+    }
   }
 }
 

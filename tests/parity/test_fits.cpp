@@ -332,6 +332,67 @@ TEST(DoublePrecisionNullModel, EqualsGlmOfR) {
   }
 }
 
+// Everyone carries SNP 0, so its dummies add up to the intercept; SNP 1 has the same heterozygotes and no
+// homozygotes. R leaves the homozygotes of both out, which makes the models one.
+TEST(Fits, LeaveOutAColumnThatThoseBeforeItDetermine) {
+  std::mt19937 random(17);
+  for (const RegressionModel model : {RegressionModel::kLogistic, RegressionModel::kLinear}) {
+    for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+      if (model == RegressionModel::kLogistic && precision == Precision::kSingle) {
+        continue;  // shares the effect among the columns
+      }
+      for (const int n_covariates : {0, 1, 3}) {
+        RegressionData data;
+        make_random(random, 200, 2, n_covariates, 0.0, model == RegressionModel::kLinear, &data);
+        for (std::vector<int>& row : data.genotypes) {
+          row[0] = row[0] == 0 ? 2 : 1;
+          row[1] = row[0] == 1 ? 1 : 0;
+        }
+        for (size_t i = 0; n_covariates == 3 && i < data.genotypes.size(); ++i) {
+          data.covariates[3 * i + 1] = 2.0f * data.covariates[3 * i] + 1.0f;  // twice the same
+        }
+        data.finish(n_covariates);
+        const std::vector<ItemFit> fits =
+            fit_all(data.problem, rules_of(model, precision), {0, 1}, sets_here().back());
+        const int independent = n_covariates == 3 ? 4 : 2 + n_covariates;
+        for (const ItemFit& fit : fits) {
+          ASSERT_EQ(fit.state, FitState::kFitted);
+          EXPECT_EQ(fit.rank, independent);
+          EXPECT_EQ(fit.coefficients[2], 0.0);
+          EXPECT_EQ(fit.standard_errors[2], 0.0);
+          if (n_covariates == 3) {
+            EXPECT_EQ(fit.coefficients[4], 0.0);
+            EXPECT_EQ(fit.standard_errors[4], 0.0);
+          }
+        }
+        const double tolerance = precision == Precision::kDouble ? 1e-8 : 1e-4;
+        for (int j = 0; j < 3 + n_covariates; ++j) {
+          EXPECT_NEAR(fits[0].coefficients[j], fits[1].coefficients[j], tolerance) << j;
+          EXPECT_NEAR(fits[0].standard_errors[j], fits[1].standard_errors[j], tolerance) << j;
+        }
+        EXPECT_GT(fits[0].standard_errors[1], 0.0);
+      }
+    }
+  }
+}
+
+// The weights of a separated genotype's samples vanish, its column does not.
+TEST(Fits, CountTheColumnsOfASeparatedGenotype) {
+  RegressionData data;
+  for (int i = 0; i < 200; ++i) {
+    const bool is_case = i % 2 == 0;
+    data.genotypes.push_back({i % 3 == 2 && !is_case ? 0 : i % 3});
+    data.phenotypes.push_back(is_case ? 1.0f : 0.0f);
+  }
+  data.finish(0);
+  for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+    const ItemFit fit =
+        fit_all(data.problem, rules_of(RegressionModel::kLogistic, precision), {0}, sets_here().back())[0];
+    EXPECT_GT(fit.coefficients[2], 10.0);
+    EXPECT_EQ(fit.rank, 3);
+  }
+}
+
 // SNP 0 separates cases from controls: the estimates run away, and the fit says so.
 TEST(PerfectSeparation, EndsWithoutConvergenceAtADevianceNearZero) {
   std::mt19937 random(15);

@@ -77,7 +77,10 @@ ItemFit naive_logistic(const Problem& problem, const RegressionRules& rules, con
         information[j * kRow + k] = information[k * kRow + j] = sum;
       }
     }
-    return information_inverse<kRow>(information, static_cast<int>(np), covariance, &fit.rank);
+    int rank = 0;
+    const bool inverted = information_inverse<kRow>(information, static_cast<int>(np), covariance, &rank);
+    fit.rank = fit.iterations == 0 ? rank : fit.rank;
+    return inverted;
   };
   while (!fit.converged && fit.iterations < rules.iterations) {
     predict();
