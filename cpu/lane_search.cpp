@@ -28,6 +28,11 @@ bool has_bound(const ScoringRules& rules) {
   return classifies_ties && grows;
 }
 
+// Measures that depend on TP / P - FP / Q alone, P and Q being the samples that have all genotypes.
+bool shares_decide(const ScoringRules& rules) {
+  return rules.measure == kBalancedAccuracy || rules.measure == kSomersDx;
+}
+
 // Samples of both classes, in all segments and in the training set of each fold.
 struct ClassSizes {
   int32_t all[2] = {0, 0};  // controls, cases
@@ -108,7 +113,7 @@ class LaneSearch : public RangeSearch {
     }
   }
 
-  // What the row filter's sum S must reach, for combinations of complete SNPs: D <= (n / b) S with the n
+  // What the row filter's sum S must reach, slack included: D <= (n / b) S with the n
   // training samples of the plus class (1 in place of n for accuracy).
   void set_need(size_t f) {
     const LaneLimit& limit = limits_[f];
@@ -167,7 +172,7 @@ class LaneSearch : public RangeSearch {
 
   // Searches a run, or keeps it for the row filter.
   void add_run(RunOfCombinations run, std::vector<CandidateList>& lists) {
-    if (!filters_ || !complete_prefix(run)) {
+    if (!filters_ || !tile_->takes(run.comb.data())) {
       join_prefix(run);
       for (size_t b = run.first / kLanes; b * kLanes < run.end; ++b) {
         search_block(b, lanes_of(run, b * kLanes, kLanes), run, lists);
@@ -202,11 +207,11 @@ class LaneSearch : public RangeSearch {
         while (i < runs_.size() && meets(runs_[i])) {
           ++i;
         }
-        if (rows_->complete(b)) {
+        if (rows_->takes(b)) {
           tile_->filter(b, start, i, needs_.data());
         }
         for (size_t r = start; r < i; ++r) {
-          search_row_block(b, rows_->complete(b) ? tile_->passing(r) : nullptr, runs_[r], lists);
+          search_row_block(b, rows_->takes(b) ? tile_->passing(r) : nullptr, runs_[r], lists);
         }
       }
     }
@@ -375,7 +380,9 @@ std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const
   const ClassSizes sizes(segments, setup.folds.size());
   const std::optional<RowWeights> weights =
       row_weights(sizes.training_cases, sizes.training_controls, segments, setup.rules.measure == kAccuracy);
-  return weights ? std::make_unique<const SampleRows>(problem, planes, segments, *weights) : nullptr;
+  return weights ? std::make_unique<const SampleRows>(problem, planes, segments, *weights,
+                                                      shares_decide(setup.rules))
+                 : nullptr;
 }
 
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,

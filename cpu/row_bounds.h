@@ -42,13 +42,15 @@ class WordBound {
         total[cell] = add(total[cell], load(values + (pair * kCells + cell) * kHalfGroup));
       }
     }
+    const Register slack = add(words_of(prefix.slack), load(static_cast<const int16_t*>(in_.last_slacks) +
+                                                            (2 * t + h) * kHalfGroup + first_word_));
     Register passes = zero();
     for (size_t f = 0; f < in_.n_folds; ++f, last += 2 * kHalfGroup) {
       const int16_t* of_pattern = prefix.values + f * Patterns;
       const int16_t* tested = values + f * kCells * kHalfGroup;
       Register left_one = load(last);
       Register left_two = load(last + kHalfGroup);
-      Register sum = zero();
+      Register sum = slack;
       for (size_t pattern = 1; pattern < Patterns; ++pattern) {
         const size_t cell = 2 * (pattern - 1);
         const Register one = subtract(total[cell], load(tested + cell * kHalfGroup));
@@ -83,13 +85,16 @@ class ByteBound {
     Register total[kAllCells];
     const uint64_t large = totals(prefix, values, t, total);
     const uint8_t* last = in_.last_bytes + t * in_.n_folds * 2 * kGroupLanes + byte_;
+    const Register slack =
+        add_capped(bytes_of(prefix.slack > 255 ? 255 : prefix.slack),
+                   load(static_cast<const uint8_t*>(in_.last_slacks) + t * kGroupLanes + byte_));
     Register passes = zero();
     for (size_t f = 0; f < in_.n_folds; ++f, last += 2 * kGroupLanes) {
       const int16_t* of_pattern = prefix.values + f * Patterns;
       const uint8_t* tested = values + f * kCells * kGroupLanes;
       Register left_one = load(last);
       Register left_two = load(last + kGroupLanes);
-      Register sum = zero();
+      Register sum = slack;
       for (size_t pattern = 1; pattern < Patterns; ++pattern) {
         const size_t cell = 2 * (pattern - 1);
         const Register one = load(tested + cell * kGroupLanes);

@@ -16,6 +16,13 @@
 // D <= (n / b) sum max(a plus - b minus, 0). The values a plus - b minus of a cell and a pair of segments add
 // up, so the cells that are not counted follow from marginal values as counts do.
 //
+// Missing genotypes. A sample without a genotype at a SNP has no bit in its rows and no place in the lists,
+// so it ends up in one of the cells that follow by subtraction. With mp and mm plus and minus samples without
+// all genotypes of a combination, n' and m' those that have them, and TP and FP plus and minus samples in the
+// cells taken for high-risk, TP / n' - FP / m' <= (S + a mp + b mm) / (b m) for the sum S that is found: mm
+// minus samples too many make S too small by b mm at most, and 1 / n' is above 1 / n by mp / (n n'). So
+// combinations are given a mp + b mm on top, their slack, where the measure depends on these shares alone.
+//
 // Rows of the minus class hold the bits of the samples that do NOT have the genotype, so that rows of both
 // classes can be added up alike: minus samples of a list less those with the genotype.
 //
@@ -54,7 +61,9 @@ enum class RowValues {
   kBytes,  // both weights 1, every pair of segments one piece with at most 127 samples of a class
   kWords,  // a times all plus samples and b times all minus samples fit in 16 bits with sign
 };
-constexpr int kLargestRowWord = 32767;
+constexpr int kLargestRowWord = 28671;
+// Of a SNP and of a prefix: with two of these, sums still fit.
+constexpr int kLargestSlack = 2048;
 constexpr int kLargestRowByte = 127;
 // Of words: the weights multiply bytes.
 constexpr int kLargestRowWeight = 127;
@@ -81,6 +90,7 @@ struct RowPrefix {
   // Of the pattern, whatever the last SNP: bytes: [n_folds][patterns] tested, then [patterns] of all samples;
   // words: [n_folds][patterns] of training samples.
   const int16_t* values;
+  int16_t slack;
   // Groups of last SNPs that are wanted: first_group .. end_group - 1.
   size_t first_group;
   size_t end_group;
@@ -101,6 +111,9 @@ struct RowFilterInput {
   // bytes: [kRowGroups][2][2][32] of all samples; words: [kRowGroups][2][n_folds][2][32] of training samples.
   // The first 2 are the halves of a group (word_in_group), the second the genotypes.
   const int16_t* last_words;
+  // [kRowLanes] slacks of the last SNPs: bytes: in their order, at most 255; words: as last_words, without
+  // folds and genotypes.
+  const void* last_slacks;
   const int16_t* needs;  // [n_folds], at least 1: the least sum that can pass
   size_t n_folds;        // pair f holds the testing samples of fold f
   void* values;  // scratch: [n_prefixes][kRowGroups][n_pairs][2 * (n_patterns - 1)] groups of bytes or words

@@ -60,6 +60,7 @@ void RowTile::add(const int* comb, size_t first, size_t end) {
                  rows_.parts().data(), rows_.pieces().size(), rows_.weights().cases_plus,
                  prefix.samples.data(), prefix.lists.data(), counts_.data()});
   set_values(prefix);
+  prefix.slack = slack(comb);
   prefix.first_snp = first;
   prefix.end_snp = end;
 }
@@ -100,13 +101,14 @@ void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* need
     const Prefix& prefix = prefixes_[i];
     const size_t from = std::max(prefix.first_snp, start) - start;
     const size_t to = std::min(prefix.end_snp - start, kRowLanes);
-    views_[i] = {prefix.samples.data(), prefix.lists.data(), prefix.values.data(), from / kGroupLanes,
-                 (to + kGroupLanes - 1) / kGroupLanes};
+    views_[i] = {prefix.samples.data(), prefix.lists.data(),
+                 prefix.values.data(),  static_cast<int16_t>(prefix.slack),
+                 from / kGroupLanes,    (to + kGroupLanes - 1) / kGroupLanes};
   }
   const RowWeights& weights = rows_.weights();
-  kernels_.filter(
-      weights.form,
-      {rows_.block(block), rows_.pieces().data(), rows_.pieces().size(), rows_.n_pairs(), n_patterns_,
-       weights.plus, weights.minus, views_.data() + first, end - first, rows_.last_bytes(block),
-       rows_.last_words(block), needs, n_folds_, values_.data(), passing_.data() + first * kRowGroups});
+  kernels_.filter(weights.form,
+                  {rows_.block(block), rows_.pieces().data(), rows_.pieces().size(), rows_.n_pairs(),
+                   n_patterns_, weights.plus, weights.minus, views_.data() + first, end - first,
+                   rows_.last_bytes(block), rows_.last_words(block), rows_.last_slacks(block), needs,
+                   n_folds_, values_.data(), passing_.data() + first * kRowGroups});
 }

@@ -23,11 +23,13 @@ class RowTile {
   bool full() const { return n_prefixes_ == prefixes_.size(); }
   void clear() { n_prefixes_ = 0; }
 
-  // The prefix of a combination, none of whose SNPs has a missing genotype; last SNPs from first to end - 1
-  // are wanted.
+  // Whether the filter takes the prefix of a combination.
+  bool takes(const int* comb) const { return slack(comb) <= rows_.largest_slack(); }
+
+  // A prefix that the filter takes; last SNPs from first to end - 1 are wanted.
   void add(const int* comb, size_t first, size_t end);
 
-  // Filters prefixes first .. end - 1 with the last SNPs of a complete block. needs: [folds].
+  // Filters prefixes first .. end - 1 with the last SNPs of a block that it takes. needs: [folds].
   void filter(size_t block, size_t first, size_t end, const int16_t* needs);
 
   // What came of it for one of them: [kRowGroups], a bit for each SNP of the block; of those not wanted any.
@@ -38,9 +40,18 @@ class RowTile {
     std::vector<uint16_t> samples;
     std::vector<RowList> lists;
     std::vector<int16_t> values;
+    int32_t slack = 0;
     size_t first_snp = 0;
     size_t end_snp = 0;
   };
+
+  int32_t slack(const int* comb) const {
+    int32_t sum = 0;
+    for (size_t j = 0; j < snp_planes_.size(); ++j) {
+      sum += rows_.slack(comb[j]);
+    }
+    return sum;
+  }
 
   // The planes of one SNP of the prefix, kept while prefixes have it in common.
   struct SnpPlanes {

@@ -68,26 +68,59 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 }
 
 SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments,
-                       RowWeights weights)
-    : weights_(weights), n_folds_(static_cast<size_t>(segments.n_folds)), n_pairs_(n_folds_) {
+                       RowWeights weights, bool with_missing)
+    : weights_(weights),
+      n_folds_(static_cast<size_t>(segments.n_folds)),
+      n_pairs_(n_folds_),
+      largest_slack_(with_missing ? kLargestSlack : 0),
+      slacks_(static_cast<size_t>(problem.n_snps)) {
   lay_out(segments);
   const auto snps = static_cast<size_t>(problem.n_snps);
   const size_t n_blocks = (snps + kRowLanes - 1) / kRowLanes;
+  const bool bytes = weights_.form == RowValues::kBytes;
   last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
-  if (weights_.form == RowValues::kBytes) {
-    last_bytes_.assign(n_blocks * n_folds_ * 2 * kRowLanes, 0);
-  }
-  complete_.assign(n_blocks, 1);
+  last_bytes_.assign(bytes ? n_blocks * n_folds_ * 2 * kRowLanes : 0, 0);
+  slack_bytes_.assign(bytes ? n_blocks * kRowLanes : 0, 0);
+  slack_words_.assign(bytes ? 0 : n_blocks * kRowLanes, 0);
+  takes_.assign(n_blocks, 1);
+  fill_slacks(planes, segments);
   for (size_t b = 0; b < n_blocks; ++b) {
-    for (size_t snp = b * kRowLanes; snp < std::min(snps, (b + 1) * kRowLanes); ++snp) {
-      complete_[b] = complete_[b] != 0 && !planes.snp_missing(static_cast<int>(snp)) ? 1 : 0;
-    }
-    if (complete_[b] != 0) {
-      fill_values(planes, snps, b);
-    }
+    fill_values(planes, snps, b);
   }
   rows_.assign(n_blocks * n_samples_ * kSampleBytes, 0);
   fill_rows(problem, segments);
+}
+
+void SampleRows::fill_slacks(const LanePlanes& planes, const Segments& segments) {
+  int32_t samples[2] = {0, 0};
+  for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
+    samples[segment % 2] += static_cast<int32_t>(segments.samples[segment].size());
+  }
+  const int32_t weight_of_case = weights_.cases_plus ? weights_.plus : weights_.minus;
+  const int32_t weight_of_control = weights_.cases_plus ? weights_.minus : weights_.plus;
+  for (size_t snp = 0; snp < slacks_.size(); ++snp) {
+    if (!planes.snp_missing(static_cast<int>(snp))) {
+      continue;
+    }
+    const uint32_t* counts = planes.marginals(snp / kLanes) + snp % kLanes;
+    int32_t present[2] = {0, 0};
+    for (size_t i = 0; i < 3 * (n_folds_ + 1); ++i) {
+      present[0] += static_cast<int32_t>(counts[i * kLanes] & 0xffffu);
+      present[1] += static_cast<int32_t>(counts[i * kLanes] >> 16);
+    }
+    const int32_t slack =
+        weight_of_control * (samples[0] - present[0]) + weight_of_case * (samples[1] - present[1]);
+    slacks_[snp] = slack;
+    if (slack > largest_slack_) {
+      takes_[snp / kRowLanes] = 0;
+    } else if (weights_.form == RowValues::kBytes) {
+      slack_bytes_[snp] = static_cast<uint8_t>(std::min(slack, 255));
+    } else {
+      const size_t lane = snp % kRowLanes;
+      slack_words_[snp - lane + lane / kGroupLanes * kGroupLanes + word_in_group(lane)] =
+          static_cast<int16_t>(slack);
+    }
+  }
 }
 
 void SampleRows::lay_out(const Segments& segments) {
@@ -140,10 +173,12 @@ void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
         const size_t b = w / words_of_row;
         uint8_t* row = rows_.data() + (b * n_samples_ + sample) * kSampleBytes +
                        row_bit(w % words_of_row * kGenotypesPerWord) / 8;
+        const uint16_t low = even_bits(packed[w]);
+        const uint16_t high = even_bits(packed[w] >> 1);  // both: missing
+        const int genotypes[2] = {low & ~high, high & ~low};
         for (size_t g = 0; g < 2; ++g) {
-          const uint16_t bits = even_bits(packed[w] >> g);
-          const auto kept = static_cast<uint16_t>(minus ? ~bits : bits);
-          std::memcpy(row + g * kRowBytes, &kept, sizeof(kept));
+          const auto bits = static_cast<uint16_t>(minus ? ~genotypes[g] : genotypes[g]);
+          std::memcpy(row + g * kRowBytes, &bits, sizeof(bits));
         }
       }
     }

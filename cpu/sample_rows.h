@@ -34,7 +34,9 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 
 class SampleRows {
  public:
-  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights);
+  // with_missing: whether SNPs with missing genotypes can be filtered, too.
+  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights,
+             bool with_missing);
 
   RowWeights weights() const { return weights_; }
 
@@ -52,14 +54,26 @@ class SampleRows {
   const uint8_t* last_bytes(size_t b) const { return last_bytes_.data() + b * n_folds_ * 2 * kRowLanes; }
   const int16_t* last_words(size_t b) const { return last_words_.data() + b * words_of_block() * kRowLanes; }
 
-  // Whether no listed sample lacks a genotype at any SNP of the block.
-  bool complete(size_t b) const { return complete_[b] != 0; }
+  const void* last_slacks(size_t b) const {
+    return weights_.form == RowValues::kBytes ? static_cast<const void*>(slack_bytes_.data() + b * kRowLanes)
+                                              : slack_words_.data() + b * kRowLanes;
+  }
+
+  // Of a SNP; 0 where no listed sample lacks the genotype.
+  int32_t slack(int snp) const { return slacks_[static_cast<size_t>(snp)]; }
+
+  // The largest slack that the filter takes, of a SNP and of a prefix.
+  int32_t largest_slack() const { return largest_slack_; }
+
+  // Whether the filter takes the SNPs of the block.
+  bool takes(size_t b) const { return takes_[b] != 0; }
 
  private:
   size_t words_of_block() const { return weights_.form == RowValues::kBytes ? 2 : 2 * n_folds_; }
   void lay_out(const Segments& segments);
   void fill_rows(const Problem& problem, const Segments& segments);
   void fill_values(const LanePlanes& planes, size_t n_snps, size_t b);
+  void fill_slacks(const LanePlanes& planes, const Segments& segments);
 
   RowWeights weights_;
   size_t n_folds_;
@@ -70,5 +84,9 @@ class SampleRows {
   AlignedVector<uint8_t> rows_;
   AlignedVector<uint8_t> last_bytes_;
   AlignedVector<int16_t> last_words_;
-  std::vector<uint8_t> complete_;
+  AlignedVector<uint8_t> slack_bytes_;
+  AlignedVector<int16_t> slack_words_;
+  int32_t largest_slack_;
+  std::vector<int32_t> slacks_;  // [SNPs]
+  std::vector<uint8_t> takes_;   // [blocks]
 };

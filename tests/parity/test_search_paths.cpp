@@ -257,7 +257,7 @@ TEST(LaneSearch, TheFirstBoundHoldsWhereItsSumsAreLargest) {
 }
 
 // Several blocks of last SNPs, pairs of segments in one and in several pieces, values in bytes and in words,
-// samples that no fold tests, a SNP that decides.
+// samples that no fold tests, missing genotypes, a SNP that decides.
 TEST(LaneSearch, TheFirstBoundHoldsForEveryLayout) {
   std::mt19937 random(4714);
   struct Layout {
@@ -268,6 +268,7 @@ TEST(LaneSearch, TheFirstBoundHoldsForEveryLayout) {
     bool equal;
     bool leave_out;
     std::optional<RowValues> form;
+    double missing = 0.0;
   };
   for (const Layout& layout : {Layout{2, 40, 530, 3, true, false, RowValues::kBytes},
                                Layout{2, 75, 530, 4, false, true, RowValues::kWords},
@@ -277,8 +278,12 @@ TEST(LaneSearch, TheFirstBoundHoldsForEveryLayout) {
                                Layout{3, 200, 40, 2, true, false, RowValues::kBytes},
                                Layout{3, 700, 30, 2, false, false, RowValues::kWords},
                                Layout{4, 120, 18, 10, true, false, RowValues::kBytes},
-                               Layout{4, 300, 18, 3, false, true, RowValues::kWords}}) {
-    Scene scene(random, layout.n_samples, layout.n_snps, 0.0, layout.n_folds, layout.leave_out);
+                               Layout{4, 300, 18, 3, false, true, RowValues::kWords},
+                               Layout{2, 1200, 60, 5, true, false, RowValues::kBytes, 0.01},
+                               Layout{2, 900, 60, 4, false, true, RowValues::kWords, 0.02},
+                               Layout{2, 300, 530, 3, false, false, RowValues::kWords, 0.001},
+                               Layout{3, 400, 24, 4, true, false, RowValues::kBytes, 0.02}}) {
+    Scene scene(random, layout.n_samples, layout.n_snps, layout.missing, layout.n_folds, layout.leave_out);
     if (layout.equal) {
       make_classes_equal(scene, layout.n_folds);
     }
