@@ -112,8 +112,7 @@ Status TsvFile::integer(int column, int64_t lowest, int64_t highest, int64_t* va
 }
 
 Status TsvFile::failure(int column, const std::string& expected) const {
-  return line_failure(path_, line_number_,
-                      "column " + std::to_string(column + 1) + " (" +
-                          escaped(columns_[static_cast<size_t>(column)]) + "): found " +
-                          quoted(cell(column)) + ", expected " + expected);
+  return Status::failure(path_ + ": line " + std::to_string(line_number_) + ", column " +
+                         std::to_string(column + 1) + " (" + escaped(columns_[static_cast<size_t>(column)]) +
+                         "): found " + quoted(cell(column)) + ", expected " + expected);
 }

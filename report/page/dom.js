@@ -66,6 +66,16 @@ function nameOf(combination) {
   return combination.snps.join(" × ");
 }
 
+function shortName(name, length) {
+  return name.length > length ? `${name.slice(0, length - 1)}…` : name;
+}
+
+// The same for a narrow place: long names are cut, the whole stands in the title.
+function nameCell(combination) {
+  const text = combination.snps.map((name) => shortName(name, 30)).join(" × ");
+  return h("span", { title: nameOf(combination) }, text);
+}
+
 // A section of the page with its entry in the list of sections.
 function addSection(id, title, intro) {
   const section = h("section", { id, "aria-labelledby": `${id}-title` }, h("h2", { id: `${id}-title` }, title),

@@ -1,6 +1,6 @@
 // The grid of multi-locus genotypes of a combination: cases and controls as bars, risk as shading, border and word.
 
-const CELL = { width: 92, height: 78, gap: 5 };
+const CELL = { width: 92, height: 86, gap: 5 };
 const LEVELS = [0, 1, 2];
 
 function hatchDefinition() {
@@ -14,7 +14,7 @@ function genotypeCell(cell, x, y, largest, describe) {
     return s("g", {}, s("rect", { class: "cell-empty", x, y, width, height, rx: 4 }),
       s("text", { class: "soft small", x: x + width / 2, y: y + height / 2 + 4, "text-anchor": "middle" }, "no sample"));
   }
-  const room = height - 36;
+  const room = height - 40;
   const base = y + height - 6;
   const bar = (count, kind, left) => {
     const length = Math.max(count > 0 ? 1 : 0, (count / largest) * room);
@@ -27,10 +27,6 @@ function genotypeCell(cell, x, y, largest, describe) {
     s("rect", { class: `edge-${cell.risk}`, x: x + 1, y: y + 1, width: width - 2, height: height - 2, rx: 4 }),
     s("text", { class: "soft small", x: x + 7, y: y + 14 }, word),
     bar(cell.cases, "cases", x + 16), bar(cell.controls, "controls", x + 50));
-}
-
-function shortName(name, length) {
-  return name.length > length ? `${name.slice(0, length - 1)}…` : name;
 }
 
 function describeCell(combination) {
@@ -75,7 +71,7 @@ function genotypePanel(combination, fixedGenotypes, largest) {
   });
   const label = `${nameOf(combination)}${title && `, ${title}`}: cases and controls by genotype`;
   return h("figure", {}, title && h("h3", {}, title),
-    s("svg", { class: "grid-svg", viewBox: `0 0 ${w} ${hgt}`, role: "img", "aria-label": label, style: `max-width:${Math.round(w * 1.25)}px` }, parts));
+    s("svg", { class: "grid-svg", viewBox: `0 0 ${w} ${hgt}`, role: "img", "aria-label": label, style: `max-width:${Math.round(w * 1.6)}px` }, parts));
 }
 
 function fixedChoices(combination) {

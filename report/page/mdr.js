@@ -60,7 +60,7 @@ function mdrSummary(model) {
   const top = best.reduce((a, b) => ((headline(model, b) ?? -1) > (headline(model, a) ?? -1) ? b : a));
   const value = headline(model, top);
   if (value !== undefined) {
-    section.append(h("p", { class: "finding" }, "Of the first combinations of the orders, ", h("strong", {}, nameOf(top)),
+    section.append(h("p", { class: "finding" }, "Of the first combinations of the orders, ", h("strong", {}, nameCell(top)),
       ` predicts best: balanced accuracy ${fixed(value)}`,
       model.crossValidated ? ` on samples that were not used to find it; first in ${consistencyText(model, top)} folds.` : " on the samples that it was found in."));
   }
@@ -72,18 +72,18 @@ function mdrSummary(model) {
   }
   const rows = best.map((one, i) => {
     const gain = i > 0 ? headline(model, one) - headline(model, best[i - 1]) : NaN;
-    return [String(one.order), nameOf(one), one === top ? h("span", { class: "badge" }, "highest") : "",
-      consistencyText(model, one), fixed(one.weighted_consistency, 2), fixed(one.train.ba), fixed(one.test.ba),
+    return [String(one.order), nameCell(one), one === top ? h("span", { class: "badge" }, "highest") : "",
+      ...(model.crossValidated ? [consistencyText(model, one), fixed(one.weighted_consistency, 2), fixed(one.train.ba), fixed(one.test.ba)] : [fixed(one.train.ba)]),
       Number.isNaN(gain) ? "–" : (gain >= 0 ? "+" : "−") + Math.abs(gain).toFixed(4)];
   });
   section.append(h("h3", {}, "The first combination of each order"), h("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": "First combinations" },
     simpleTable("Gain: over the first combination of the order before. A small gain does not pay for one more SNP.",
-      ["Order", "Combination", "", "First in folds", "Weighted consistency", "BA training", "BA testing", "Gain"], rows)));
+      ["Order", "Combination", "", ...(model.crossValidated ? ["First in folds", "Weighted consistency", "BA training", "BA testing"] : ["BA"]), "Gain"], rows)));
 }
 
 function mdrRanking(model) {
   const section = addSection("ranking", "Ranking", model.crossValidated
-    ? "Combinations by weighted consistency: how often, and how high, they stand in the lists of the folds. Values are means over those folds."
+    ? "Ranks are by weighted consistency within an order: how often, and how high, a combination stands in the lists of the folds. Values are means over those folds."
     : "The combinations that were kept, by the measure of the run.");
   let measure = model.measure;
   const present = model.data.measures.filter((word) => model.combinations.some((one) => one.train[word] !== undefined));
@@ -91,7 +91,7 @@ function mdrRanking(model) {
   const columns = [
     { label: "Order", numeric: true, smallestFirst: true, get: (one) => one.order, show: whole },
     { label: "Rank", numeric: true, smallestFirst: true, get: (one) => one.rank, show: whole },
-    { label: "Combination", names: true, get: nameOf },
+    { label: "Combination", names: true, get: nameOf, show: (_, one) => nameCell(one) },
     { label: "Consistency", numeric: true, get: (one) => one.weighted_consistency, show: (x) => fixed(x, 3), title: "weighted cross-validation consistency" },
     model.crossValidated && { label: "In folds", numeric: true, get: (one) => one.folds_listed, show: whole, title: "folds whose list holds the combination" },
     model.crossValidated && { label: "First in", numeric: true, get: (one) => one.folds_first, show: whole, title: "folds whose list it leads" },
@@ -107,8 +107,14 @@ function mdrRanking(model) {
     table.refresh();
   });
   pick.select.value = measure;
-  const table = sortableTable({ caption: "Ranked combinations", columns, rows: model.combinations, searchLabel: "Search SNPs",
-    searchText: (one) => one.snps.join(" "), extraControls: present.length > 1 ? [pick.element] : [] });
+  let order = "";
+  const filter = selectBox("Order", [["", "all"], ...model.orders.map((one) => [String(one.order), String(one.order)])], (value) => {
+    order = value;
+    table.refresh();
+  });
+  const table = sortableTable({ caption: "Ranked combinations", columns, rows: model.combinations, keep: (one) => order === "" || String(one.order) === order,
+    sortedBy: columns.findIndex((column) => column.label === (model.crossValidated ? "Testing" : "Value")), searchLabel: "Search SNPs",
+    searchText: (one) => one.snps.join(" "), extraControls: [model.orders.length > 1 && filter.element, present.length > 1 && pick.element] });
   section.append(table.element);
   const cut = model.data.orders.filter((order) => order.n_combinations > order.combinations.length);
   if (cut.length > 0) {
@@ -130,18 +136,19 @@ function mdrScatter(model) {
   const low = round(Math.min(0.5, ...values) - pad, false);
   const high = round(Math.min(1, Math.max(...values) + pad), true);
   const lowTrain = round(Math.min(...points.map((one) => one.train.ba)) - pad, false);
-  const size = (one) => (model.folds > 0 && one.folds_listed !== undefined ? 7 + 13 * (one.folds_listed / model.folds) : 10);
+  const crowd = points.length > 300 ? 0.6 : 1;
+  const size = (one) => crowd * (model.folds > 0 && one.folds_listed !== undefined ? 7 + 13 * (one.folds_listed / model.folds) : 10);
   const firsts = new Set(bestOfOrders(model).map((one) => `${one.order}:${nameOf(one)}`));
   const make = () => ({
     grid: { left: 64, right: 24, top: 40, bottom: 52 },
-    legend: { data: model.orders.map((order) => `order ${order.order}`) },
+    legend: { itemWidth: 14, data: model.orders.map((order) => `order ${order.order}`) },
     xAxis: { type: "value", name: "training balanced accuracy", nameGap: 30, min: Math.max(0, lowTrain), max: high },
     yAxis: { type: "value", name: "testing balanced accuracy", nameGap: 42, min: Math.max(0, low), max: high },
     tooltip: { trigger: "item", formatter: (item) => item.data.hint || "" },
     series: [
       ...model.orders.map((order, i) => ({
-        name: `order ${order.order}`, type: "scatter", symbol: SHAPES[i % SHAPES.length],
-        itemStyle: { color: seriesColour(i), borderColor: colour("surface"), borderWidth: 1, opacity: 0.9 },
+        name: `order ${order.order}`, type: "scatter", z: 20 - i, symbol: SHAPES[i % SHAPES.length],
+        itemStyle: { color: seriesColour(i), borderColor: colour("surface"), borderWidth: crowd, opacity: 0.9 },
         data: points.filter((one) => one.order === order.order).map((one) => ({
           value: [one.train.ba, one.test.ba], symbolSize: size(one),
           hint: plotText(`${nameOf(one)}\norder ${one.order}, rank ${one.rank}\ntraining ${fixed(one.train.ba)}, testing ${fixed(one.test.ba)}\nin ${fixed(one.folds_listed, 0)} of ${model.folds} folds`),
@@ -172,14 +179,14 @@ function mdrGenotypes(model) {
   const heading = h("h3", { tabindex: "-1" });
   const show = (one) => {
     pick.select.value = String(choices.findIndex((other) => other.order === one.order && nameOf(other) === nameOf(one)));
-    heading.textContent = nameOf(one);
+    heading.replaceChildren(nameCell(one));
     const value = headline(model, one);
     const parts = [plural(one.n ?? one.cells.reduce((sum, cell) => sum + cell.cases + cell.controls, 0), "sample"),
-      model.data.kind !== "gmdr" && one.threshold !== undefined && `threshold ${plain(one.threshold)} cases a control`,
+      model.data.kind !== "gmdr" && one.threshold !== undefined && `threshold: ${plain(one.threshold)} ${one.threshold === 1 ? "case" : "cases"} per control`,
       value !== undefined && `${model.crossValidated ? "testing " : ""}balanced accuracy ${fixed(value)}`];
     place.replaceChildren(h("p", { class: "intro" }, parts.filter(Boolean).join(", ")), genotypeGrids(one));
   };
-  const pick = selectBox("Combination", choices.map((one, i) => [String(i), `order ${one.order}, rank ${one.rank}: ${nameOf(one)}`]), (i) => show(choices[Number(i)]));
+  const pick = selectBox("Combination", choices.map((one, i) => [String(i), `order ${one.order}, rank ${one.rank}: ${shortName(nameOf(one), 80)}`]), (i) => show(choices[Number(i)]));
   section.append(h("div", { class: "controls" }, pick.element), heading, place);
   const best = bestOfOrders(model).filter((one) => one.cells);
   show(best.length > 0 ? best.reduce((a, b) => ((headline(model, b) ?? -1) > (headline(model, a) ?? -1) + 0.005 ? b : a)) : choices[0]);
@@ -296,9 +303,9 @@ function mdrFolds(model) {
     const least = Math.min(0.5, ...values);
     const span = Math.max(...values) - least || 1;
     place.replaceChildren(h("table", { class: "heat" },
-      h("caption", {}, `Testing balanced accuracy in each fold, and below it the rank in the fold's list; darker is ${document.documentElement.dataset.dark ? "lower" : "higher"}. A dot: not in the list.`),
+      h("caption", {}, `Testing balanced accuracy in each fold, and below it the rank in the fold's list; ${isDark() ? "brighter" : "darker"} is higher. A dot: not in the list.`),
       h("thead", {}, h("tr", {}, h("th", { scope: "col" }, `Order ${order.order}`), folds.map((fold) => h("th", { scope: "col" }, `Fold ${fold}`)))),
-      h("tbody", {}, rows.map((one) => h("tr", {}, h("th", { scope: "row" }, nameOf(one)), folds.map((fold) => {
+      h("tbody", {}, rows.map((one) => h("tr", {}, h("th", { scope: "row" }, nameCell(one)), folds.map((fold) => {
         const entry = at(one, fold);
         const value = entry?.test.ba;
         if (value === undefined) {
@@ -316,9 +323,7 @@ function mdrFolds(model) {
   });
   pick.select.value = String(shown.order);
   show(shown);
-  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => show(shown));
-  addEventListener("beforeprint", () => show(shown));
-  addEventListener("afterprint", () => show(shown));
+  onTheme(() => show(shown));
 
   const best = bestOfOrders(model);
   const value = (one, fold, set) => {
@@ -328,12 +333,12 @@ function mdrFolds(model) {
   const folds = Array.from({ length: model.folds }, (_, i) => i + 1);
   const make = () => ({
     grid: { left: 64, right: 24, top: 56, bottom: 48 },
-    legend: { type: "scroll", itemWidth: 34, data: best.map((one) => ({ name: plotText(`${one.order}: ${nameOf(one)}`) })), pageTextStyle: { color: colour("ink") } },
+    legend: { type: "scroll", itemWidth: 34, data: best.map((one) => ({ name: plotText(`${one.order}: ${shortName(nameOf(one), 40)}`) })), pageTextStyle: { color: colour("ink") } },
     xAxis: { type: "category", name: "fold", nameGap: 28, data: folds.map(String) },
     yAxis: { type: "value", name: "testing balanced accuracy", nameGap: 42, scale: true },
     tooltip: { trigger: "item", formatter: (item) => plotText(`${item.seriesName}\nfold ${item.name}: ${fixed(item.value)}`) },
     series: best.map((one, i) => ({
-      name: plotText(`${one.order}: ${nameOf(one)}`), type: "line", symbol: SHAPES[i % SHAPES.length], symbolSize: 10,
+      name: plotText(`${one.order}: ${shortName(nameOf(one), 40)}`), type: "line", symbol: SHAPES[i % SHAPES.length], symbolSize: 10,
       lineStyle: { width: 2, color: seriesColour(i), type: ["solid", "dashed", "dotted"][i % 3] }, itemStyle: { color: seriesColour(i) },
       data: folds.map((fold) => value(one, fold, "test")),
     })),

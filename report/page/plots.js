@@ -1,11 +1,16 @@
 // Plots. The library draws on request; colours come from the page's style, so that they follow the theme, and
 // every series has a shape or a pattern of its own as well.
 
+const DARK = matchMedia("(prefers-color-scheme: dark)");
 const SHAPES = ["circle", "diamond", "triangle", "rect", "roundRect", "pin"];
 const plots = [];
 
 function colour(name) {
   return getComputedStyle(document.documentElement).getPropertyValue(`--${name}`).trim();
+}
+
+function isDark() {
+  return DARK.matches && document.documentElement.dataset.print === undefined;
 }
 
 function seriesColour(i) {
@@ -60,28 +65,51 @@ function plot({ label, height, make, renderer = "svg" }) {
   };
 }
 
+// A plot without room for its axes is left as it was.
+const LEAST_WIDTH = 160;
+
 function drawPlots() {
   for (const one of plots) {
     if (!one.chart) {
       one.chart = echarts.init(one.element, null, { renderer: one.renderer });
-      new ResizeObserver(() => one.chart.resize()).observe(one.element);
+      new ResizeObserver(([entry]) => !printing && entry.contentRect.width >= LEAST_WIDTH && one.chart.resize()).observe(one.element);
     }
     one.chart.setOption(withTheme(one.make()), true);
   }
 }
 
+// What follows the theme besides the plots: functions to call.
+const themed = [];
+
+function onTheme(redraw) {
+  themed.push(redraw);
+}
+
+// Pages of paper are narrower than screens, and light.
 const PRINT_WIDTH = 680;
+let printing = false;
+
+function redrawAll() {
+  drawPlots();
+  themed.forEach((redraw) => redraw());
+}
+
+function setPrinting(on) {
+  printing = on;
+  if (on) {
+    document.documentElement.dataset.print = "";
+  } else {
+    delete document.documentElement.dataset.print;
+  }
+  redrawAll();
+  for (const one of plots) {
+    one.chart.resize({ width: on ? Math.min(PRINT_WIDTH, one.element.clientWidth) : "auto" });
+    one.chart.getZr().flush();
+  }
+}
 
 function followTheme() {
-  matchMedia("(prefers-color-scheme: dark)").addEventListener("change", drawPlots);
-  addEventListener("beforeprint", () => {
-    document.documentElement.dataset.print = "";
-    drawPlots();
-    plots.forEach((one) => one.chart.resize({ width: PRINT_WIDTH }));
-  });
-  addEventListener("afterprint", () => {
-    delete document.documentElement.dataset.print;
-    drawPlots();
-    plots.forEach((one) => one.chart.resize({ width: "auto" }));
-  });
+  DARK.addEventListener("change", redrawAll);
+  addEventListener("beforeprint", () => setPrinting(true));
+  addEventListener("afterprint", () => setPrinting(false));
 }

@@ -15,6 +15,11 @@ function regressionModel(data) {
   return { data, rows, get, names, pairs, has: (name) => place.has(name), linear: data.kind === "linear" };
 }
 
+// The level that keeps the chance of any false positive among all tests of the run at 5%.
+function bonferroni(tests) {
+  return 0.05 / Math.max(1, tests.reduce((sum, test) => sum + test.n, 0));
+}
+
 function regressionSummary(model) {
   const { data, rows, get, names } = model;
   const section = addSection("summary", "Summary");
@@ -24,17 +29,17 @@ function regressionSummary(model) {
     rows.length > 0 && ["Samples", whole(get("n")(rows[0]))],
     !model.linear && ["Not converged", whole(data.n_not_converged)],
     ...tests.filter((test) => test.lambda !== undefined).map((test) => ["Inflation λ", test.lambda.toFixed(3), tests.length > 1 ? TESTS[test.column] : ""]),
-    tests.length > 0 && tests[0].n > 0 && ["Bonferroni 5%", probability(0.05 / tests[0].n), `${whole(tests[0].n)} tests`],
+    tests.length > 0 && tests[0].n > 0 && ["Bonferroni 5%", probability(bonferroni(tests)), plural(tests.reduce((sum, test) => sum + test.n, 0), "test")],
   ].filter(Boolean)));
   if (rows.length === 0) {
     section.append(h("p", { class: "note" }, "No model was fitted: there is nothing to show."));
     return;
   }
   const p = (row) => (model.linear ? Math.min(get("p_het")(row) ?? 1, get("p_hom")(row) ?? 1) : get("p")(row));
-  const bound = tests.length > 0 ? 0.05 / tests[0].n : undefined;
+  const bound = tests.length > 0 ? bonferroni(tests) : undefined;
   const first = rows[0];
   if (p(first) !== undefined) {
-    section.append(h("p", { class: "finding" }, "The smallest p-value is that of ", h("strong", {}, names(first).join(" × ")), `: ${probability(p(first))}`,
+    section.append(h("p", { class: "finding" }, "The smallest p-value is that of ", h("strong", {}, nameCell({ snps: names(first) })), `: ${probability(p(first))}`,
       bound === undefined ? "." : p(first) <= bound ? ", below the Bonferroni bound." : ", which is not below the Bonferroni bound."));
   }
   if (model.pairs) {
@@ -45,7 +50,8 @@ function regressionSummary(model) {
 function manhattanOption(model, test) {
   const { data } = model;
   const chromosomes = data.chromosomes;
-  const limit = 0.05 / Math.max(1, test.n);
+  const several = chromosomes && chromosomes.length > 1;
+  const limit = bonferroni(data.tests);
   const shown = test.x.map((x, i) => ({ x, y: test.y[i], name: test.names[i] }));
   const strongest = new Set(shown.slice().sort((a, b) => b.y - a.y).slice(0, 6));
   const chromosomeOf = (x) => {
@@ -63,15 +69,16 @@ function manhattanOption(model, test) {
   const end = chromosomes ? chromosomes[chromosomes.length - 1].start + chromosomes[chromosomes.length - 1].length : Math.max(...test.x, 1);
   const highest = Math.max(-Math.log10(limit), ...test.y, 1) * 1.08;
   const lines = [[limit, "Bonferroni"]];
-  if (test.n > 100000) {
+  if (test.n > 100000 && Math.abs(Math.log10(limit / 5e-8)) > 0.4) {
     lines.push([5e-8, "5·10⁻⁸"]);
   }
   return {
     grid: { left: 58, right: 88, top: 16, bottom: 50 },
     xAxis: {
-      type: "value", min: chromosomes ? 0 : 1, max: end, name: chromosomes ? "chromosome" : "SNP, in the order of the genotype file", nameGap: 30,
+      type: "value", min: several ? 0 : "dataMin", max: several ? end : "dataMax",
+      name: several ? "chromosome" : chromosomes ? `position on chromosome ${chromosomes[0].name}` : "SNP, in the order of the genotype file", nameGap: 30,
       splitLine: { show: false },
-      ...(chromosomes ? {
+      ...(several ? {
         axisTick: { customValues: chromosomes.map((one) => one.start) },
         axisLabel: { customValues: centres, formatter: (x) => (chromosomes[centres.indexOf(x)] || { name: "" }).name, hideOverlap: true },
       } : {}),
@@ -110,7 +117,7 @@ function manhattan(model) {
   const lambda = h("span");
   const say = () => {
     thinned.textContent = test.x.length < test.n_placed
-      ? `${whole(test.x.length)} of ${whole(test.n_placed)} points are drawn: the 20,000 smallest p-values, and of the others one in each spot of a fine grid, which looks the same. `
+      ? `${whole(test.x.length)} of ${whole(test.n_placed)} points are drawn: the 20,000 smallest p-values, and of the others the first in each spot of a grid of 800 by 0.05. `
       : "All points are drawn. ";
     if (data.n_unplaced > 0) {
       thinned.textContent += `${plural(data.n_unplaced, "SNP")} without a place in the map ${data.n_unplaced === 1 ? "is" : "are"} left out. `;
@@ -140,7 +147,7 @@ function manhattan(model) {
         { type: "line", silent: true, symbol: "none", stack: "band", lineStyle: { opacity: 0 }, data: points.map((point) => [point[0], point[2]]) },
         { type: "line", silent: true, symbol: "none", stack: "band", lineStyle: { opacity: 0 }, areaStyle: { color: colour("band"), opacity: 0.7 }, data: points.map((point) => [point[0], point[3] - point[2]]) },
         { type: "line", silent: true, symbol: "none", data: [[0, 0], [last, last]], lineStyle: { color: colour("soft"), type: "dashed", width: 1.5 } },
-        { type: "scatter", symbolSize: 5, itemStyle: { color: colour("series1") }, data: points.map((point) => [point[0], point[1]]) },
+        { type: "scatter", z: 10, symbolSize: 5.5, itemStyle: { color: colour("series1"), opacity: 1 }, data: points.map((point) => [point[0], point[1]]) },
       ],
     };
   };
@@ -151,7 +158,7 @@ function manhattan(model) {
   say();
 }
 
-// exp(beta) with its 95% interval.
+// exp(beta) with its 95% interval; a fit that ran away has none.
 function oddsRatio(model, term) {
   const beta = model.get(`beta_${term}`);
   const se = model.get(`se_${term}`);
@@ -160,7 +167,8 @@ function oddsRatio(model, term) {
       return "–";
     }
     const [odds, low, high] = [0, -1.96, 1.96].map((z) => Math.exp(beta(row) + z * se(row)));
-    return Number.isFinite(high) && high < 1e6 ? `${odds.toPrecision(3)} (${low.toPrecision(3)}–${high.toPrecision(3)})` : `${odds.toPrecision(3)} (no limit)`;
+    const digits = (x) => (x >= 100 ? x.toFixed(0) : x.toPrecision(3));
+    return high < 1e6 && low > 1e-6 ? [digits(odds), h("small", {}, ` ${digits(low)}–${digits(high)}`)] : "unlimited";
   };
 }
 
@@ -169,12 +177,13 @@ function regressionTable(model) {
   const section = addSection("ranking", model.pairs ? "The best pairs" : "The best SNPs", data.rows.length < data.n_rows
     ? `The ${whole(data.rows.length)} rows with the smallest p-values of ${whole(data.n_rows)}; the table of the run has all.` : "All rows of the table of the run.");
   const number = (label, name, show, more) => has(name) && { label, numeric: true, get: get(name), show, ...more };
-  const p = (label, name, title) => number(label, name, probability, { smallestFirst: true, title });
+  const name = (label, column) => ({ label, names: true, get: get(column), show: (text) => nameCell({ snps: [text] }) });
+  const p = (label, column, title) => number(label, column, probability, { smallestFirst: true, title });
   const estimate = (label, term) => has(`beta_${term}`) && { label: model.linear ? `β ${label}` : `OR ${label}`, numeric: true, get: get(`beta_${term}`),
     show: model.linear ? (x, row) => (x === undefined ? "–" : `${plain(x)} ± ${plain(get(`se_${term}`)(row))}`) : oddsRatio(model, term) };
   const columns = [
-    ...(model.pairs ? [{ label: "SNP 1", names: true, get: get("snp1") }, { label: "SNP 2", names: true, get: get("snp2") }] : [{ label: "SNP", names: true, get: get("snp") }]),
-    data.places && { label: "Chromosome", get: (row) => row.where && row.where[0] },
+    ...(model.pairs ? [name("SNP 1", "snp1"), name("SNP 2", "snp2")] : [name("SNP", "snp")]),
+    data.places && { label: "Chr", title: "chromosome", get: (row) => row.where && row.where[0] },
     data.places && { label: "Position", numeric: true, smallestFirst: true, get: (row) => row.where && row.where[1], show: whole },
     !data.places && !model.pairs && { label: "Number", numeric: true, smallestFirst: true, get: get("position"), show: whole },
     p("p", "p", "likelihood-ratio test, degrees of freedom as a textbook counts them"),
@@ -183,11 +192,11 @@ function regressionTable(model) {
     p("p het", "p_het"), p("p hom", "p_hom"),
     estimate("het", "het"), estimate("hom", "hom"),
     ...(model.pairs ? ["snp1_1*snp2_1", "snp1_2*snp2_2"].map((term) => p(`p ${term}`, `p_${term}`, "Wald test of the product")) : []),
-    has("converged") && { label: "Converged", get: (row) => (get("converged")(row) === false ? "no" : get("status")(row) === "failed" ? "failed" : "yes") },
+    has("converged") && { label: "Conv.", title: "whether the fit converged", get: (row) => (get("converged")(row) === false ? "no" : get("status")(row) === "failed" ? "failed" : "yes") },
   ].filter(Boolean);
   section.append(sortableTable({ caption: "Results by p-value", columns, rows: model.rows, searchLabel: "Search SNPs", searchText: (row) => model.names(row).join(" ") }).element);
   if (!model.pairs) {
-    section.append(h("p", { class: "intro" }, model.linear ? "β: coefficient with its standard error. " : "OR: odds ratio with its 95% interval. ", "het: heterozygotes, hom: homozygotes of the counted allele, both against the other homozygotes."));
+    section.append(h("p", { class: "intro" }, model.linear ? "β: coefficient with its standard error. " : "OR: odds ratio with its 95% interval (Wald); unlimited where the fit ran away, as it does when all who have a genotype are cases, or none is. The likelihood-ratio test holds there all the same. ", "het: heterozygotes, hom: homozygotes of the counted allele, both against the other homozygotes."));
   }
 }
 

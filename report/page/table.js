@@ -1,5 +1,6 @@
 // A table that sorts, searches and turns pages. columns: {label, get(row), show(value), numeric, names, title};
-// get gives what is sorted by, show the text or node of a cell. order: column and direction at first.
+// get gives what is sorted by, show the text or node of a cell. keep(row): what may be shown now; sortedBy: the column
+// that is sorted by at first.
 
 const ROWS_OF_PAGE = 25;
 
@@ -11,7 +12,7 @@ function compareValues(a, b) {
   return typeof a === "number" && typeof b === "number" ? a - b : String(a).localeCompare(String(b), "en", { numeric: true });
 }
 
-function sortableTable({ caption, columns, rows, searchLabel, searchText, extraControls = [] }) {
+function sortableTable({ caption, columns, rows, searchLabel, searchText, extraControls = [], keep = () => true, sortedBy = -1 }) {
   let sorted = { column: -1, ascending: true };
   let found = rows;
   let page = 0;
@@ -40,7 +41,10 @@ function sortableTable({ caption, columns, rows, searchLabel, searchText, extraC
 
   function arrange() {
     const wanted = search.value.trim().toLowerCase().split(/\s+/).filter(Boolean);
-    found = wanted.length === 0 ? rows.slice() : rows.filter((row) => {
+    found = rows.filter((row) => {
+      if (!keep(row)) {
+        return false;
+      }
       const text = searchText(row).toLowerCase();
       return wanted.every((word) => text.includes(word));
     });
@@ -77,7 +81,11 @@ function sortableTable({ caption, columns, rows, searchLabel, searchText, extraC
     show();
   }
 
-  arrange();
+  if (sortedBy >= 0) {
+    sortBy(sortedBy);
+  } else {
+    arrange();
+  }
   const element = h("div", {},
     h("div", { class: "controls" }, h("label", {}, searchLabel, search), extraControls),
     h("div", { class: "scroll", tabindex: "0", role: "region", "aria-label": caption },
