@@ -17,6 +17,9 @@ function capital(text) {
   return text.charAt(0).toUpperCase() + text.slice(1);
 }
 
+// Testing values that differ by less say little; the smaller combination is the better guess.
+const NEAR = 0.005;
+
 // What the sections share.
 function mdrModel(data) {
   const folds = Number(data.settings.folds || 0);
@@ -60,9 +63,12 @@ function mdrSummary(model) {
   const top = best.reduce((a, b) => ((headline(model, b) ?? -1) > (headline(model, a) ?? -1) ? b : a));
   const value = headline(model, top);
   if (value !== undefined) {
-    section.append(h("p", { class: "finding" }, "Of the first combinations of the orders, ", h("strong", {}, nameCell(top)),
-      ` predicts best: balanced accuracy ${fixed(value)}`,
-      model.crossValidated ? ` on samples that were not used to find it; first in ${consistencyText(model, top)} folds.` : " on the samples that it was found in."));
+    const consistency = (one) => (model.crossValidated && one.folds_first !== undefined ? `, first in ${consistencyText(model, one)} folds` : "");
+    const smaller = best.find((one) => one.order < top.order && headline(model, one) > value - NEAR);
+    section.append(h("p", { class: "finding" }, best.length > 1 ? "Of the first combinations of the orders, " : "Of all combinations, ", h("strong", {}, nameCell(top)),
+      best.length > 1 ? ` has the highest ${model.crossValidated ? "testing " : ""}balanced accuracy: it reaches ` : ` stands first: its ${model.crossValidated ? "testing " : ""}balanced accuracy is `,
+      `${fixed(value)}${consistency(top)}.`,
+      smaller && [" With fewer SNPs, ", h("strong", {}, nameCell(smaller)), ` reaches ${fixed(headline(model, smaller))}${consistency(smaller)}.`]));
   }
   if (!model.crossValidated && data.source !== "report") {
     section.append(h("p", { class: "note" }, "This run had no folds: its values are those of the samples that the combinations were found in, and are too high for new samples."));
@@ -99,7 +105,7 @@ function mdrRanking(model) {
     model.crossValidated && { label: "Testing", numeric: true, get: value("test"), show: (x) => fixed(x) },
     model.combinations.some((one) => one.p !== undefined) && { label: "p", numeric: true, smallestFirst: true, get: (one) => one.p, show: probability, title: "share of the permutation records that reach the value, not corrected for the number of combinations" },
     model.combinations.some((one) => one.n !== undefined) && { label: "Samples", numeric: true, get: (one) => one.n, show: whole },
-    model.combinations.some((one) => one.cells) && { label: "Genotypes", get: (one) => (one.cells ? 1 : undefined),
+    model.combinations.some((one) => one.cells) && { label: "Grid", title: "grid of its genotypes", get: (one) => (one.cells ? 1 : undefined),
       show: (has, one) => (has ? h("button", { type: "button", "aria-label": `Show the genotypes of ${nameOf(one)}`, onclick: () => model.showGenotypes(one) }, "show") : "–") },
   ].filter(Boolean);
   const pick = selectBox("Values of", present.map((word) => [word, capital(measureName(word))]), (word) => {
@@ -189,7 +195,7 @@ function mdrGenotypes(model) {
   const pick = selectBox("Combination", choices.map((one, i) => [String(i), `order ${one.order}, rank ${one.rank}: ${shortName(nameOf(one), 80)}`]), (i) => show(choices[Number(i)]));
   section.append(h("div", { class: "controls" }, pick.element), heading, place);
   const best = bestOfOrders(model).filter((one) => one.cells);
-  show(best.length > 0 ? best.reduce((a, b) => ((headline(model, b) ?? -1) > (headline(model, a) ?? -1) + 0.005 ? b : a)) : choices[0]);
+  show(best.length > 0 ? best.reduce((a, b) => ((headline(model, b) ?? -1) > (headline(model, a) ?? -1) + NEAR ? b : a)) : choices[0]);
   model.showGenotypes = (one) => {
     show(one);
     section.scrollIntoView();
