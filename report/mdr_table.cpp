@@ -91,7 +91,7 @@ class Reader {
 
  private:
   bool has_list_column(int first, const char* name, int count) const {
-    const auto place = static_cast<size_t>(first + count);
+    const size_t place = static_cast<size_t>(first) + static_cast<size_t>(count);
     return count < kLargestOrder && place < table_.columns().size() &&
            table_.columns()[place] == name + std::to_string(count + 1);
   }

@@ -68,11 +68,11 @@ std::vector<size_t> drawn_points(const std::vector<double>& x, const std::vector
   const auto others = points.begin() + static_cast<ptrdiff_t>(n_smallest);
   std::nth_element(points.begin(), others, points.end(), smaller);
   std::sort(others, points.end());
-  const auto [lowest, highest] = std::minmax_element(x.begin(), x.end());
-  const double width = std::max(*highest - *lowest, 1.0) / kGridColumns;
+  const double lowest = *std::min_element(x.begin(), x.end());
+  const double width = std::max(*std::max_element(x.begin(), x.end()) - lowest, 1.0) / kGridColumns;
   std::unordered_set<int64_t> taken;
   const auto end = std::remove_if(others, points.end(), [&](size_t i) {
-    const auto column = static_cast<int64_t>((x[i] - *lowest) / width);
+    const auto column = static_cast<int64_t>((x[i] - lowest) / width);
     const auto row = static_cast<int64_t>(log_p(p[i]) / kGridRowHeight);
     return !taken.insert(row * 1024 + column).second;
   });

@@ -57,6 +57,11 @@ function plain(value) {
   return typeof value === "number" && Number.isFinite(value) ? String(Number(value.toPrecision(5))) : fixed(value);
 }
 
+// The largest of any number of values, at least `least`.
+function largestOf(values, least) {
+  return values.reduce((a, b) => (b > a ? b : a), least);
+}
+
 function plural(n, word) {
   return `${whole(n)} ${word}${n === 1 ? "" : "s"}`;
 }
@@ -107,6 +112,11 @@ function dataTable(caption, columns, make) {
       box.append(simpleTable(caption + cut, columns, shown));
     }
   });
+  // Makes the table anew when it is opened again.
+  details.forget = () => {
+    box.replaceChildren();
+    details.open = false;
+  };
   return details;
 }
 

@@ -137,11 +137,12 @@ function mdrScatter(model) {
   const section = addSection("accuracy", "Training against testing", "Each mark is a combination. On the diagonal it predicts new samples as well as those that it was found in; "
     + "far below it, it fits noise. Larger marks stand in the lists of more folds.");
   const values = points.flatMap((one) => [one.train.ba, one.test.ba]);
-  const pad = Math.max(0.01, (Math.max(...values) - Math.min(...values)) * 0.06);
+  const [least, largest] = [-largestOf(values.map((x) => -x), -1), largestOf(values, 0)];
+  const pad = Math.max(0.01, (largest - least) * 0.06);
   const round = (x, up) => (up ? Math.ceil(x * 50) : Math.floor(x * 50)) / 50;
-  const low = round(Math.min(0.5, ...values) - pad, false);
-  const high = round(Math.min(1, Math.max(...values) + pad), true);
-  const lowTrain = round(Math.min(...points.map((one) => one.train.ba)) - pad, false);
+  const low = round(Math.min(0.5, least) - pad, false);
+  const high = round(Math.min(1, largest + pad), true);
+  const lowTrain = round(-largestOf(points.map((one) => -one.train.ba), -1) - pad, false);
   const crowd = points.length > 300 ? 0.6 : 1;
   const size = (one) => crowd * (model.folds > 0 && one.folds_listed !== undefined ? 7 + 13 * (one.folds_listed / model.folds) : 10);
   const firsts = new Set(bestOfOrders(model).map((one) => `${one.order}:${nameOf(one)}`));

@@ -66,8 +66,8 @@ function manhattanOption(model, test) {
     groups[chromosomes ? chromosomeOf(point.x) % 2 : 0].push(point);
   }
   const centres = chromosomes && chromosomes.map((one) => one.start + one.length / 2);
-  const end = chromosomes ? chromosomes[chromosomes.length - 1].start + chromosomes[chromosomes.length - 1].length : Math.max(...test.x, 1);
-  const highest = Math.max(-Math.log10(limit), ...test.y, 1) * 1.08;
+  const end = chromosomes ? chromosomes[chromosomes.length - 1].start + chromosomes[chromosomes.length - 1].length : largestOf(test.x, 1);
+  const highest = largestOf(test.y, Math.max(-Math.log10(limit), 1)) * 1.08;
   const lines = [[limit, "Bonferroni"]];
   if (test.n > 100000 && Math.abs(Math.log10(limit / 5e-8)) > 0.4) {
     lines.push([5e-8, "5·10⁻⁸"]);
@@ -103,59 +103,90 @@ function manhattanOption(model, test) {
   };
 }
 
-function manhattan(model) {
+// What a reader of the Manhattan plot must know of the points that are drawn.
+function drawnText(data, test) {
+  const parts = [test.x.length < test.n_placed
+    ? `${whole(test.x.length)} of ${whole(test.n_placed)} points are drawn: the 20,000 smallest p-values, and of the others the first in each spot of a grid of 800 by 0.05.`
+    : "All points are drawn."];
+  if (data.n_unplaced > 0) {
+    parts.push(`${plural(data.n_unplaced, "SNP")} without a place in the map ${data.n_unplaced === 1 ? "is" : "are"} left out.`);
+  }
+  if (test.y.some((y) => y > 300)) {
+    parts.push("p-values below 10⁻³⁰⁸ are drawn at the end of what a number can hold.");
+  }
+  return `${parts.join(" ")} `;
+}
+
+// Returns what to call when another test was chosen.
+function addManhattan(section, model, chosen) {
   const { data } = model;
-  const tests = (data.tests || []).filter((test) => test.n > 0);
+  if (chosen().n_placed === 0) {
+    section.append(h("p", { class: "note" }, "The map has none of these SNPs: there is nothing to draw."));
+    return () => {};
+  }
+  const text = h("span", {}, drawnText(data, chosen()));
+  const picture = plot({ label: `Manhattan plot of ${plural(chosen().n_placed, "SNP")}`, height: 400, renderer: "canvas", make: () => manhattanOption(model, chosen()) });
+  const table = dataTable("The smallest p-values", ["SNP", "−log₁₀ p", "p"], () => {
+    const { names, x, y } = chosen();
+    return x.map((_, i) => i).sort((a, b) => y[b] - y[a]).map((i) => [names[i], fixed(y[i], 3), probability(10 ** -y[i])]);
+  });
+  section.append(h("figure", {}, picture.element, h("figcaption", {}, text, "Dashed: 0.05 over the number of tests. Larger marks in another colour: beyond it, or the six smallest.")), table);
+  return () => {
+    text.textContent = drawnText(data, chosen());
+    picture.redraw();
+    table.forget();
+  };
+}
+
+function qqOption(test) {
+  const points = test.qq.slice().reverse();
+  const last = largestOf(points.map((point) => point[0]), 1);
+  const hidden = { type: "line", silent: true, symbol: "none", stack: "band", lineStyle: { opacity: 0 } };
+  return {
+    grid: { left: 58, right: 24, top: 16, bottom: 50 },
+    xAxis: { type: "value", min: 0, max: Math.ceil(last * 10) / 10, name: "expected −log₁₀ p", nameGap: 30 },
+    yAxis: { type: "value", min: 0, name: "observed −log₁₀ p", nameGap: 36 },
+    tooltip: { trigger: "item", formatter: (item) => (item.seriesType === "scatter" ? `expected ${fixed(item.value[0], 3)}\nobserved ${fixed(item.value[1], 3)}` : "") },
+    series: [
+      { ...hidden, data: points.map((point) => [point[0], point[2]]) },
+      { ...hidden, areaStyle: { color: colour("band"), opacity: 0.7 }, data: points.map((point) => [point[0], point[3] - point[2]]) },
+      { type: "line", silent: true, symbol: "none", data: [[0, 0], [last, last]], lineStyle: { color: colour("soft"), type: "dashed", width: 1.5 } },
+      { type: "scatter", z: 10, symbolSize: 5.5, itemStyle: { color: colour("series1"), opacity: 1 }, data: points.map((point) => [point[0], point[1]]) },
+    ],
+  };
+}
+
+function addQq(section, chosen) {
+  const lambda = h("strong");
+  const say = () => {
+    lambda.textContent = chosen().lambda.toFixed(3);
+  };
+  say();
+  const picture = plot({ label: "QQ plot of the p-values", height: 420, make: () => qqOption(chosen()) });
+  const table = dataTable("Quantiles", ["expected −log₁₀ p", "observed −log₁₀ p", "95% from", "to"], () => chosen().qq.map((point) => point.map((x) => fixed(x, 3))));
+  section.append(h("p", { class: "finding" }, "Genomic inflation factor λ = ", lambda),
+    h("figure", { style: "max-width:640px" }, picture.element, h("figcaption", {}, "Grey: where 95% of such points would be by chance. λ: the median statistic over that expected; 1 without inflation.")), table);
+  return () => {
+    say();
+    picture.redraw();
+    table.forget();
+  };
+}
+
+function regressionPlots(model) {
+  const tests = (model.data.tests || []).filter((test) => test.n > 0);
   if (tests.length === 0) {
     return;
   }
-  const section = addSection("manhattan", "Manhattan plot", "The p-value of every SNP along the genome: high points are associated with the phenotype. A true association usually has high neighbours, too.");
   let test = tests[0];
-  const choose = tests.length > 1 && h("fieldset", {}, h("legend", {}, "Test of"), tests.map((one, i) => h("label", {},
-    h("input", { type: "radio", name: "manhattan-test", value: one.column, checked: i === 0, onchange: () => { test = one; pictures.forEach((picture) => picture.redraw()); say(); } }), TESTS[one.column])));
-  const thinned = h("span");
-  const lambda = h("span");
-  const say = () => {
-    thinned.textContent = test.x.length < test.n_placed
-      ? `${whole(test.x.length)} of ${whole(test.n_placed)} points are drawn: the 20,000 smallest p-values, and of the others the first in each spot of a grid of 800 by 0.05. `
-      : "All points are drawn. ";
-    if (data.n_unplaced > 0) {
-      thinned.textContent += `${plural(data.n_unplaced, "SNP")} without a place in the map ${data.n_unplaced === 1 ? "is" : "are"} left out. `;
-    }
-    if (test.y.some((y) => y > 300)) {
-      thinned.textContent += "p-values below 10⁻³⁰⁸ are drawn at the end of what a number can hold. ";
-    }
-    lambda.textContent = test.lambda === undefined ? "–" : test.lambda.toFixed(3);
-  };
-  const pictures = [plot({ label: `Manhattan plot of ${plural(tests[0].n_placed, "SNP")}`, height: 400, renderer: "canvas", make: () => manhattanOption(model, test) })];
-  section.append(choose ? h("div", { class: "controls" }, choose) : "", h("figure", {}, pictures[0].element, h("figcaption", {}, thinned,
-    "Dashed: 0.05 over the number of tests. Larger marks in another colour: beyond it, or the six smallest.")),
-    dataTable("The smallest p-values", ["SNP", "−log₁₀ p", "p"], () => test.x.map((_, i) => i).sort((a, b) => test.y[b] - test.y[a]).slice(0, MOST_ROWS_OF_DETAILS)
-      .map((i) => [test.names[i], fixed(test.y[i], 3), probability(10 ** -test.y[i])])));
-
-  const qq = addSection("qq", "QQ plot", "The p-values against those expected when no SNP has an effect. A line that leaves the diagonal only at its upper end is as it should be; "
-    + "one that leaves it early says that the statistics are inflated, by relatedness or population structure for example.");
-  const make = () => {
-    const points = test.qq.slice().reverse();
-    const last = Math.max(...points.map((point) => point[0]), 1);
-    return {
-      grid: { left: 58, right: 24, top: 16, bottom: 50 },
-      xAxis: { type: "value", min: 0, max: Math.ceil(last * 10) / 10, name: "expected −log₁₀ p", nameGap: 30 },
-      yAxis: { type: "value", min: 0, name: "observed −log₁₀ p", nameGap: 36 },
-      tooltip: { trigger: "item", formatter: (item) => (item.seriesType === "scatter" ? `expected ${fixed(item.value[0], 3)}\nobserved ${fixed(item.value[1], 3)}` : "") },
-      series: [
-        { type: "line", silent: true, symbol: "none", stack: "band", lineStyle: { opacity: 0 }, data: points.map((point) => [point[0], point[2]]) },
-        { type: "line", silent: true, symbol: "none", stack: "band", lineStyle: { opacity: 0 }, areaStyle: { color: colour("band"), opacity: 0.7 }, data: points.map((point) => [point[0], point[3] - point[2]]) },
-        { type: "line", silent: true, symbol: "none", data: [[0, 0], [last, last]], lineStyle: { color: colour("soft"), type: "dashed", width: 1.5 } },
-        { type: "scatter", z: 10, symbolSize: 5.5, itemStyle: { color: colour("series1"), opacity: 1 }, data: points.map((point) => [point[0], point[1]]) },
-      ],
-    };
-  };
-  pictures.push(plot({ label: "QQ plot of the p-values", height: 420, make }));
-  qq.append(h("p", { class: "finding" }, "Genomic inflation factor λ = ", h("strong", {}, lambda)),
-    h("figure", { style: "max-width:640px" }, pictures[1].element, h("figcaption", {}, "Grey: where 95% of such points would be by chance. λ: the median statistic over that expected; 1 without inflation.")),
-    dataTable("Quantiles", ["expected −log₁₀ p", "observed −log₁₀ p", "95% from", "to"], () => test.qq.map((point) => point.map((x) => fixed(x, 3)))));
-  say();
+  const section = addSection("manhattan", "Manhattan plot", "The p-value of every SNP along the genome: high points are associated with the phenotype. A true association usually has high neighbours, too.");
+  if (tests.length > 1) {
+    section.append(h("div", { class: "controls" }, h("fieldset", {}, h("legend", {}, "Test of, here and in the QQ plot"), tests.map((one, i) => h("label", {},
+      h("input", { type: "radio", name: "test", checked: i === 0, onchange: () => { test = one; updates.forEach((update) => update()); } }), TESTS[one.column])))));
+  }
+  const updates = [addManhattan(section, model, () => test)];
+  updates.push(addQq(addSection("qq", "QQ plot", "The p-values against those expected when no SNP has an effect. A line that leaves the diagonal only at its upper end is as it should be; "
+    + "one that leaves it early says that the statistics are inflated, by relatedness or population structure for example."), () => test));
 }
 
 // exp(beta) with its 95% interval; a fit that ran away has none.
@@ -215,7 +246,7 @@ function showRegression(data) {
   document.getElementById("subtitle").textContent = KINDS[data.kind];
   regressionSummary(model);
   if (data.rows.length > 0) {
-    manhattan(model);
+    regressionPlots(model);
     regressionTable(model);
     regressionGraph(model);
   }

@@ -151,6 +151,9 @@ const checks = {
     await page.evaluate("document.querySelector('#ranking input').focus()");
     await page.type("455");
     assert.deepEqual(await page.evaluate(COLUMN("ranking", 0)), ["455"]);
+    await page.load(`file://${folder}/unplaced.html`);
+    await expectDrawn(page, 1);
+    assert.match(await page.evaluate("document.getElementById('manhattan').textContent"), /none of these SNPs/);
     await page.load(`file://${folder}/pairs.html`);
     assert.deepEqual(await sectionsOf(page), ["summary", "ranking", "graph"]);
     await expectDrawn(page, 1);

@@ -44,5 +44,7 @@ for page in mdr one all pairs; do
 done
 "$report" --in mdr.csv --out csv.html
 "$report" --in linear.tsv --map "$examples/regenie/example.bim" --out linear.html
+printf '1\tnone-of-them\t0\t5\tA\tG\n' >other.bim
+"$report" --in linear.tsv --map other.bim --out unplaced.html 2>/dev/null
 "$report" --in hostile.tsv --out hostile.html --title '<img src=x onerror=window.owned=4>'
 node "$here/check_pages.mjs" "$browser" "$work"
