@@ -51,6 +51,11 @@ const checks = {
     assert.deepEqual(await sectionsOf(page), ["summary", "ranking", "accuracy", "genotypes", "graph", "folds", "settings"]);
     await expectDrawn(page, 3);
     assert.match(await page.evaluate("document.getElementById('summary').textContent"), /1,600.*P1 × P2.*0\.7931/s);
+    // A mark for each combination in the colour of its order, and a line for each pair.
+    const marks = "[...document.querySelectorAll('#accuracy svg path')].filter((path) => ['#0072b2', '#d55e00', '#009e73'].includes((path.getAttribute('fill') || '').toLowerCase())).length";
+    assert.ok((await page.evaluate(marks)) >= 30, `${await page.evaluate(marks)} marks`);
+    const lines = "[...document.querySelectorAll('#graph svg path')].filter((path) => path.getAttribute('fill') === 'none' || path.getAttribute('fill') === 'transparent').length";
+    assert.ok((await page.evaluate(lines)) >= 10, `${await page.evaluate(lines)} lines`);
     // The grid of the pair: counts of cases and controls in 8 genotypes that have samples, and one that has none.
     const grid = await page.evaluate("document.querySelector('#genotypes svg').textContent");
     for (const text of ["255", "471", "238", "high risk", "low risk", "no sample"]) {
