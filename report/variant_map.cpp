@@ -11,6 +11,9 @@
 
 namespace {
 
+// Beyond any genome; the chromosomes, one after another, stay within 64 bits.
+constexpr int64_t kLargestPosition = 1'000'000'000'000;
+
 struct MapColumns {
   size_t chromosome = 0;
   size_t name = 1;
@@ -127,7 +130,8 @@ Status VariantMap::open(const std::string& path) {
     int64_t position = 0;
     const auto is_position = [&position](std::string_view text) {
       const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), position);
-      return error == std::errc() && end == text.data() + text.size() && position >= 0;
+      return error == std::errc() && end == text.data() + text.size() && position >= 0 &&
+             position <= kLargestPosition;
     };
     if (number == 1 && header && !vcf &&
         !(fields.size() >= columns.least && is_position(fields[columns.position]))) {

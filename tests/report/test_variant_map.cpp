@@ -67,6 +67,7 @@ TEST_F(VariantMaps, RefusesOtherFilesWithTheirLine) {
       {"1\trs1\t0\t5\tA\tG\n1\trs2\t0\tx\tA\tG\n", "line 2: field 4: found \"x\", expected a position"},
       {"1\trs1\t0\t5\tA\tG\n1\trs2\t0\t-4\tA\tG\n", "line 2: field 4: found \"-4\""},
       {"snp\tchr\tpos\nrs1\t1\t99999999999999999999\n", "line 2: field 3"},
+      {"snp\tchr\tpos\nrs1\t1\t1000000000001\n", "line 2: field 3"},
   };
   for (const auto& one : cases) {
     VariantMap map;
