@@ -13,6 +13,7 @@ declare -A allowed=(
   [cuda]='^(cuda|device|lib|util)/'
   [src]='^(src|device|lib|util)/'
   [tools]='^(tools|lib|util)/|^src/FileIO\.h$'
+  [report]='^(report|tools|lib|util)/'
 )
 # The one file that knows every backend by name.
 backend_list=device/backends.cpp
@@ -32,7 +33,7 @@ for folder in "${!allowed[@]}"; do
   done < <(grep -rnE --include='*.cpp' --include='*.h' --include='*.cu' --include='*.cuh' --include='*.inc' \
     '^#include "' "$folder" 2>/dev/null)
 done
-if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z_]+)?\.h>' util lib device cpu src tools; then
+if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z_]+)?\.h>' util lib device cpu src tools report; then
   echo "CUDA headers may stand in cuda/ only" >&2
   bad=1
 fi

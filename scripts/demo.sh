@@ -22,7 +22,7 @@ echo
 echo "Searching all single SNPs, pairs and triples in ten-fold cross-validation (log: $work/run.log)."
 # The run leaves its temporary list files in its working directory.
 (cd "$work" && "../../$bin/src/tavo" --in example.tavo --out result.csv --order 1-3 --measure ba \
-  --thread 256 --block 64 >run.log)
+  --tidy result.tsv --thread 256 --block 64 >run.log)
 
 echo
 echo "Best combination of each order:"
@@ -49,3 +49,8 @@ awk -F'\t' '
   }' "$work/pairs.tsv"
 echo
 echo "The table of the best pairs: $work/pairs.tsv"
+
+echo
+if "$bin/report/tavo-report" --in "$work/result.tsv" --out "$work/result.html" --title "TAVO demo"; then
+  echo "A page with pictures of the search, for any browser: $PWD/$work/result.html"
+fi

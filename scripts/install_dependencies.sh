@@ -6,8 +6,10 @@ set -euo pipefail
 
 packages=(g++ cmake ninja-build zlib1g-dev libboost-math-dev libhts-dev)
 if [ "${1:-}" = tests ]; then
-  packages+=(libgtest-dev nlohmann-json3-dev clang-format clang-tidy git plink1.9 bcftools)
+  packages+=(libgtest-dev nlohmann-json3-dev clang-format clang-tidy git plink1.9 bcftools chromium)
 fi
+# npm comes with other distributions of node, too.
+command -v npm >/dev/null || packages+=(nodejs npm)
 
 missing=()
 for package in "${packages[@]}"; do
@@ -15,18 +17,25 @@ for package in "${packages[@]}"; do
     missing+=("$package")
   fi
 done
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
+if [ ${#missing[@]} -gt 0 ]; then
+  as_root=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+      echo "These packages are missing, and installing them needs root or sudo: ${missing[*]}" >&2
+      exit 1
+    }
+    as_root=(sudo)
+  fi
+  echo "Installing: ${missing[*]}"
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" \
+    >/dev/null
 fi
 
-as_root=()
-if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || {
-    echo "These packages are missing, and installing them needs root or sudo: ${missing[*]}" >&2
-    exit 1
-  }
-  as_root=(sudo)
+# The plotting library of tavo-report's pages, in the version of the lockfile.
+report=$(cd "$(dirname "$0")/../report" && pwd)
+if [ ! "$report/node_modules/.package-lock.json" -nt "$report/package-lock.json" ]; then
+  echo "Installing: the plotting library of tavo-report (npm ci)"
+  npm ci --prefix "$report" --silent ||
+    echo "npm ci failed: everything is built, but tavo-report will make no pages" >&2
 fi
-echo "Installing: ${missing[*]}"
-"${as_root[@]}" apt-get update -qq
-"${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

@@ -9,6 +9,7 @@
 #include "src/notice.h"
 #include "src/run_config.h"
 #include "src/score_file.h"
+#include "src/tidy_mdr.h"
 #include "util/stopwatch.h"
 
 namespace {
@@ -52,6 +53,23 @@ std::optional<int> refuse_output(const RunSettings& settings) {
       std::fputs("Cannot save the text file!!", stdout);
       return 0;
     }
+  }
+  return std::nullopt;
+}
+
+// Begins the tidy table, when one is wanted. The exit status when it cannot be.
+template <typename Table>
+std::optional<int> open_tidy(const RunSettings& settings, Table* table) {
+  if (settings.tidy.empty()) {
+    return std::nullopt;
+  }
+  if (same_file(settings.tidy, settings.output)) {
+    notice("--tidy and --out name the same file");
+    return 1;
+  }
+  if (!table->open(settings.tidy)) {
+    notice("cannot create the tidy file %s", settings.tidy.c_str());
+    return 1;
   }
   return std::nullopt;
 }
@@ -160,9 +178,14 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   const std::vector<std::string> names = reader.ReadHeader();
   const std::vector<std::string> covariate_names(g_covLabel, g_covLabel + g_covCnt);
   TidyRegression tidy(regression_rules(settings), reader.GetLineCount(), names, covariate_names);
+<<<<<<< HEAD
   if (!settings.tidy.empty() && !tidy.open(settings.tidy)) {
     notice("cannot create the tidy file %s", settings.tidy.c_str());
     return 1;
+=======
+  if (const std::optional<int> status = open_tidy(settings, &tidy)) {
+    return *status;
+>>>>>>> 8ed4e784e09250c3b988e3ae75fc7db8ed6f8a71
   }
   const RunClock clock;
   const bool linear = g_regression == kLinearRegression;
@@ -212,6 +235,10 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (const std::optional<int> status = refuse_output(settings)) {
     return *status;
   }
+  TidyMdr tidy;
+  if (const std::optional<int> status = open_tidy(settings, &tidy)) {
+    return *status;
+  }
   const RunClock clock;
   const bool exhaustive = settings.mode >= 2;
   const ResultArray results = make_results(settings);
@@ -225,8 +252,11 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
 
   std::printf("Regression method is %d\n", g_regression);
   const std::vector<std::string> names = reader.ReadHeader();
-  const Status report = exhaustive
-                            ? WriteResultALL(settings.output, elapsed_seconds, settings.mode, names, results)
-                            : WriteResultCV(settings.output, elapsed_seconds, settings.mode, names, results);
+  Status report = exhaustive ? WriteResultALL(settings.output, elapsed_seconds, settings.mode, names, results)
+                             : WriteResultCV(settings.output, elapsed_seconds, settings.mode, names, results);
+  if (report.ok() && !settings.tidy.empty()) {
+    tidy.write(reader, settings, results);
+    report = tidy.close();
+  }
   return finish(report, elapsed_seconds);
 }

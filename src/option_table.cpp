@@ -226,8 +226,7 @@ constexpr Option kOptions[] = {
     {"seed", "integer", "seed of --shuffling in place of the time of day, so that a run repeats", false,
      take_seed},
     {"precision", "single|double", "arithmetic of regressions (default single)", false, take_precision},
-    {"tidy", "path", "writes a regression's results a second time, as a tab-separated table", false,
-     take_tidy},
+    {"tidy", "path", "writes the results a second time, as a tab-separated table", false, take_tidy},
     {"progress", "auto|on|off", "progress on standard error (default auto: on a terminal)", false,
      take_progress},
 };
@@ -240,6 +239,10 @@ std::span<const Option> option_table() {
 
 std::span<const char* const> measure_names() {
   return kMeasures;
+}
+
+std::span<const char* const> missing_names() {
+  return kMissingMethods;
 }
 
 const Option* find_option(const std::string& name) {

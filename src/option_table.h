@@ -29,3 +29,6 @@ const Option* find_option(const std::string& name);
 
 // The words of --measure in the order of their codes.
 std::span<const char* const> measure_names();
+
+// The words of --missing in the order of their codes.
+std::span<const char* const> missing_names();

@@ -143,7 +143,6 @@ std::optional<int> check_arguments(const RunArguments& arguments) {
                           : g_covFileName[0] != '\0' ? "Covariate file must be assigned only for regression!"
                           : g_regrDistinct != 0      ? "--distinct option only used for regression!"
                           : !arguments.precision.empty() ? "--precision option only used for regression!"
-                          : !arguments.tidy.empty()      ? "--tidy option only used for regression!"
                                                          : nullptr;
     if (refusal != nullptr) {
       std::puts(refusal);

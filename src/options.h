@@ -15,12 +15,12 @@ struct RunArguments {
   int shuffling = 0;
   int min_order = 2;
   int max_order = 2;
-  int mode = 1;                  // 0 to 3, see TFmMDR.h
-  std::string device = "auto";   // auto, cpu, cuda
-  std::optional<unsigned> seed;  // of the fold shuffle
-  std::string progress = "auto";
-  std::string precision;  // empty when not given
-  std::string tidy;       // auto, on, off
+  int mode = 1;                   // 0 to 3, see TFmMDR.h
+  std::string device = "auto";    // auto, cpu, cuda
+  std::optional<unsigned> seed;   // of the fold shuffle
+  std::string progress = "auto";  // auto, on, off
+  std::string precision;          // empty when not given
+  std::string tidy;               // path, empty when not given
 };
 
 // Each step returns the exit status to end with, or nothing to go on.

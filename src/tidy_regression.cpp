@@ -2,33 +2,11 @@
 #include "src/tidy_regression.h"
 
 #include <cmath>
-#include <cstdio>
 
 #include "lib/dcdflib.h"
+#include "src/tidy_table.h"
 
 namespace {
-
-constexpr const char* kMissing = "NA";
-
-// As many digits as tell the value apart from its neighbours.
-std::string exact_text(double value) {
-  if (!std::isfinite(value)) {
-    return std::isnan(value) ? kMissing : value > 0.0 ? "Inf" : "-Inf";
-  }
-  char text[40];
-  std::snprintf(text, sizeof(text), "%.17g", value);
-  return text;
-}
-
-// A cell must not break the table.
-std::string cell_text(std::string text) {
-  for (char& c : text) {
-    if (c == '\t' || c == '\n' || c == '\r') {
-      c = ' ';
-    }
-  }
-  return text;
-}
 
 // The two-sided p-value of a coefficient: Wald's for a logistic model, Student's for a linear one.
 double coefficient_p_value(double statistic, bool linear, double residual_df) {
@@ -45,21 +23,6 @@ double coefficient_p_value(double statistic, bool linear, double residual_df) {
 bool has_estimate(double se, bool logistic_dummy, int n_samples) {
   return se > 0.0 && !(logistic_dummy && se < 1.9 / std::sqrt(n_samples));
 }
-
-// Builds a row cell by cell.
-class Row {
- public:
-  void add(const std::string& text) {
-    line_ += line_.empty() ? "" : "\t";
-    line_ += text;
-  }
-  void add(int value) { add(std::to_string(value)); }
-  void add(double value) { add(exact_text(value)); }
-  const std::string& line() const { return line_; }
-
- private:
-  std::string line_;
-};
 
 }  // namespace
 
@@ -79,13 +42,13 @@ std::vector<std::string> TidyRegression::terms() const {
              "snp1_1*snp2_1", "snp1_1*snp2_2", "snp1_2*snp2_1", "snp1_2*snp2_2"};
   }
   for (const std::string& name : covariate_names_) {
-    terms.push_back("covariate_" + cell_text(name));
+    terms.push_back("covariate_" + tidy_text(name));
   }
   return terms;
 }
 
 void TidyRegression::write_header() {
-  Row row;
+  TidyRow row;
   row.add("number");
   if (rules_.order() == 2) {
     for (const char* column : {"snp1", "snp2", "position1", "position2"}) {
@@ -121,10 +84,10 @@ void TidyRegression::write_row(const FittedItem& item, const NullModel& null_mod
   const bool linear = rules_.model == RegressionModel::kLinear;
   const bool fitted = fit.state == FitState::kFitted;
   const double none = std::nan("");
-  Row row;
+  TidyRow row;
   row.add(std::to_string(++n_rows_));
   for (const int snp : item.snps) {
-    row.add(cell_text(names_[static_cast<size_t>(snp)]));
+    row.add(tidy_text(names_[static_cast<size_t>(snp)]));
   }
   for (const int snp : item.snps) {
     row.add(snp + 1);
@@ -138,8 +101,8 @@ void TidyRegression::write_row(const FittedItem& item, const NullModel& null_mod
     row.add(fitted ? fit.deviance : none);
     row.add(fitted ? residual_df : none);
   } else {
-    row.add(fitted ? (fit.converged ? "true" : "false") : kMissing);
-    row.add(fitted ? std::to_string(fit.iterations) : kMissing);
+    row.add(fitted ? (fit.converged ? "true" : "false") : kTidyMissing);
+    row.add(fitted ? std::to_string(fit.iterations) : kTidyMissing);
     row.add(fitted ? fit.deviance : none);
     row.add(null_model.deviance);
     const double statistic = null_model.deviance - fit.deviance;
@@ -148,7 +111,7 @@ void TidyRegression::write_row(const FittedItem& item, const NullModel& null_mod
     row.add(reported_df);
     row.add(fitted ? chi_square_upper_tail(statistic, reported_df) : none);
     const int df = fit.rank - null_model.rank;
-    row.add(fitted ? std::to_string(df) : kMissing);
+    row.add(fitted ? std::to_string(df) : kTidyMissing);
     row.add(fitted && df > 0 ? chi_square_upper_tail(statistic, df) : none);
   }
   for (size_t j = 0; j < columns; ++j) {

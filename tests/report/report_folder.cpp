@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "tests/report/report_folder.h"
+
+#include <gtest/gtest.h>
+
+namespace tavo_test {
+
+ReportFolder::ReportFolder(double missing, int n_samples, int n_snps) {
+  std::mt19937 random(97);
+  data_ = random_data(random, n_samples, n_snps, missing);
+  for (int s = 0; s < n_samples; ++s) {
+    const bool risk = (data_.at(s, 2) == 1) != (data_.at(s, 4) == 1);
+    data_.classes[static_cast<size_t>(s)] = (s % 10 == 0) != risk ? 1 : 0;
+  }
+  write("g.dat", normal_file(data_));
+}
+
+void ReportFolder::search(const Words& more) const {
+  Words words = {"--in",    "g.dat", "--out", "r.csv", "--measure", "ba",  "--thread", "8",
+                 "--block", "4",     "--gpu", "1",     "--device",  "cpu", "--tidy",   "t.tsv"};
+  words.insert(words.end(), more.begin(), more.end());
+  const RunResult run = run_program(tavo_program(), words, dir_.path());
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+}
+
+void ReportFolder::regress(const std::string& kind, const Words& more) const {
+  Words words = {"--in",     "g.dat", "--out",       "r.csv",  "--regression", kind,
+                 "--thread", "8",     "--block",     "4",      "--gpu",        "1",
+                 "--device", "cpu",   "--precision", "double", "--tidy",       "t.tsv"};
+  words.insert(words.end(), more.begin(), more.end());
+  const RunResult run = run_program(tavo_program(), words, dir_.path());
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+}
+
+RunResult ReportFolder::report(const Words& words) const {
+  return run_program(TAVO_REPORT_PROGRAM, words, dir_.path());
+}
+
+nlohmann::json ReportFolder::json(const std::string& input, const Words& more) const {
+  Words words = {"--in", input, "--format", "json"};
+  words.insert(words.end(), more.begin(), more.end());
+  const RunResult run = report(words);
+  EXPECT_EQ(run.status, 0) << run.err;
+  return nlohmann::json::parse(run.out);
+}
+
+nlohmann::json ReportFolder::page_data(const std::string& page) const {
+  const std::string text = read(page);
+  const std::string start = "<script type=\"application/json\" id=\"data\">";
+  const size_t begin = text.find(start);
+  EXPECT_NE(begin, std::string::npos);
+  const size_t end = text.find("</script>", begin);
+  return nlohmann::json::parse(text.substr(begin + start.size(), end - begin - start.size()));
+}
+
+}  // namespace tavo_test
