@@ -8,14 +8,24 @@
 #include "cuda/score_body.h"
 
 PlaneLayout::PlaneLayout(const Segments& segments) {
-  first_word.push_back(0);
+  first_chunk.push_back(0);
   for (const std::vector<int>& segment : segments.samples) {
     sample_at.insert(sample_at.end(), segment.begin(), segment.end());
-    while (sample_at.size() % kSamplesPerWord != 0) {
+    while (sample_at.size() % kSamplesPerChunk != 0) {
       sample_at.push_back(-1);
     }
-    first_word.push_back(static_cast<int>(sample_at.size() / kSamplesPerWord));
+    first_chunk.push_back(static_cast<int>(sample_at.size() / kSamplesPerChunk));
   }
+}
+
+int PlaneLayout::n_words() const {
+  return n_chunks() * kWordsPerChunk;
+}
+
+int counted_pairs(const Segments& segments) {
+  const size_t n = segments.samples.size();
+  const bool untested = !segments.samples[n - 2].empty() || !segments.samples[n - 1].empty();
+  return segments.n_folds + (untested ? 1 : 0);
 }
 
 PositionLayout::PositionLayout(const Problem& problem, const WorkerSetupCommand& setup,
