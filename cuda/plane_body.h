@@ -19,11 +19,16 @@ constexpr int kSamplesPerChunk = kSamplesPerWord * kWordsPerChunk;
 // The highest order that the plane search takes: a thread holds 2 * 3^order totals.
 constexpr int kMaxCudaPlaneOrder = 6;
 
+// Where a segment's samples are in every plane: n_words words, the last chunk filled up with clear ones.
+struct PlaneSegment {
+  int first_chunk;
+  int n_words;
+};
+
 struct PlaneView {
-  const uint32_t* words;  // [chunks][3][n_columns][kWordsPerChunk]
-  int n_columns;          // more than there are SNPs: those behind the last have clear planes
-  // [2 * (n_folds + 1) + 1]: segment s has the chunks first_chunk[s] .. first_chunk[s + 1] - 1
-  const int* first_chunk;
+  const uint32_t* words;         // [chunks][3][n_columns][kWordsPerChunk]
+  int n_columns;                 // more than there are SNPs: those behind the last have clear planes
+  const PlaneSegment* segments;  // [2 * (n_folds + 1)]
 };
 
 // Columns for this many SNPs: in whole lines of memory, the last one clear.
@@ -111,11 +116,12 @@ struct PlaneShape {
   static constexpr int kGroups = power_of_3(kOrder - kInner);
 };
 
-// A SNP's word of genotype 0, from its first one on; those of the other genotypes follow genotype_stride
-// words apart.
-TAVO_HOST_DEVICE const uint32_t* plane_word(const PlaneView& planes, const uint32_t* snp, int chunk,
-                                            int word) {
-  return snp + (size_t)chunk * chunk_stride(planes.n_columns) + word;
+// A SNP's word w of genotype 0 in a segment, from its first word of all on; those of the other genotypes
+// follow genotype_stride words apart.
+TAVO_HOST_DEVICE const uint32_t* plane_word(const PlaneView& planes, const uint32_t* snp,
+                                            PlaneSegment segment, int w) {
+  const int chunk = segment.first_chunk + w / kWordsPerChunk;
+  return snp + (size_t)chunk * chunk_stride(planes.n_columns) + w % kWordsPerChunk;
 }
 
 // Splits each of the first kCells words by the three planes of one more SNP, which becomes the highest digit.
@@ -136,26 +142,25 @@ TAVO_HOST_DEVICE void count_cells(const PlaneView& planes, const uint32_t* const
                                   int group, int32_t* counts) {
   using Shape = PlaneShape<kOrder>;
   const size_t stride = genotype_stride(planes.n_columns);
-  for (int chunk = planes.first_chunk[segment]; chunk < planes.first_chunk[segment + 1]; ++chunk) {
-    for (int w = 0; w < kWordsPerChunk; ++w) {
-      uint32_t outer = ~0u;
-      int digits = group;
-      TAVO_UNROLL
-      for (int j = Shape::kInner; j < kOrder; ++j, digits /= 3) {
-        outer &= plane_word(planes, snps[j], chunk, w)[(size_t)(digits % 3) * stride];
-      }
-      uint32_t joined[Shape::kInnerCells] = {outer};
-      join_planes<1>(plane_word(planes, snps[0], chunk, w), stride, joined);
-      if constexpr (Shape::kInner > 1) {
-        join_planes<3>(plane_word(planes, snps[1], chunk, w), stride, joined);
-      }
-      if constexpr (Shape::kInner > 2) {
-        join_planes<9>(plane_word(planes, snps[2], chunk, w), stride, joined);
-      }
-      TAVO_UNROLL
-      for (int m = 0; m < Shape::kInnerCells; ++m) {
-        counts[m] += count_bits(joined[m]);
-      }
+  const PlaneSegment in = planes.segments[segment];
+  for (int w = 0; w < in.n_words; ++w) {
+    uint32_t outer = ~0u;
+    int digits = group;
+    TAVO_UNROLL
+    for (int j = Shape::kInner; j < kOrder; ++j, digits /= 3) {
+      outer &= plane_word(planes, snps[j], in, w)[(size_t)(digits % 3) * stride];
+    }
+    uint32_t joined[Shape::kInnerCells] = {outer};
+    join_planes<1>(plane_word(planes, snps[0], in, w), stride, joined);
+    if constexpr (Shape::kInner > 1) {
+      join_planes<3>(plane_word(planes, snps[1], in, w), stride, joined);
+    }
+    if constexpr (Shape::kInner > 2) {
+      join_planes<9>(plane_word(planes, snps[2], in, w), stride, joined);
+    }
+    TAVO_UNROLL
+    for (int m = 0; m < Shape::kInnerCells; ++m) {
+      counts[m] += count_bits(joined[m]);
     }
   }
 }
@@ -165,16 +170,15 @@ template <int kOrder>
 TAVO_HOST_DEVICE int32_t count_complete(const PlaneView& planes, const uint32_t* const* snps, int segment) {
   const size_t stride = genotype_stride(planes.n_columns);
   int32_t n = 0;
-  for (int chunk = planes.first_chunk[segment]; chunk < planes.first_chunk[segment + 1]; ++chunk) {
-    for (int w = 0; w < kWordsPerChunk; ++w) {
-      uint32_t complete = ~0u;
-      TAVO_UNROLL
-      for (int j = 0; j < kOrder; ++j) {
-        const uint32_t* word = plane_word(planes, snps[j], chunk, w);
-        complete &= word[0] | word[stride] | word[2 * stride];
-      }
-      n += count_bits(complete);
+  const PlaneSegment in = planes.segments[segment];
+  for (int w = 0; w < in.n_words; ++w) {
+    uint32_t complete = ~0u;
+    TAVO_UNROLL
+    for (int j = 0; j < kOrder; ++j) {
+      const uint32_t* word = plane_word(planes, snps[j], in, w);
+      complete &= word[0] | word[stride] | word[2 * stride];
     }
+    n += count_bits(complete);
   }
   return n;
 }

@@ -76,8 +76,8 @@ void RangeLoop::send_planes(const WorkerSetupCommand& setup, const Segments& seg
   clear(planes_, words, stream);
   has_missing_.reserve(static_cast<size_t>(problem.n_snps), "bit planes");
   clear(has_missing_, static_cast<size_t>(problem.n_snps), stream);
-  upload<int>(first_chunk_, layout.first_chunk, "segments", stream);
-  plane_view_ = {planes_.data(), n_columns, first_chunk_.data()};
+  upload<PlaneSegment>(segments_, layout.segments, "segments", stream);
+  plane_view_ = {planes_.data(), n_columns, segments_.data()};
   if (!problem.transposed) {
     upload<int>(sample_at_, layout.sample_at, "segments", stream);
     cuMdrBuildPlanes({data_.matrix(), problem.n_snps, n_columns, layout.n_words(), sample_at_.data(),

@@ -56,7 +56,7 @@ class RangeLoop {
 
   // kPlanes.
   DeviceBuffer<uint32_t> planes_;
-  DeviceBuffer<int> first_chunk_;
+  DeviceBuffer<PlaneSegment> segments_;
   DeviceBuffer<uint8_t> has_missing_;
   PlaneView plane_view_{};
   std::optional<TileLoop> tiles_;  // where the fused search takes the run

@@ -4,22 +4,17 @@
 #include <algorithm>
 #include <limits>
 
-#include "cuda/plane_body.h"
 #include "cuda/score_body.h"
 
-PlaneLayout::PlaneLayout(const Segments& segments) {
-  first_chunk.push_back(0);
-  for (const std::vector<int>& segment : segments.samples) {
-    sample_at.insert(sample_at.end(), segment.begin(), segment.end());
+PlaneLayout::PlaneLayout(const Segments& by_fold) {
+  for (const std::vector<int>& samples : by_fold.samples) {
+    const auto n_words = static_cast<int>((samples.size() + kSamplesPerWord - 1) / kSamplesPerWord);
+    segments.push_back({n_chunks(), n_words});
+    sample_at.insert(sample_at.end(), samples.begin(), samples.end());
     while (sample_at.size() % kSamplesPerChunk != 0) {
       sample_at.push_back(-1);
     }
-    first_chunk.push_back(static_cast<int>(sample_at.size() / kSamplesPerChunk));
   }
-}
-
-int PlaneLayout::n_words() const {
-  return n_chunks() * kWordsPerChunk;
 }
 
 int counted_pairs(const Segments& segments) {

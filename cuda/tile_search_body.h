@@ -130,9 +130,9 @@ TAVO_HOST_DEVICE void count_half_tile(const TileSearchArguments& a, Warp& warp, 
     }
   });
   const size_t stride = chunk_stride(a.planes.n_columns);
-  const int first = a.planes.first_chunk[segment];
-  Product::template add_chunks<kOrder>(warp, a.planes.words + (size_t)first * stride, stride,
-                                       a.planes.first_chunk[segment + 1] - first);
+  const PlaneSegment in = a.planes.segments[segment];
+  Product::template add_chunks<kOrder>(warp, a.planes.words + (size_t)in.first_chunk * stride, stride,
+                                       (in.n_words + kWordsPerChunk - 1) / kWordsPerChunk);
   uint32_t* words = counts + segment * kTileWords;
   warp.each([&](int index, TileLane& lane) {
     TAVO_UNROLL
@@ -152,17 +152,16 @@ TAVO_HOST_DEVICE uint32_t count_row(const TileSearchArguments& a, const TilePref
   const TileShape& shape = a.shape;
   const TilePrefix& prefix = prefixes[row % shape.prefixes];
   uint32_t n = 0;
-  for (int chunk = a.planes.first_chunk[segment]; chunk < a.planes.first_chunk[segment + 1]; ++chunk) {
-    const uint32_t* at = a.planes.words + (size_t)chunk * chunk_stride(a.planes.n_columns);
-    for (int w = 0; w < kWordsPerChunk; ++w) {
-      uint32_t joined = ~0u;
-      int pattern = row / shape.prefixes;
-      for (int j = 0; j + 1 < shape.order; ++j, pattern /= shape.row_genotypes) {
-        const int genotype = pattern % shape.row_genotypes + shape.least_row_genotype();
-        joined &= at[plane_at(a.planes, prefix.snps[j], genotype) + (uint32_t)w];
-      }
-      n += (uint32_t)count_bits(joined);
+  const PlaneSegment in = a.planes.segments[segment];
+  for (int w = 0; w < in.n_words; ++w) {
+    const uint32_t* at = plane_word(a.planes, a.planes.words, in, w);
+    uint32_t joined = ~0u;
+    int pattern = row / shape.prefixes;
+    for (int j = 0; j + 1 < shape.order; ++j, pattern /= shape.row_genotypes) {
+      const int genotype = pattern % shape.row_genotypes + shape.least_row_genotype();
+      joined &= at[plane_at(a.planes, prefix.snps[j], genotype)];
     }
+    n += (uint32_t)count_bits(joined);
   }
   return n;
 }
@@ -423,10 +422,8 @@ TAVO_HOST_DEVICE void value_snp(const SnpValueArguments& a, uint64_t item) {
   const uint32_t* plane = a.planes.words + plane_at(a.planes, snp, genotype);
   const auto count = [&](int segment) {
     int32_t n = 0;
-    for (int chunk = a.planes.first_chunk[segment]; chunk < a.planes.first_chunk[segment + 1]; ++chunk) {
-      for (int w = 0; w < kWordsPerChunk; ++w) {
-        n += count_bits(plane[(size_t)chunk * chunk_stride(a.planes.n_columns) + (size_t)w]);
-      }
+    for (int w = 0; w < a.planes.segments[segment].n_words; ++w) {
+      n += count_bits(*plane_word(a.planes, plane, a.planes.segments[segment], w));
     }
     return n;
   };

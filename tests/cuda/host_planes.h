@@ -34,7 +34,7 @@ struct HostPlanes {
     }
   }
 
-  PlaneView view() const { return {words.data(), n_columns, layout.first_chunk.data()}; }
+  PlaneView view() const { return {words.data(), n_columns, layout.segments.data()}; }
 
   PlaneLayout layout;
   int n_columns;

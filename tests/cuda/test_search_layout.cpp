@@ -83,7 +83,12 @@ TEST(PlaneLayout, PadsSegmentsToChunks) {
   }
   const FoldView fold{training, testing, 1.0f};
   const PlaneLayout layout(Segments(problem, {&fold, 1}));
-  EXPECT_EQ(layout.first_chunk, (std::vector<int>{0, 2, 2, 4, 4}));
+  ASSERT_EQ(layout.segments.size(), 4u);
+  const int expected[4][2] = {{0, 5}, {2, 0}, {2, 6}, {4, 0}};
+  for (size_t segment = 0; segment < 4; ++segment) {
+    EXPECT_EQ(layout.segments[segment].first_chunk, expected[segment][0]);
+    EXPECT_EQ(layout.segments[segment].n_words, expected[segment][1]);
+  }
   EXPECT_EQ(layout.n_words(), 16);
   EXPECT_EQ(layout.sample_at[128], 128);
   EXPECT_EQ(layout.sample_at[129], -1);
