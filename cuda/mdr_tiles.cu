@@ -36,8 +36,12 @@ __global__ void __launch_bounds__(kTileThreads, 2)
   }
 }
 
-__global__ void mdr_snp_values(SnpValueArguments arguments) {
+__global__ void mdr_snp_values(ValueArguments arguments) {
   value_snp(arguments, thread_item());
+}
+
+__global__ void __launch_bounds__(kThreadsPerBlock) mdr_pair_values(ValueArguments arguments) {
+  value_pair(arguments, thread_item());
 }
 
 using TileKernel = void (*)(TileSearchArguments);
@@ -62,10 +66,16 @@ TileKernel tile_kernel(SearchKernel kernel, int order) {
 
 }  // namespace
 
-void cuMdrSnpValues(const SnpValueArguments& arguments, cudaStream_t stream) {
+void cuMdrSnpValues(const ValueArguments& arguments, cudaStream_t stream) {
   const auto items = 2 * static_cast<uint64_t>(arguments.n_snps);
   mdr_snp_values<<<blocks_for(items), kThreadsPerBlock, 0, stream>>>(arguments);
   cuda_check_launch("cuMdrSnpValues() execution failed.\n");
+}
+
+void cuMdrPairValues(const ValueArguments& arguments, cudaStream_t stream) {
+  const auto n = static_cast<uint64_t>(arguments.n_snps);
+  mdr_pair_values<<<blocks_for(n * n), kThreadsPerBlock, 0, stream>>>(arguments);
+  cuda_check_launch("cuMdrPairValues() execution failed.\n");
 }
 
 void cuMdrSearchTiles(SearchKernel kernel, const TileSearchArguments& arguments, cudaStream_t stream) {

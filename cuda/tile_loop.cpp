@@ -55,12 +55,25 @@ TileLoop::TileLoop(SearchKernel kernel, int n_snps, const WorkerSetupCommand& se
 
   if (bounded_ && some_complete_) {
     survivors_.reserve(capacity_, "candidates");
-    if (rules_.order == 2) {
+    if (rules_.order <= 3 && n_snps >= rules_.order) {
       send_bounds(std::vector<CandidateList>(setup.folds.size(), CandidateList(1)), stream);
-      const auto n_folds = static_cast<int>(setup.folds.size());
-      snp_values_.reserve(2 * setup.folds.size() * static_cast<size_t>(n_snps), "values of SNPs");
-      cuMdrSnpValues({planes_, n_snps, n_pairs_, n_folds, bounds_.data(), snp_values_.data()}, stream);
+      make_values(n_snps, stream);
     }
+  }
+}
+
+void TileLoop::make_values(int n_snps, cudaStream_t stream) {
+  const size_t n_folds = training_cases_.size();
+  ValueArguments arguments{planes_, n_snps, n_pairs_, static_cast<int>(n_folds), bounds_.data(), nullptr};
+  snp_values_.reserve(2 * n_folds * static_cast<size_t>(n_snps), "values of SNPs");
+  arguments.values = snp_values_.data();
+  cuMdrSnpValues(arguments, stream);
+  const size_t of_pairs = 4 * n_folds * snp_pairs(n_snps);
+  if (rules_.order == 3 && of_pairs * sizeof(int32_t) <= memory_budget()) {
+    pair_values_.reserve(of_pairs, "values of pairs");
+    arguments.values = pair_values_.data();
+    cuMdrPairValues(arguments, stream);
+    has_pair_values_ = true;
   }
 }
 
@@ -89,7 +102,7 @@ void TileLoop::send_bounds(const std::vector<CandidateList>& lists, cudaStream_t
 void TileLoop::queue_shape(TileSearchArguments arguments, bool complete, TileChoice choice,
                            cudaStream_t stream) const {
   const SearchRange& range = arguments.range;
-  arguments.shape = tile_shape(rules_.order, complete);
+  arguments.shape = tile_shape(rules_.order, complete, has_pair_values_);
   arguments.choice = choice;
   const int length = rules_.order - 1;
   int first[kMostTileOrder];
@@ -127,6 +140,7 @@ void TileLoop::queue(const SearchRange& range, const std::vector<CandidateList>&
   send_bounds(lists, stream);
   arguments.bounds = bounds_.data();
   arguments.snp_values = snp_values_.data();
+  arguments.pair_values = pair_values_.data();
   if (some_missing_) {
     queue_shape(arguments, false, some_complete_ ? TileChoice::kIncomplete : TileChoice::kAll, stream);
   }

@@ -28,6 +28,7 @@ class TileLoop {
              cudaStream_t stream);
 
  private:
+  void make_values(int n_snps, cudaStream_t stream);
   void send_bounds(const std::vector<CandidateList>& lists, cudaStream_t stream);
   void queue_shape(TileSearchArguments arguments, bool complete, TileChoice choice,
                    cudaStream_t stream) const;
@@ -41,11 +42,13 @@ class TileLoop {
   bool some_complete_ = false;  // of the SNPs
   bool some_missing_ = false;
   bool bounded_ = false;
+  bool has_pair_values_ = false;
 
   std::vector<int32_t> training_cases_;  // [folds]
   std::vector<int32_t> training_controls_;
   std::vector<int32_t> fold_n_;
   DeviceBuffer<FoldBound> bounds_;
   DeviceBuffer<int32_t> snp_values_;
+  DeviceBuffer<int32_t> pair_values_;  // of order 3, where the device has room for them
   DeviceBuffer<uint64_t> survivors_;
 };

@@ -224,6 +224,31 @@ TAVO_HOST_DEVICE void train_tile(const TileSearchArguments& a, Team& team) {
   });
 }
 
+// Pairs of n SNPs, and the number of one: pairs of the same first SNP follow each other.
+TAVO_HOST_DEVICE uint64_t snp_pairs(int n_snps) {
+  return (uint64_t)n_snps * (uint64_t)(n_snps - 1) / 2;
+}
+TAVO_HOST_DEVICE uint64_t pair_number(int n_snps, int first, int second) {
+  const uint64_t before = (uint64_t)first * (uint64_t)(2 * (int64_t)n_snps - first - 1) / 2;
+  return before + (uint64_t)(second - first - 1);
+}
+
+// The values of all nine patterns of two SNPs, cells[3 * genotype of the second + genotype of the first],
+// from those of all samples, of genotypes 1 and 2 of either SNP, and of the four patterns without a genotype
+// 0, which stand `stride` apart.
+TAVO_HOST_DEVICE void split_pair(int32_t all, int32_t first_1, int32_t first_2, int32_t second_1,
+                                 int32_t second_2, const int32_t* both, int stride, int32_t* cells) {
+  cells[4] = both[0];
+  cells[5] = both[stride];
+  cells[7] = both[2 * stride];
+  cells[8] = both[3 * stride];
+  cells[3] = second_1 - cells[4] - cells[5];
+  cells[6] = second_2 - cells[7] - cells[8];
+  cells[1] = first_1 - cells[4] - cells[7];
+  cells[2] = first_2 - cells[5] - cells[8];
+  cells[0] = all - second_1 - second_2 - cells[1] - cells[2];
+}
+
 // Whether a complete combination, column pair `last` of the rows of prefix `prefix`, may pass a fold's floor.
 TAVO_HOST_DEVICE bool complete_passes(const TileSearchArguments& a, const TileShared& shared, int prefix,
                                       int last, int last_snp, int fold) {
@@ -255,6 +280,47 @@ TAVO_HOST_DEVICE bool complete_passes(const TileSearchArguments& a, const TileSh
     sum += positive(left[1]) + positive(left[2]) + positive(left[0] - left[1] - left[2]);
   }
   return sum >= bound.need;
+}
+
+// The same of a triple, with two genotypes to a row: from the values of its pairs and SNPs.
+TAVO_HOST_DEVICE bool triple_passes(const TileSearchArguments& a, const TileShared& shared, int prefix,
+                                    int last, int last_snp, int fold) {
+  const int n_snps = a.range.n_snps;
+  const int snps[2] = {shared.prefixes[prefix].snps[0], shared.prefixes[prefix].snps[1]};
+  const int32_t* counted = (const int32_t*)(shared.counts + (2 * fold) * kTileWords);
+  const int32_t* of_rows = shared.row_values + fold * kTileRows + prefix;
+  const int32_t* of_snps = a.snp_values + (size_t)(2 * fold) * (size_t)n_snps;
+  const uint64_t n_pairs = snp_pairs(n_snps);
+  const int32_t* of_pairs = a.pair_values + 4 * (uint64_t)fold * n_pairs;
+  const uint64_t pairs[2] = {pair_number(n_snps, snps[0], last_snp), pair_number(n_snps, snps[1], last_snp)};
+  // The prefix's patterns, 3 * genotype of the second SNP + genotype of the first: what the last SNP's
+  // genotypes 1 and 2 leave of them.
+  int32_t left[9];
+  split_pair(a.bounds[fold].total, of_snps[snps[0]], of_snps[n_snps + snps[0]], of_snps[snps[1]],
+             of_snps[n_snps + snps[1]], of_rows, a.shape.prefixes, left);
+  int32_t sum = 0;
+  TAVO_UNROLL
+  for (int genotype = 0; genotype < 2; ++genotype, counted += kTileWords) {
+    int32_t own[4];
+    TAVO_UNROLL
+    for (int pattern = 0; pattern < 4; ++pattern) {
+      own[pattern] = counted[tile_word(pattern * a.shape.prefixes + prefix, last)];
+    }
+    const int32_t* with = of_pairs + 2 * (uint64_t)genotype * n_pairs;
+    int32_t cells[9];
+    split_pair(of_snps[genotype * n_snps + last_snp], with[pairs[0]], with[n_pairs + pairs[0]],
+               with[pairs[1]], with[n_pairs + pairs[1]], own, 1, cells);
+    TAVO_UNROLL
+    for (int cell = 0; cell < 9; ++cell) {
+      sum += positive(cells[cell]);
+      left[cell] -= cells[cell];
+    }
+  }
+  TAVO_UNROLL
+  for (int cell = 0; cell < 9; ++cell) {
+    sum += positive(left[cell]);
+  }
+  return sum >= a.bounds[fold].need;
 }
 
 // The training counts of one cell of a combination with all cells counted.
@@ -313,7 +379,7 @@ TAVO_HOST_DEVICE void offer_counted(const TileSearchArguments& a, const uint32_t
 }
 
 // All combinations of a trained tile.
-template <typename Team>
+template <int kOrder, typename Team>
 TAVO_HOST_DEVICE void judge_tile(const TileSearchArguments& a, Team& team, int first_snp) {
   const TileShape& shape = a.shape;
   const TileShared shared = team.shared();
@@ -329,7 +395,12 @@ TAVO_HOST_DEVICE void judge_tile(const TileSearchArguments& a, Team& team, int f
       for (int fold = thread / shape.side_by_side; fold < a.range.n_folds; fold += folds_at_once) {
         if (!shape.complete) {
           offer_counted(a, shared.counts, prefix, last, rank, fold);
-        } else if (complete_passes(a, shared, prefix, last, first_snp + last, fold)) {
+          continue;
+        }
+        const int last_snp = first_snp + last;
+        const bool of_pairs = kOrder == 3 && shape.row_genotypes == 2;
+        if (of_pairs ? triple_passes(a, shared, prefix, last, last_snp, fold)
+                     : complete_passes(a, shared, prefix, last, last_snp, fold)) {
           set_bit(shared.passes, c);
           break;
         }
@@ -400,39 +471,6 @@ TAVO_HOST_DEVICE void search_unit(const TileSearchArguments& a, Team& team, uint
       }
     });
     train_tile(a, team);
-    judge_tile(a, team, first_snp);
-  }
-}
-
-// Thread `item`: the values of genotypes 1 and 2 of a SNP, in every fold.
-struct SnpValueArguments {
-  PlaneView planes;
-  int n_snps;
-  int n_pairs;
-  int n_folds;
-  const FoldBound* bounds;
-  int32_t* values;  // [n_folds][2][n_snps], out
-};
-TAVO_HOST_DEVICE void value_snp(const SnpValueArguments& a, uint64_t item) {
-  if (item >= (uint64_t)(2 * (int64_t)a.n_snps)) {
-    return;
-  }
-  const int snp = (int)(item % (uint64_t)a.n_snps);
-  const int genotype = 1 + (int)(item / (uint64_t)a.n_snps);
-  const uint32_t* plane = a.planes.words + plane_at(a.planes, snp, genotype);
-  const auto count = [&](int segment) {
-    int32_t n = 0;
-    for (int w = 0; w < a.planes.segments[segment].n_words; ++w) {
-      n += count_bits(*plane_word(a.planes, plane, a.planes.segments[segment], w));
-    }
-    return n;
-  };
-  int32_t totals[2] = {0, 0};
-  for (int segment = 0; segment < 2 * a.n_pairs; ++segment) {
-    totals[segment % 2] += count(segment);
-  }
-  for (int fold = 0; fold < a.n_folds; ++fold) {
-    a.values[((size_t)(2 * fold) + (size_t)(genotype - 1)) * (size_t)a.n_snps + (size_t)snp] =
-        cell_value(a.bounds[fold], totals[1] - count(2 * fold + 1), totals[0] - count(2 * fold));
+    judge_tile<kOrder>(a, team, first_snp);
   }
 }

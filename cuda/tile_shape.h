@@ -6,9 +6,9 @@
 // SNP, and an entry counts the samples of a segment in both.
 //
 // Where no SNP of a combination has a missing genotype, cells need not all be counted: genotype 0 of the last
-// SNP is what the others leave of the row, and of pairs genotype 0 of the first SNP is what the others leave
-// of the column. Other combinations, and measures without a bound, have all cells counted. So there are two
-// shapes, and a launch of each covers a range.
+// SNP is what the others leave of the row; of pairs and triples genotype 0 of a SNP of the prefix is what the
+// others leave of the column, or of the pair that the other two SNPs make. Other combinations, and measures
+// without a bound, have all cells counted. So there are two shapes, and a launch of each covers a range.
 //
 // As in table_body.h, arrays are the device's, and nothing here depends on CUDA.
 #pragma once
@@ -49,11 +49,12 @@ struct TileShape {
 };
 
 // order: kLeastTileOrder to kMostTileOrder.
-constexpr TileShape tile_shape(int order, bool complete) {
+// pair_values: those of all pairs are at hand; order 3.
+constexpr TileShape tile_shape(int order, bool complete, bool pair_values) {
   TileShape shape{};
   shape.order = order;
   shape.complete = complete;
-  shape.row_genotypes = order == 2 && complete ? 2 : 3;
+  shape.row_genotypes = complete && (order == 2 || (order == 3 && pair_values)) ? 2 : 3;
   shape.patterns = 1;
   for (int j = 1; j < order; ++j) {
     shape.patterns *= shape.row_genotypes;
@@ -96,8 +97,11 @@ struct TileSearchArguments {
   int n_pairs;  // of segments: those of the folds, and the untested samples where there are any
   const uint8_t* has_missing;  // [n_snps]
   const FoldBound* bounds;     // [n_folds]; bounded
-  // Of pairs: [n_folds][2][n_snps] the values of genotypes 1 and 2 of each SNP.
+  // Of shapes with two genotypes to a row: [n_folds][2][n_snps] the values of genotypes 1 and 2 of each SNP;
+  // of triples [n_folds][4][pairs] those of each pair, pattern (genotype of the first - 1) + 2 * (of the
+  // second - 1).
   const int32_t* snp_values;
+  const int32_t* pair_values;
   // Ranks of complete combinations whose bound passes; their exact values are another launch's.
   RankSink survivors;
   // The prefixes of the range in the order of the enumeration, and the tiles of last SNPs that it can touch.

@@ -219,7 +219,7 @@ void print_search(const std::string& what, int order, const Data& data, double c
 // Cells that a combination without missing genotypes is counted in: a product each per sample.
 double counted_cells(const std::string& kernel, int order) {
   return kernel == name_of(SearchKernel::kThreads) ? 2.0 * power_of_3(order)
-                                                   : 2.0 * tile_shape(order, true).patterns;
+                                                   : 2.0 * tile_shape(order, true, true).patterns;
 }
 
 void bench_searches(const Options& options, const Data& data, const Ceilings& ceilings) {

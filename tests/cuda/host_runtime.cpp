@@ -116,7 +116,8 @@ cudaError_t cudaStreamSynchronize(cudaStream_t) {
   return cudaSuccess;
 }
 cudaError_t cudaMemGetInfo(size_t* free_bytes, size_t* total_bytes) {
-  *free_bytes = *total_bytes = tavo_test::host_runtime().free_bytes;
+  const tavo_test::HostRuntime& runtime = tavo_test::host_runtime();
+  *free_bytes = *total_bytes = runtime.memory_left.value_or(runtime.free_bytes);
   return cudaSuccess;
 }
 cudaError_t cudaSetDevice(int) {
@@ -253,11 +254,22 @@ void cuMdrSearchListed(const PlaneSearchArguments& arguments, RankSink list, cud
   constexpr Body kBodies[] = {search_listed_by_threads<2>, search_listed_by_threads<3>,
                               search_listed_by_threads<4>};
   if (tavo_test::host_launch_begins("cuMdrSearchListed()")) {
+    tavo_test::host_runtime().survivors += *list.count;
     kBodies[arguments.range.order - kLeastTileOrder](arguments, list);
   }
   cuda_check_launch("cuMdrSearchListed() execution failed.\n");
 }
-void cuMdrSnpValues(const SnpValueArguments& arguments, cudaStream_t) {
+void cuMdrPairValues(const ValueArguments& arguments, cudaStream_t) {
+  const auto n = static_cast<uint64_t>(arguments.n_snps);
+  if (tavo_test::host_launch_begins("cuMdrPairValues()")) {
+    ++tavo_test::host_runtime().pair_tables;
+    for (uint64_t item = 0; item < n * n + tavo_test::kSurplusThreads; ++item) {
+      value_pair(arguments, item);
+    }
+  }
+  cuda_check_launch("cuMdrPairValues() execution failed.\n");
+}
+void cuMdrSnpValues(const ValueArguments& arguments, cudaStream_t) {
   launch("cuMdrSnpValues()", arguments, 2 * static_cast<uint64_t>(arguments.n_snps), value_snp);
 }
 void cuMdrSearchTiles(SearchKernel kernel, const TileSearchArguments& arguments, cudaStream_t) {

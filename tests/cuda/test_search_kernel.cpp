@@ -76,8 +76,9 @@ TEST(SearchKernelFor, TenFoldsFitEveryGpuFrom8On) {
 // product has words of its own in the banks.
 TEST(TileShape, FitsTheTile) {
   for (int order = kLeastTileOrder; order <= kMostTileOrder; ++order) {
-    for (const bool complete : {false, true}) {
-      const TileShape shape = tile_shape(order, complete);
+    for (const int kind : {0, 1, 2}) {
+      const bool complete = kind > 0;
+      const TileShape shape = tile_shape(order, complete, kind > 1);
       EXPECT_LE(shape.patterns * shape.prefixes, kTileRows);
       EXPECT_LE(shape.lasts * (complete ? 2 : 3), kTileColumns);
       EXPECT_LE(shape.combinations, kMostTileCombinations);
@@ -86,9 +87,12 @@ TEST(TileShape, FitsTheTile) {
       EXPECT_TRUE(shape.side_by_side >= shape.combinations || shape.side_by_side == kTileThreads);
     }
   }
-  EXPECT_EQ(tile_shape(2, true).patterns, 2);
-  EXPECT_EQ(tile_shape(2, false).patterns, 3);
-  EXPECT_EQ(tile_shape(4, true).patterns, 27);
+  EXPECT_EQ(tile_shape(2, true, false).patterns, 2);
+  EXPECT_EQ(tile_shape(2, false, false).patterns, 3);
+  EXPECT_EQ(tile_shape(3, true, false).patterns, 9);
+  EXPECT_EQ(tile_shape(3, true, true).patterns, 4);
+  EXPECT_EQ(tile_shape(3, false, true).patterns, 9);
+  EXPECT_EQ(tile_shape(4, true, true).patterns, 27);
 }
 
 TEST(TileWord, HasAPlaceForEveryCountWithoutConflicts) {

@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <map>
+#include <set>
 
 #include "cuda/cuda_backend.h"
+#include "device/candidate_list.h"
+#include "lib/mdr.h"
 #include "tests/cuda/comparisons.h"
 #include "tests/cuda/host_runtime.h"
 
@@ -23,21 +27,21 @@ class TileChoiceTest : public testing::Test {
   }
 
   // Searches all combinations and returns the failure, if any.
-  std::string run(ScoringRules rules) {
+  std::string run(ScoringRules rules, std::vector<SearchFloor> floors = {}) {
     const std::vector<FoldView> folds = scene_.folds.views(0);
     WorkerSetupCommand setup;
     setup.kind = LoopKind::kSearch;
     setup.rules = rules;
     setup.folds = folds;
     setup.samples = scene_.folds.samples;
-    setup.list_size = 5;
+    setup.list_size = 1000;
     const std::unique_ptr<Device> device = CudaBackend().open(0);
-    const std::vector<SearchFloor> floors(folds.size());
-    std::vector<SearchCandidate> candidates;
+    floors.resize(folds.size());
+    candidates_.clear();
     WorkerBatchCommand batch;
     batch.n_ranks = comb_count(scene_.problem.n_snps, rules.order).value();
     batch.floors = floors.data();
-    batch.candidates = &candidates;
+    batch.candidates = &candidates_;
     for (Status status : {device->bind(), device->send_genotypes(scene_.problem),
                           device->send_base_data(scene_.problem), device->set_up(setup)}) {
       if (!status.ok()) {
@@ -50,6 +54,7 @@ class TileChoiceTest : public testing::Test {
 
   using Launches = std::map<std::string, int>;
 
+  std::vector<SearchCandidate> candidates_;  // of the last run
   std::mt19937 random_{51};
   Scene scene_{random_, 60, 12, 0.0, 2, false};
 };
@@ -103,11 +108,51 @@ TEST_F(TileChoiceTest, LittleSharedMemoryLeavesTheOtherSearch) {
   EXPECT_EQ(host_runtime().tile_launches, Launches());
 }
 
+// With folds of even classes the bound of balanced accuracy is the value itself, but for roundings: what
+// survives is a candidate in some fold. Triples once with and once without the memory for the values of all
+// pairs.
+TEST_F(TileChoiceTest, LittleSurvivesABound) {
+  for (size_t s = 0; s < scene_.data.classes.size(); ++s) {
+    scene_.data.classes[s] = static_cast<uint8_t>(s % 2);
+  }
+  scene_.deal({}, 3);
+  for (const int order : {2, 3, 4}) {
+    for (const bool has_memory : {true, false}) {
+      host_runtime() = tavo_test::HostRuntime();
+      ASSERT_EQ(run({order, kMissingNone, 1, kBalancedAccuracy}), "");
+      std::vector<CandidateList> lists(3, CandidateList(20));
+      for (const SearchCandidate& candidate : candidates_) {
+        lists[static_cast<size_t>(candidate.fold)].offer(candidate.rank, candidate.value);
+      }
+      std::vector<SearchFloor> floors;
+      for (const CandidateList& list : lists) {
+        floors.push_back(list.floor());
+      }
+      std::set<uint64_t> expected;
+      for (const SearchCandidate& candidate : candidates_) {
+        if (candidate.value >= floors[static_cast<size_t>(candidate.fold)].value) {
+          expected.insert(candidate.rank);
+        }
+      }
+      host_runtime() = tavo_test::HostRuntime();
+      if (!has_memory) {
+        host_runtime().memory_left = 6000;
+      }
+      ASSERT_EQ(run({order, kMissingNone, 1, kBalancedAccuracy}, floors), "");
+      EXPECT_EQ(host_runtime().pair_tables, order == 3 && has_memory ? 1 : 0);
+      EXPECT_EQ(candidates_.size(), 3u * 19u);
+      EXPECT_EQ(host_runtime().survivors, expected.size()) << "order " << order;
+      EXPECT_LT(expected.size(), comb_count(scene_.problem.n_snps, order).value());
+    }
+  }
+}
+
 TEST_F(TileChoiceTest, LaunchesThatFailSayWhich) {
-  for (const std::string name : {"cuMdrSearchTiles()", "cuMdrSearchListed()", "cuMdrSnpValues()"}) {
+  for (const std::string name :
+       {"cuMdrSearchTiles()", "cuMdrSearchListed()", "cuMdrSnpValues()", "cuMdrPairValues()"}) {
     host_runtime().failing_launch = name;
     testing::internal::CaptureStderr();
-    EXPECT_NE(run({2, 4, 1, kBalancedAccuracy}).find("a CUDA kernel could not be launched"),
+    EXPECT_NE(run({3, 4, 1, kBalancedAccuracy}).find("a CUDA kernel could not be launched"),
               std::string::npos);
     EXPECT_NE(testing::internal::GetCapturedStderr().find(name + " execution failed.\n"), std::string::npos);
   }
