@@ -165,7 +165,7 @@ INSTANTIATE_TEST_SUITE_P(Kernels, FusedSearch, testing::Values("popcount", "mma-
 TEST_P(FusedSearch, FindsTheBitsOfTheRecords) {
   const ForcedKernel forced(GetParam());
   for (int order = kLeastTileOrder; order <= kMostTileOrder; ++order) {
-    tavo_test::sweep_searches(order, false, search_in_parts, 3);
+    tavo_test::sweep_searches(order, false, search_in_parts, 5);
     ASSERT_FALSE(HasFatalFailure()) << "order " << order;
   }
 }
@@ -185,7 +185,7 @@ TEST_P(FusedSearch, FindsWhatPassesTheFloors) {
                            {3, 17, 201, 3},
                            {3, 12, 1101, 2},
                            {4, 11, 151, 3},
-                           {4, 9, 701, 1}}) {
+                           {4, 9, 401, 1}}) {
     for (const double missing : {0.0, 0.05 / size.order, 0.4 / size.n_samples}) {
       const Scene scene(random, size.n_samples, size.n_snps, missing, size.n_folds, size.n_folds == 7);
       const int code = missing > 0.0 && random() % 2 == 0 ? kMissingAvailable : kMissingNone;
