@@ -12,21 +12,9 @@
 #include "cpu/sample_rows.h"
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
-#include "lib/cv_measures.h"
+#include "lib/search_bound.h"
 
 namespace {
-
-// More than the rounding errors of a record's value and of the bound together, relative.
-constexpr float kSlack = 8e-6f;
-
-// Measures that grow with D of LaneLimit when every cell is classified: the others are computed for every
-// combination.
-bool has_bound(const ScoringRules& rules) {
-  const bool classifies_ties = rules.tie == kHighRisk || rules.tie == kLowRisk;
-  const bool grows = rules.measure == kBalancedAccuracy || rules.measure == kAccuracy ||
-                     rules.measure == kSomersDx || rules.measure == kTauC;
-  return classifies_ties && grows;
-}
 
 // Measures that depend on TP / P - FP / Q alone, P and Q being the samples that have all genotypes.
 bool shares_decide(const ScoringRules& rules) {
@@ -64,7 +52,7 @@ class LaneSearch : public RangeSearch {
         rules_(setup.rules),
         n_snps_(problem.n_snps),
         n_pairs_(static_cast<size_t>(segments.n_folds) + 1),
-        bounded_(has_bound(setup.rules)) {
+        bounded_(has_bound(setup.rules.measure, setup.rules.tie)) {
     for (int j = 1; j < rules_.order; ++j) {
       prefix_cells_ *= 3;
     }
@@ -131,25 +119,14 @@ class LaneSearch : public RangeSearch {
   void set_limits(const std::vector<CandidateList>& lists) {
     filters_ = rows_ != nullptr;
     for (size_t f = 0; f < limits_.size(); ++f) {
-      const float value = lists[f].floor().value * (1.0f - kSlack);
       LaneLimit& limit = limits_[f];
       limit.q = limit.pq = limit.nn = limit.n = 0.0f;
-      switch (rules_.measure) {
-        case kBalancedAccuracy:  // (1 + D / PQ) / 2
-          limit.pq = 2.0f * value - 1.0f - kSlack;
-          break;
-        case kSomersDx:  // D / PQ
-          limit.pq = value;
-          break;
-        case kTauC:  // 4 D / N^2
-          limit.nn = 0.25f * value;
-          break;
-        case kAccuracy:  // (Q + D) / N, D with weights 1
-          limit.q = 1.0f;
-          limit.n = value;
-          break;
-        default:
-          break;
+      if (bounded_) {
+        const BoundTerms terms = bound_terms(rules_.measure, lists[f].floor().value);
+        limit.q = terms.q;
+        limit.pq = terms.pq;
+        limit.nn = terms.nn;
+        limit.n = terms.n;
       }
       if (rows_ != nullptr) {
         set_need(f);
@@ -293,8 +270,9 @@ class LaneSearch : public RangeSearch {
       offer_all(b, lanes, run, lists);
       return;
     }
-    lanes &= kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
-                             complete, rules_.own_thresholds(), rules_.measure == kAccuracy, totals_.data()});
+    lanes &=
+        kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(), complete,
+                        rules_.own_thresholds(), has_plain_weights(rules_.measure), totals_.data()});
     for (; lanes != 0; lanes &= lanes - 1) {
       const auto lane = static_cast<size_t>(std::countr_zero(lanes));
       offer(lane, run.rank_of_first + (b * kLanes + lane - run.first), lists);
@@ -374,7 +352,8 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
 
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
                                                    const Segments& segments, const LanePlanes& planes) {
-  if (!has_bound(setup.rules) || setup.rules.order < 2 || setup.rules.order > RowTile::kMaxOrder) {
+  if (!has_bound(setup.rules.measure, setup.rules.tie) || setup.rules.order < 2 ||
+      setup.rules.order > RowTile::kMaxOrder) {
     return nullptr;
   }
   const ClassSizes sizes(segments, setup.folds.size());

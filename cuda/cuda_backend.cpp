@@ -50,10 +50,15 @@ class CudaDevice : public Device {
   explicit CudaDevice(int gpu) : gpu_(gpu) {}
 
   Status bind() override {
-    return attempt([this] {
-      cuda_safe_call(cudaSetDevice(gpu_));
-      data_.stream.open();
-    });
+    if (Status status = attempt([this] {
+          cuda_safe_call(cudaSetDevice(gpu_));
+          data_.stream.open();
+          data_.gpu = traits();
+        });
+        !status.ok()) {
+      return status;
+    }
+    return forced_search_kernel(data_.gpu, &data_.forced_search);
   }
 
   Status send_genotypes(const Problem& problem) override {
@@ -133,6 +138,16 @@ class CudaDevice : public Device {
   }
 
  private:
+  GpuTraits traits() const {
+    const auto ask = [this](cudaDeviceAttr attribute) {
+      int value = 0;
+      cuda_safe_call(cudaDeviceGetAttribute(&value, attribute, gpu_));
+      return value;
+    };
+    return {ask(cudaDevAttrComputeCapabilityMajor), ask(cudaDevAttrComputeCapabilityMinor),
+            static_cast<size_t>(ask(cudaDevAttrMaxSharedMemoryPerBlockOptin))};
+  }
+
   // Runs a step and names the GPU in its failure.
   template <typename Step>
   Status attempt(Step step) const {

@@ -3,14 +3,19 @@
 // What a worker's device holds from its start to its end.
 #pragma once
 
+#include <optional>
+
 #include "cuda/device_buffer.h"
 #include "cuda/gmdr_cuda.h"
 #include "cuda/mdr_cuda_new.h"
 #include "cuda/regression.h"
+#include "cuda/search_kernel.h"
 #include "device/problem.h"
 
 struct DeviceData {
-  const Problem* problem = nullptr;  // on the host
+  GpuTraits gpu;
+  std::optional<SearchKernel> forced_search;  // by TAVO_GPU_SEARCH
+  const Problem* problem = nullptr;           // on the host
   DeviceStream stream;
   DeviceBuffer<uint32_t> genotypes;  // the packed matrix as the problem has it; empty when transposed
   // One of the three is filled: plain runs, score-based runs, regressions.

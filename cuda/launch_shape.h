@@ -13,6 +13,9 @@ constexpr unsigned blocks_for(uint64_t n, unsigned threads = kThreadsPerBlock) {
   return static_cast<unsigned>((n + threads - 1) / threads);
 }
 
+// Blocks of a launch whose blocks go on to further work by themselves.
+constexpr unsigned kMostBlocks = 1u << 24;
+
 #ifdef __CUDACC__
 // The item of the calling thread; threads of the last block may have one beyond the last.
 __device__ inline uint64_t thread_item() {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The search of plain MDR on the current device: bit planes, then all folds' values of a range of ranks, one
-// thread per combination. Launches are queued on the given stream; one that fails throws.
+// The search of plain MDR on the current device, one thread per combination: bit planes, then all folds'
+// values of a range of ranks or of listed ones. Launches are queued on the given stream; one that fails
+// throws.
 #pragma once
 
 #include <cuda_runtime_api.h>
@@ -13,3 +14,7 @@ void cuMdrBuildPlanes(const PlaneBuildArguments& arguments, cudaStream_t stream)
 
 // Orders 1 to kMaxCudaPlaneOrder; arguments.range.n_ranks >= 1.
 void cuMdrSearch(const PlaneSearchArguments& arguments, cudaStream_t stream);
+
+// The combinations that the list holds once the stream has come here; its count is read on the device. The
+// arguments' range of ranks is not read.
+void cuMdrSearchListed(const PlaneSearchArguments& arguments, RankSink list, cudaStream_t stream);

@@ -72,7 +72,7 @@ TAVO_HOST_DEVICE void search_occupied(const OccupiedSearchArguments& a, uint64_t
   }
   const uint64_t rank = a.range.first_rank + item;
   int comb[kMaxCudaOrder];
-  unrank(a.range, rank, comb);
+  unrank(a.range, a.range.n_snps, a.range.order, rank, comb);
   PlacedSample* placed = a.placed + item * (uint64_t)a.n_positions;
   int n_placed = 0;
   for (int position = 0; position < a.n_positions; ++position) {

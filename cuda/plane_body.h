@@ -1,23 +1,57 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What one thread of the plane search does: the counts of a combination in all segments by AND and popcount,
-// then the ranking measure of every fold. The planes of the samples' genotypes are laid out by segment
-// (device/segments.h), padded to words of 32. As in table_body.h, nothing here depends on CUDA.
+// then the ranking measure of every fold. It takes any combination and any measure; the fused search
+// (tile_search_body.h) is faster where it applies, and leaves the exact values of what passes its bound to
+// this one. As in table_body.h, nothing here depends on CUDA.
+//
+// The planes of the samples' genotypes are laid out by segment (device/segments.h), padded to chunks: a chunk
+// of a plane is four words, and those of neighbouring SNPs stand side by side.
 #pragma once
 
 #include "cuda/search_common.h"
 #include "cuda/table_body.h"
 
 constexpr int kSamplesPerWord = 32;
+constexpr int kWordsPerChunk = 4;
+constexpr int kSamplesPerChunk = kSamplesPerWord * kWordsPerChunk;
 
 // The highest order that the plane search takes: a thread holds 2 * 3^order totals.
 constexpr int kMaxCudaPlaneOrder = 6;
 
+// Where a segment's samples are in every plane: n_words words, the last chunk filled up with clear ones.
+struct PlaneSegment {
+  int first_chunk;
+  int n_words;
+};
+
+struct PlaneView {
+  const uint32_t* words;         // [chunks][3][n_columns][kWordsPerChunk]
+  int n_columns;                 // more than there are SNPs: those behind the last have clear planes
+  const PlaneSegment* segments;  // [2 * (n_folds + 1)]
+};
+
+// Columns for this many SNPs: in whole lines of memory, the last one clear.
+constexpr int plane_columns(int n_snps) {
+  return (n_snps + 8) / 8 * 8;
+}
+
+// Words from one genotype's plane of a SNP to that of the next genotype, and from chunk to chunk.
+TAVO_HOST_DEVICE size_t genotype_stride(int n_columns) {
+  return (size_t)n_columns * kWordsPerChunk;
+}
+TAVO_HOST_DEVICE size_t chunk_stride(int n_columns) {
+  return 3 * genotype_stride(n_columns);
+}
+
 struct PlaneBuildArguments {
   GenotypeMatrix genotypes;
-  int n_words;           // of a plane
+  int n_snps;
+  int n_columns;
+  int n_words;           // of a plane, in whole chunks
   const int* sample_at;  // [n_words * kSamplesPerWord], -1 for the padding of a segment
-  uint32_t* planes;      // [SNP block][n_words][3][kSnpsPerBlock], out
+  uint32_t* planes;      // as PlaneView has it, cleared by the caller; out
+  uint8_t* has_missing;  // [n_snps], cleared by the caller; out: 1 where a listed sample has no genotype
 };
 
 // Fills word w of the planes of the 16 SNPs of packed column b, with item = w * words_per_row + b.
@@ -29,11 +63,17 @@ TAVO_HOST_DEVICE void build_planes(const PlaneBuildArguments& a, uint64_t item) 
   const size_t b = (size_t)(item % columns);
   const size_t w = (size_t)(item / columns);
   uint32_t rows[kSamplesPerWord];
+  uint32_t listed = 0;
   for (int i = 0; i < kSamplesPerWord; ++i) {
     const int sample = a.sample_at[w * kSamplesPerWord + (size_t)i];
     rows[i] = sample < 0 ? ~0u : a.genotypes.words[sample * a.genotypes.words_per_row + (int64_t)b];
+    listed |= (sample < 0 ? 0u : 1u) << i;
   }
   for (int j = 0; j < kGenotypesPerWord; ++j) {
+    const int snp = (int)b * kGenotypesPerWord + j;
+    if (snp >= a.n_snps) {
+      return;
+    }
     uint32_t planes[3] = {0, 0, 0};
     for (int i = 0; i < kSamplesPerWord; ++i) {
       const unsigned genotype = packed_genotype(&rows[i], (size_t)j);
@@ -41,19 +81,20 @@ TAVO_HOST_DEVICE void build_planes(const PlaneBuildArguments& a, uint64_t item) 
         planes[g] |= (genotype == g ? 1u : 0u) << i;
       }
     }
-    const int snp = (int)b * kGenotypesPerWord + j;
+    uint32_t* to = a.planes + w / kWordsPerChunk * chunk_stride(a.n_columns) + (size_t)snp * kWordsPerChunk +
+                   w % kWordsPerChunk;
     for (size_t g = 0; g < 3; ++g) {
-      a.planes[interleaved_index(snp, 3 * a.n_words) + (3 * w + g) * kSnpsPerBlock] = planes[g];
+      to[g * genotype_stride(a.n_columns)] = planes[g];
+    }
+    if ((planes[0] | planes[1] | planes[2]) != listed) {
+      a.has_missing[snp] = 1;
     }
   }
 }
 
 struct PlaneSearchArguments {
   SearchRange range;
-  const uint32_t* planes;
-  int n_words;
-  const int*
-      first_word;  // [2 * (n_folds + 1) + 1]: segment s has the words first_word[s] .. first_word[s + 1] - 1
+  PlaneView planes;
   uint32_t counted_cells;  // bit m: the count table holds cell m; cells from 32 on are always held
 };
 
@@ -65,20 +106,28 @@ TAVO_HOST_DEVICE int count_bits(uint32_t word) {
 #endif
 }
 
-// The shape of an order: cells are counted in chunks of the first (at most three) SNPs' patterns, whose
-// counts stay in registers; a chunk fixes the genotypes of the other SNPs. Chunks in ascending order make
-// ascending cells.
+// The shape of an order: cells are counted in groups, one per pattern of the SNPs behind the third; the
+// counts of a group, those of the first (at most three) SNPs' patterns, stay in registers. Groups in
+// ascending order make ascending cells.
 template <int kOrder>
 struct PlaneShape {
   static constexpr int kInner = kOrder < 3 ? kOrder : 3;
   static constexpr int kInnerCells = power_of_3(kInner);
-  static constexpr int kChunks = power_of_3(kOrder - kInner);
+  static constexpr int kGroups = power_of_3(kOrder - kInner);
 };
+
+// A SNP's word w of genotype 0 in a segment, from its first word of all on; those of the other genotypes
+// follow genotype_stride words apart.
+TAVO_HOST_DEVICE const uint32_t* plane_word(const PlaneView& planes, const uint32_t* snp,
+                                            PlaneSegment segment, int w) {
+  const int chunk = segment.first_chunk + w / kWordsPerChunk;
+  return snp + (size_t)chunk * chunk_stride(planes.n_columns) + w % kWordsPerChunk;
+}
 
 // Splits each of the first kCells words by the three planes of one more SNP, which becomes the highest digit.
 template <int kCells>
-TAVO_HOST_DEVICE void join_planes(const uint32_t* snp, uint32_t* joined) {
-  const uint32_t plane[3] = {snp[0], snp[kSnpsPerBlock], snp[2 * kSnpsPerBlock]};
+TAVO_HOST_DEVICE void join_planes(const uint32_t* word, size_t stride, uint32_t* joined) {
+  const uint32_t plane[3] = {word[0], word[stride], word[2 * stride]};
   TAVO_UNROLL
   for (int m = 0; m < kCells; ++m) {
     joined[2 * kCells + m] = joined[m] & plane[2];
@@ -87,26 +136,27 @@ TAVO_HOST_DEVICE void join_planes(const uint32_t* snp, uint32_t* joined) {
   }
 }
 
-// Adds the counts of one chunk in the words of one segment. snps[kOrder]: each SNP's first word.
+// Adds the counts of one group of cells in one segment. snps[kOrder]: each SNP's first word.
 template <int kOrder>
-TAVO_HOST_DEVICE void count_chunk(const uint32_t* const* snps, int first, int end, int chunk,
-                                  int32_t* counts) {
+TAVO_HOST_DEVICE void count_cells(const PlaneView& planes, const uint32_t* const* snps, int segment,
+                                  int group, int32_t* counts) {
   using Shape = PlaneShape<kOrder>;
-  for (int w = first; w < end; ++w) {
-    const size_t at = (size_t)w * 3 * kSnpsPerBlock;
+  const size_t stride = genotype_stride(planes.n_columns);
+  const PlaneSegment in = planes.segments[segment];
+  for (int w = 0; w < in.n_words; ++w) {
     uint32_t outer = ~0u;
-    int digits = chunk;
+    int digits = group;
     TAVO_UNROLL
     for (int j = Shape::kInner; j < kOrder; ++j, digits /= 3) {
-      outer &= snps[j][at + (size_t)(digits % 3) * kSnpsPerBlock];
+      outer &= plane_word(planes, snps[j], in, w)[(size_t)(digits % 3) * stride];
     }
     uint32_t joined[Shape::kInnerCells] = {outer};
-    join_planes<1>(snps[0] + at, joined);
+    join_planes<1>(plane_word(planes, snps[0], in, w), stride, joined);
     if constexpr (Shape::kInner > 1) {
-      join_planes<3>(snps[1] + at, joined);
+      join_planes<3>(plane_word(planes, snps[1], in, w), stride, joined);
     }
     if constexpr (Shape::kInner > 2) {
-      join_planes<9>(snps[2] + at, joined);
+      join_planes<9>(plane_word(planes, snps[2], in, w), stride, joined);
     }
     TAVO_UNROLL
     for (int m = 0; m < Shape::kInnerCells; ++m) {
@@ -117,54 +167,51 @@ TAVO_HOST_DEVICE void count_chunk(const uint32_t* const* snps, int first, int en
 
 // Samples of one segment that have all genotypes of the combination.
 template <int kOrder>
-TAVO_HOST_DEVICE int32_t count_complete(const uint32_t* const* snps, int first, int end) {
+TAVO_HOST_DEVICE int32_t count_complete(const PlaneView& planes, const uint32_t* const* snps, int segment) {
+  const size_t stride = genotype_stride(planes.n_columns);
   int32_t n = 0;
-  for (int w = first; w < end; ++w) {
+  const PlaneSegment in = planes.segments[segment];
+  for (int w = 0; w < in.n_words; ++w) {
     uint32_t complete = ~0u;
     TAVO_UNROLL
     for (int j = 0; j < kOrder; ++j) {
-      const uint32_t* plane = snps[j] + (size_t)w * 3 * kSnpsPerBlock;
-      complete &= plane[0] | plane[kSnpsPerBlock] | plane[2 * kSnpsPerBlock];
+      const uint32_t* word = plane_word(planes, snps[j], in, w);
+      complete &= word[0] | word[stride] | word[2 * stride];
     }
     n += count_bits(complete);
   }
   return n;
 }
 
-// Thread `item`: the combination of rank first_rank + item, offered for every fold.
+// Offers a combination for every fold.
 template <int kOrder>
-TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item) {
+TAVO_HOST_DEVICE void search_rank(const PlaneSearchArguments& a, uint64_t rank) {
   using Shape = PlaneShape<kOrder>;
   constexpr int kInnerCells = Shape::kInnerCells;
   const SearchRange& range = a.range;
-  if (item >= range.n_ranks) {
-    return;
-  }
-  const uint64_t rank = range.first_rank + item;
   int comb[kOrder];
-  unrank(range, rank, comb);
+  unrank(range, range.n_snps, kOrder, rank, comb);
   const uint32_t* snps[kOrder];
   TAVO_UNROLL
   for (int j = 0; j < kOrder; ++j) {
-    snps[j] = a.planes + interleaved_index(comb[j], 3 * a.n_words);
+    snps[j] = a.planes.words + (size_t)comb[j] * kWordsPerChunk;
   }
 
   // All segments together.
-  int32_t totals[Shape::kChunks][2][kInnerCells] = {};
+  int32_t totals[Shape::kGroups][2][kInnerCells] = {};
   int32_t all_controls = 0;
   int32_t all_cases = 0;
-  for (int chunk = 0; chunk < Shape::kChunks; ++chunk) {
+  for (int group = 0; group < Shape::kGroups; ++group) {
     int32_t controls[kInnerCells] = {};
     int32_t cases[kInnerCells] = {};
     for (int pair = 0; pair <= range.n_folds; ++pair) {
-      const int* word = a.first_word + 2 * pair;
-      count_chunk<kOrder>(snps, word[0], word[1], chunk, controls);
-      count_chunk<kOrder>(snps, word[1], word[2], chunk, cases);
+      count_cells<kOrder>(a.planes, snps, 2 * pair, group, controls);
+      count_cells<kOrder>(a.planes, snps, 2 * pair + 1, group, cases);
     }
     TAVO_UNROLL
     for (int m = 0; m < kInnerCells; ++m) {
-      totals[chunk][0][m] = controls[m];
-      totals[chunk][1][m] = cases[m];
+      totals[group][0][m] = controls[m];
+      totals[group][1][m] = cases[m];
       all_controls += controls[m];
       all_cases += cases[m];
     }
@@ -172,43 +219,42 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
 
   for (int fold = 0; fold < range.n_folds; ++fold) {
     // Training counts are the totals less the fold's own segments.
-    const int* word = a.first_word + 2 * fold;
     int32_t controls[kInnerCells] = {};
     int32_t cases[kInnerCells] = {};
     SetTotals training = {all_cases, all_controls, 0};
-    if constexpr (Shape::kChunks == 1) {
-      count_chunk<kOrder>(snps, word[0], word[1], 0, controls);
-      count_chunk<kOrder>(snps, word[1], word[2], 0, cases);
+    if constexpr (Shape::kGroups == 1) {
+      count_cells<kOrder>(a.planes, snps, 2 * fold, 0, controls);
+      count_cells<kOrder>(a.planes, snps, 2 * fold + 1, 0, cases);
       TAVO_UNROLL
       for (int m = 0; m < kInnerCells; ++m) {
         training.controls -= controls[m];
         training.cases -= cases[m];
       }
     } else {
-      training.controls -= count_complete<kOrder>(snps, word[0], word[1]);
-      training.cases -= count_complete<kOrder>(snps, word[1], word[2]);
+      training.controls -= count_complete<kOrder>(a.planes, snps, 2 * fold);
+      training.cases -= count_complete<kOrder>(a.planes, snps, 2 * fold + 1);
     }
     const float threshold = judge_by(range, fold, &training);
     Confusion table = {0, 0, 0, 0};
     float chi_square = 0.0f;
-    for (int chunk = 0; chunk < Shape::kChunks; ++chunk) {
-      if constexpr (Shape::kChunks > 1) {
+    for (int group = 0; group < Shape::kGroups; ++group) {
+      if constexpr (Shape::kGroups > 1) {
         TAVO_UNROLL
         for (int m = 0; m < kInnerCells; ++m) {
           controls[m] = 0;
           cases[m] = 0;
         }
-        count_chunk<kOrder>(snps, word[0], word[1], chunk, controls);
-        count_chunk<kOrder>(snps, word[1], word[2], chunk, cases);
+        count_cells<kOrder>(a.planes, snps, 2 * fold, group, controls);
+        count_cells<kOrder>(a.planes, snps, 2 * fold + 1, group, cases);
       }
       TAVO_UNROLL
       for (int m = 0; m < kInnerCells; ++m) {
-        const int cell = chunk * kInnerCells + m;
+        const int cell = group * kInnerCells + m;
         if (cell < 32 && (a.counted_cells >> cell & 1u) == 0) {
           continue;
         }
-        const int32_t n_controls = totals[chunk][0][m] - controls[m];
-        const int32_t n_cases = totals[chunk][1][m] - cases[m];
+        const int32_t n_controls = totals[group][0][m] - controls[m];
+        const int32_t n_cases = totals[group][1][m] - cases[m];
         const int label = cell_label(cell_ratio(n_controls, n_cases, threshold), threshold, range.tie);
         add_cell(&table, label, n_controls, n_cases);
         if (range.measure == kChiSquare) {
@@ -217,5 +263,24 @@ TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item
       }
     }
     offer(range, rank, fold, training_measure(range.measure, table, training, chi_square));
+  }
+}
+
+// Thread `item`: the combination of rank first_rank + item.
+template <int kOrder>
+TAVO_HOST_DEVICE void search_planes(const PlaneSearchArguments& a, uint64_t item) {
+  if (item < a.range.n_ranks) {
+    search_rank<kOrder>(a, a.range.first_rank + item);
+  }
+}
+
+// Thread `item` of n_threads: every n_threads-th of the listed combinations. A list that more were appended
+// to than it holds is not read: its launch is repeated in parts.
+template <int kOrder>
+TAVO_HOST_DEVICE void search_listed(const PlaneSearchArguments& a, RankSink list, uint64_t item,
+                                    uint64_t n_threads) {
+  const uint64_t n = *list.count <= list.capacity ? *list.count : 0;
+  for (uint64_t i = item; i < n; i += n_threads) {
+    search_rank<kOrder>(a, list.ranks[i]);
   }
 }

@@ -52,11 +52,11 @@ RangeLoop::RangeLoop(DeviceData& data, const WorkerSetupCommand& setup)
   floors_.reserve(setup.folds.size(), "folds");
   candidates_.reserve(capacity_, "candidates");
   host_candidates_.reserve(capacity_, "candidates");
-  count_.reserve(1, "candidates");
-  host_count_.reserve(1, "candidates");
+  counts_.reserve(2, "candidates");
+  host_counts_.reserve(2, "candidates");
   most_per_launch_ = kMostRanksPerLaunch;
   if (path_ == Path::kPlanes) {
-    send_planes(segments);
+    send_planes(setup, segments);
   } else {
     send_positions(setup, segments);
   }
@@ -66,17 +66,27 @@ RangeLoop::RangeLoop(DeviceData& data, const WorkerSetupCommand& setup)
   data_.stream.wait();
 }
 
-void RangeLoop::send_planes(const Segments& segments) {
+void RangeLoop::send_planes(const WorkerSetupCommand& setup, const Segments& segments) {
   const cudaStream_t stream = data_.stream.get();
+  const Problem& problem = *data_.problem;
   const PlaneLayout layout(segments);
-  n_words_ = layout.n_words();
-  const size_t words = padded_snps(*data_.problem) * 3 * static_cast<size_t>(n_words_);
+  const int n_columns = plane_columns(problem.n_snps);
+  const size_t words = chunk_stride(n_columns) * static_cast<size_t>(layout.n_chunks());
   planes_.reserve(words, "bit planes");
   clear(planes_, words, stream);
-  upload<int>(first_word_, layout.first_word, "segments", stream);
-  if (!data_.problem->transposed) {
+  has_missing_.reserve(static_cast<size_t>(problem.n_snps), "bit planes");
+  clear(has_missing_, static_cast<size_t>(problem.n_snps), stream);
+  upload<PlaneSegment>(segments_, layout.segments, "segments", stream);
+  plane_view_ = {planes_.data(), n_columns, segments_.data()};
+  if (!problem.transposed) {
     upload<int>(sample_at_, layout.sample_at, "segments", stream);
-    cuMdrBuildPlanes({data_.matrix(), n_words_, sample_at_.data(), planes_.data()}, stream);
+    cuMdrBuildPlanes({data_.matrix(), problem.n_snps, n_columns, layout.n_words(), sample_at_.data(),
+                      planes_.data(), has_missing_.data()},
+                     stream);
+  }
+  const SearchKernel kernel = search_kernel_for(data_.gpu, data_.forced_search, problem, rules_, segments);
+  if (kernel != SearchKernel::kThreads) {
+    tiles_.emplace(kernel, problem.n_snps, setup, segments, plane_view_, has_missing_, capacity_, stream);
   }
 }
 
@@ -102,11 +112,15 @@ void RangeLoop::send_positions(const WorkerSetupCommand& setup, const Segments& 
   placed_.reserve(most_per_launch_ * static_cast<size_t>(n_positions_), "samples by cell");
 }
 
-void RangeLoop::queue_kernel(const SearchRange& range) {
+void RangeLoop::queue_kernel(const SearchRange& range, const std::vector<CandidateList>& lists) {
   const cudaStream_t stream = data_.stream.get();
   switch (path_) {
     case Path::kPlanes:
-      cuMdrSearch({range, planes_.data(), n_words_, first_word_.data(), counted_cell_bits(rules_)}, stream);
+      if (tiles_) {
+        tiles_->queue(range, lists, counts_.data() + 1, stream);
+      } else {
+        cuMdrSearch({range, plane_view_, counted_cell_bits(rules_)}, stream);
+      }
       break;
     case Path::kScores:
       cuGmdrSearch({range, codes_.data(), n_positions_, n_words_, is_case_.data(), fold_of_.data(),
@@ -129,7 +143,7 @@ uint64_t RangeLoop::launch(uint64_t first_rank, uint64_t n_ranks, const std::vec
     floors.push_back(list.floor());
   }
   upload<SearchFloor>(floors_, floors, "folds", stream);
-  clear(count_, 1, stream);
+  clear(counts_, 2, stream);
   SearchRange range{};
   range.n_snps = data_.problem->n_snps;
   range.order = rules_.order;
@@ -143,12 +157,12 @@ uint64_t RangeLoop::launch(uint64_t first_rank, uint64_t n_ranks, const std::vec
   range.own_thresholds = rules_.own_thresholds();
   range.tie = rules_.tie;
   range.measure = rules_.measure;
-  range.sink = {candidates_.data(), count_.data(), capacity_};
-  queue_kernel(range);
-  cuda_safe_call(cudaMemcpyAsync(host_count_.data(), count_.data(), sizeof(unsigned long long),
+  range.sink = {candidates_.data(), counts_.data(), capacity_};
+  queue_kernel(range, lists);
+  cuda_safe_call(cudaMemcpyAsync(host_counts_.data(), counts_.data(), 2 * sizeof(unsigned long long),
                                  cudaMemcpyDeviceToHost, stream));
   data_.stream.wait();
-  return *host_count_.data();
+  return std::max(host_counts_.data()[0], host_counts_.data()[1]);
 }
 
 void RangeLoop::collect(uint64_t n, std::vector<CandidateList>& lists) {
@@ -177,7 +191,7 @@ void RangeLoop::run(uint64_t first_rank, uint64_t n_ranks, std::vector<Candidate
       next_launch_ = std::max<uint64_t>(1, n / 2);
       continue;
     }
-    collect(passed, lists);
+    collect(host_counts_.data()[0], lists);
     done += n;
     if (passed < capacity_ / 8 && n == next_launch_) {
       next_launch_ = std::min(most_per_launch_, 4 * next_launch_);

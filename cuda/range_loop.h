@@ -3,6 +3,7 @@
 // A search over ranges of ranks, all folds at once: the device's side of the search path.
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "cuda/device_data.h"
@@ -10,6 +11,7 @@
 #include "cuda/plane_body.h"
 #include "cuda/score_body.h"
 #include "cuda/search_layout.h"
+#include "cuda/tile_loop.h"
 #include "device/candidate_list.h"
 #include "device/commands.h"
 
@@ -26,13 +28,13 @@ class RangeLoop {
   enum class Path { kPlanes, kScores, kOccupied };
 
   static Path choose_path(const Problem& problem, const ScoringRules& rules);
-  void send_planes(const Segments& segments);
+  void send_planes(const WorkerSetupCommand& setup, const Segments& segments);
   void send_positions(const WorkerSetupCommand& setup, const Segments& segments);
 
-  // Searches one range in one launch; returns how many candidates passed, which can be more than the buffer
-  // took.
+  // Searches one range at once; returns the number of candidates, or of combinations that passed a bound
+  // where those are more. More than capacity_: some are lost.
   uint64_t launch(uint64_t first_rank, uint64_t n_ranks, const std::vector<CandidateList>& lists);
-  void queue_kernel(const SearchRange& range);
+  void queue_kernel(const SearchRange& range, const std::vector<CandidateList>& lists);
   void collect(uint64_t n, std::vector<CandidateList>& lists);
 
   DeviceData& data_;
@@ -48,16 +50,19 @@ class RangeLoop {
   DeviceBuffer<float> thresholds_;
   DeviceBuffer<SearchFloor> floors_;
   DeviceBuffer<SearchCandidate> candidates_;
-  DeviceBuffer<unsigned long long> count_;
+  DeviceBuffer<unsigned long long> counts_;  // candidates, and combinations that passed a bound
   PageLockedBuffer<SearchCandidate> host_candidates_;
-  PageLockedBuffer<unsigned long long> host_count_;
+  PageLockedBuffer<unsigned long long> host_counts_;
 
   // kPlanes.
-  int n_words_ = 0;  // kScores: of the codes of a SNP
   DeviceBuffer<uint32_t> planes_;
-  DeviceBuffer<int> first_word_;
+  DeviceBuffer<PlaneSegment> segments_;
+  DeviceBuffer<uint8_t> has_missing_;
+  PlaneView plane_view_{};
+  std::optional<TileLoop> tiles_;  // where the fused search takes the run
   // kScores, kOccupied.
   int n_positions_ = 0;
+  int n_words_ = 0;  // of the codes of a SNP
   int width_ = 0;
   DeviceBuffer<uint32_t> codes_;
   DeviceBuffer<int> sample_at_;

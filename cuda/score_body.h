@@ -111,7 +111,7 @@ TAVO_HOST_DEVICE void search_scores(const ScoreSearchArguments& a, uint64_t item
   }
   const uint64_t rank = range.first_rank + item;
   int comb[kOrder];
-  unrank(range, rank, comb);
+  unrank(range, range.n_snps, kOrder, rank, comb);
   const uint32_t* snps[kOrder];
   TAVO_UNROLL
   for (int j = 0; j < kOrder; ++j) {

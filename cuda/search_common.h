@@ -30,6 +30,24 @@ TAVO_HOST_DEVICE void append(CandidateSink sink, SearchCandidate candidate) {
   }
 }
 
+// The same for combinations whose values are still to be computed.
+struct RankSink {
+  uint64_t* ranks;  // [capacity]
+  unsigned long long* count;
+  uint64_t capacity;
+};
+
+TAVO_HOST_DEVICE void append(RankSink sink, uint64_t rank) {
+#ifdef __CUDA_ARCH__
+  const unsigned long long slot = atomicAdd(sink.count, 1ull);
+#else
+  const unsigned long long slot = (*sink.count)++;
+#endif
+  if (slot < sink.capacity) {
+    sink.ranks[slot] = rank;
+  }
+}
+
 // One launch over the ranks first_rank .. first_rank + n_ranks - 1, one thread per rank.
 struct SearchRange {
   int n_snps;
@@ -47,28 +65,41 @@ struct SearchRange {
   CandidateSink sink;
 };
 
-// Writes the combination of a rank to comb[order]. With r_i = n - 1 - comb[i], the combinations behind it
-// number the sum of (r_i choose order - i): r_i is the largest whose count is not above what is left.
-TAVO_HOST_DEVICE void unrank(const SearchRange& range, uint64_t rank, int* comb) {
-  const size_t row = (size_t)range.n_snps + 1;
-  uint64_t after = range.binomials[(size_t)range.order * row + (size_t)range.n_snps] - 1 - rank;
-  int high = range.n_snps - 1;
-  for (int i = 0; i < range.order; ++i) {
-    const int width = range.order - i;
-    const uint64_t* counts = range.binomials + (size_t)width * row;
+// n choose k, for n and k up to those of the range.
+TAVO_HOST_DEVICE uint64_t binomial(const SearchRange& range, int n, int k) {
+  return range.binomials[(size_t)k * ((size_t)range.n_snps + 1) + (size_t)n];
+}
+
+// Writes the combination of a rank among those of `order` out of the first n SNPs to comb[order]; n and order
+// are at most those of the range. With r_i = n - 1 - comb[i], the combinations behind it number the sum of
+// (r_i choose order - i): r_i is the largest whose count is not above what is left.
+TAVO_HOST_DEVICE void unrank(const SearchRange& range, int n, int order, uint64_t rank, int* comb) {
+  uint64_t after = binomial(range, n, order) - 1 - rank;
+  int high = n - 1;
+  for (int i = 0; i < order; ++i) {
+    const int width = order - i;
     int low = width - 1;
     while (low < high) {
       const int middle = low + (high - low + 1) / 2;
-      if (counts[middle] <= after) {
+      if (binomial(range, middle, width) <= after) {
         low = middle;
       } else {
         high = middle - 1;
       }
     }
-    comb[i] = range.n_snps - 1 - low;
-    after -= counts[low];
+    comb[i] = n - 1 - low;
+    after -= binomial(range, low, width);
     high = low - 1;
   }
+}
+
+// The rank of a combination of the range's order.
+TAVO_HOST_DEVICE uint64_t rank_of(const SearchRange& range, const int* comb) {
+  uint64_t after = 0;
+  for (int i = 0; i < range.order; ++i) {
+    after += binomial(range, range.n_snps - 1 - comb[i], range.order - i);
+  }
+  return binomial(range, range.n_snps, range.order) - 1 - after;
 }
 
 // The sample number and the threshold that a fold's combination is judged by. totals->n is filled in.

@@ -4,18 +4,23 @@
 #include <algorithm>
 #include <limits>
 
-#include "cuda/plane_body.h"
 #include "cuda/score_body.h"
 
-PlaneLayout::PlaneLayout(const Segments& segments) {
-  first_word.push_back(0);
-  for (const std::vector<int>& segment : segments.samples) {
-    sample_at.insert(sample_at.end(), segment.begin(), segment.end());
-    while (sample_at.size() % kSamplesPerWord != 0) {
+PlaneLayout::PlaneLayout(const Segments& by_fold) {
+  for (const std::vector<int>& samples : by_fold.samples) {
+    const auto n_words = static_cast<int>((samples.size() + kSamplesPerWord - 1) / kSamplesPerWord);
+    segments.push_back({n_chunks(), n_words});
+    sample_at.insert(sample_at.end(), samples.begin(), samples.end());
+    while (sample_at.size() % kSamplesPerChunk != 0) {
       sample_at.push_back(-1);
     }
-    first_word.push_back(static_cast<int>(sample_at.size() / kSamplesPerWord));
   }
+}
+
+int counted_pairs(const Segments& segments) {
+  const size_t n = segments.samples.size();
+  const bool untested = !segments.samples[n - 2].empty() || !segments.samples[n - 1].empty();
+  return segments.n_folds + (untested ? 1 : 0);
 }
 
 PositionLayout::PositionLayout(const Problem& problem, const WorkerSetupCommand& setup,

@@ -7,18 +7,23 @@
 #include <span>
 #include <vector>
 
+#include "cuda/plane_body.h"
 #include "device/commands.h"
 #include "device/segments.h"
 
-// Where the samples are in the bit planes: by segment, each padded to words of kSamplesPerWord.
+// Where the samples are in the bit planes: by segment, each padded to chunks of kSamplesPerChunk.
 struct PlaneLayout {
-  explicit PlaneLayout(const Segments& segments);
+  explicit PlaneLayout(const Segments& by_fold);
 
-  std::vector<int> first_word;  // [segments + 1]
-  std::vector<int> sample_at;   // [words * kSamplesPerWord], -1 for padding
+  std::vector<PlaneSegment> segments;
+  std::vector<int> sample_at;  // [chunks * kSamplesPerChunk], -1 for padding
 
-  int n_words() const { return first_word.back(); }
+  int n_chunks() const { return static_cast<int>(sample_at.size() / kSamplesPerChunk); }
+  int n_words() const { return n_chunks() * kWordsPerChunk; }
 };
+
+// Pairs of segments that hold samples: those of the folds, and that of the samples that no fold tests.
+int counted_pairs(const Segments& segments);
 
 // The samples in the order of the score sums: position 0 is the last of the run's sample list. A transposed
 // problem has no positions.

@@ -13,9 +13,11 @@
 #define TAVO_HOST_DEVICE_MEMBER
 #endif
 
-// Before a loop whose arrays must stay in the registers of a GPU thread.
+// Before a loop whose arrays must stay in the registers of a GPU thread, and before one that would take too many.
 #ifdef __CUDA_ARCH__
 #define TAVO_UNROLL _Pragma("unroll")
+#define TAVO_NO_UNROLL _Pragma("unroll 1")
 #else
 #define TAVO_UNROLL
+#define TAVO_NO_UNROLL
 #endif

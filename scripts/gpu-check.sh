@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Everything that needs a GPU, on a machine that has one and the CUDA toolkit. Installs nothing, fetches nothing.
 #   scripts/gpu-check.sh [build folder]    default build/gpu
-# Builds for the GPU that is there, runs the tests labelled gpu, compute-sanitizer on small runs, and whole runs on the
-# CPU against the GPU. What the machine lacks is skipped, and the last lines say so. Environment:
+# Builds for the GPU that is there, runs the tests labelled gpu, whole runs on the CPU against the GPU, compute-sanitizer
+# on small runs, and the bench. What the machine lacks is skipped, and the last lines say so. Environment:
 #   CMAKE_PREFIX_PATH   where GoogleTest, nlohmann-json and zlib are, if not in the system
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -32,10 +32,10 @@ configure() {
     -DTAVO_CUDA_ARCHITECTURES="${TAVO_CUDA_ARCHITECTURES:-native}" "$@" >"$build/configure.log" 2>&1
 }
 mkdir -p "$build"
-targets=(tavo tavo_gpu_tests)
+targets=(tavo tavo_gpu_bench tavo_gpu_tests)
 if ! configure -DTAVO_TOOLS=ON -DTAVO_TESTS=ON; then
   skipped+=("tests labelled gpu: $(grep -m 1 -E 'Could NOT find|Could not find a package|not find' "$build/configure.log" || echo 'they cannot be configured')")
-  targets=(tavo)
+  targets=(tavo tavo_gpu_bench)
   rm -f "$build/CMakeCache.txt"
   if ! configure -DTAVO_TOOLS=OFF -DTAVO_TESTS=OFF; then
     cat "$build/configure.log"
@@ -51,7 +51,7 @@ fi
 tavo=$PWD/$build/src/tavo
 "$tavo" --version
 
-if [ "${#targets[@]}" -gt 1 ]; then
+if [ "${#targets[@]}" -gt 2 ]; then
   step "tests labelled gpu"
   if ! TAVO_REQUIRE_GPU=1 timeout 240 ctest --test-dir "$build" -L gpu -j 4 --output-on-failure --timeout 200 | tail -60; then
     failed+=("tests labelled gpu")
@@ -65,40 +65,77 @@ else
   skipped+=("whole runs: no python3")
 fi
 
-# Small enough for the tools' slowness, with every kernel: tables and occupied cells, planes and scores, fits.
+# Small enough for the tools' slowness, with every kernel: tables and occupied cells, planes, tiles and scores, fits. A
+# line each: what the environment adds, and the options.
+sanitized_runs() {
+  local cv="--in data --measure ba --cv 3"
+  local complete="--in complete --measure tau-c --cv 3"
+  local fit="--in data --covariate covariates --iter 3 --regression logistic"
+  local line="--in traits --covariate covariates --regression linear"
+  local kernel
+  echo "TAVO_GPU_SEARCH=threads $cv --order 1-4"
+  for kernel in popcount mma-b1 mma-u8; do
+    # With some missing genotypes, and with none: both shapes of the tiles.
+    echo "TAVO_GPU_SEARCH=$kernel $cv --order 2-4"
+    echo "TAVO_GPU_SEARCH=$kernel $complete --order 2-4"
+  done
+  for kernel in "--order 7-8" "--order 1-3 --missing mc" "--order 1-3 --score scores" "--order 5 --score scores" \
+    "--order 2 --mode 0"; do
+    echo "A=1 $cv $kernel"
+  done
+  echo "A=1 $line"
+  echo "A=1 $line --precision double"
+  for kernel in "" "--order 2" "--order 2 --distinct 1"; do
+    echo "A=1 $fit $kernel"
+    echo "A=1 $fit $kernel --precision double"
+  done
+}
+
+# One run in a folder of its own: sanitize_run TOOL WORK NUMBER ENVIRONMENT OPTIONS...
+sanitize_run() {
+  local tool=$1 work=$2 number=$3 environment=$4
+  shift 4
+  mkdir "$work/run$number"
+  ln -s "$work"/{data,complete,scores,traits,covariates} "$work/run$number"
+  cd "$work/run$number" || return 1
+  env "$environment" timeout 100 compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
+    --thread 32 --block 8 --device cuda "$@" >log 2>&1
+  local status=$?
+  # A kernel that the GPU has not is refused before anything runs.
+  if [ $status -ne 0 ] && ! grep -q "expected one of: threads" log; then
+    echo "compute-sanitizer --tool $tool, $environment $*: status $status"
+    tail -15 log
+    return 1
+  fi
+}
+
+# All runs under one tool, a few at a time.
 sanitize() {
-  local tool=$1
-  local work
+  local tool=$1 work status=0 number=0 run process
+  local processes=()
   work=$(mktemp -d)
   python3 - "$work" <<'PYTHON'
 import sys
 sys.path.insert(0, "scripts")
 import gpu_parity
 gpu_parity.write_genotypes(sys.argv[1] + "/data", 90, 12, 0.05, 1)
+gpu_parity.write_genotypes(sys.argv[1] + "/complete", 90, 40, 0, 1)
 gpu_parity.write_scores(sys.argv[1] + "/scores", 90, 2)
 gpu_parity.write_genotypes(sys.argv[1] + "/traits", 90, 12, 0.05, 1, quantitative=True)
 gpu_parity.write_covariates(sys.argv[1] + "/covariates", 90, 2, 3)
 PYTHON
-  local status=0
-  local extra
-  local cv="--in data --measure ba --cv 3"
-  local fit="--in data --covariate covariates --iter 3 --regression logistic"
-  local fit_line="--in traits --covariate covariates --regression linear"
-  for extra in "$cv --order 1-4" "$cv --order 7-8" "$cv --order 1-3 --missing mc" "$cv --order 1-3 --score scores" \
-    "$cv --order 5 --score scores" "$cv --order 2 --mode 0" \
-    "$fit" "$fit --precision double" "$fit_line" "$fit_line --precision double" "$fit --order 2" \
-    "$fit --order 2 --precision double" "$fit --order 2 --distinct 1" "$fit --order 2 --distinct 1 --precision double"; do
+  while read -r run; do
+    number=$((number + 1))
     # shellcheck disable=SC2086
-    (cd "$work" && timeout 60 compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
-      --thread 32 --block 8 --device cuda $extra >log 2>&1)
-    case $? in
-      0) ;;
-      *)
-        echo "compute-sanitizer --tool $tool, $extra:"
-        tail -15 "$work/log"
-        status=1
-        ;;
-    esac
+    (sanitize_run "$tool" "$work" $number $run) &
+    processes+=($!)
+    if [ ${#processes[@]} -ge 6 ]; then
+      wait "${processes[0]}" || status=1
+      processes=("${processes[@]:1}")
+    fi
+  done < <(sanitized_runs)
+  for process in "${processes[@]}"; do
+    wait "$process" || status=1
   done
   rm -rf "$work"
   return $status
@@ -118,6 +155,9 @@ else
     fi
   done
 fi
+
+step "bench"
+timeout 240 "$build/bench/gpu/tavo_gpu_bench" || failed+=("bench")
 
 step "done"
 for what in "${skipped[@]}"; do

@@ -36,8 +36,8 @@ void expect_search(const Scene& scene, const ScoringRules& rules, int first_fold
                    const SearchFunction& search);
 
 // All measures, missing methods and tie rules over problems of one order: word borders, missing genotypes,
-// samples in no fold, one class alone. With and without scores.
+// samples in no fold, one class alone. With and without scores. every: searches one in so many of them.
 void sweep_records(int order, const RecordFunction& records);
-void sweep_searches(int order, bool with_scores, const SearchFunction& search);
+void sweep_searches(int order, bool with_scores, const SearchFunction& search, int every = 1);
 
 }  // namespace tavo_test

@@ -14,7 +14,9 @@
 #include "cuda/gmdr_search.h"
 #include "cuda/mdr_cuda_new.h"
 #include "cuda/mdr_search.h"
+#include "cuda/mdr_tiles.h"
 #include "cuda/occupied_cells.h"
+#include "tests/cuda/host_block.h"
 
 namespace {
 
@@ -114,7 +116,8 @@ cudaError_t cudaStreamSynchronize(cudaStream_t) {
   return cudaSuccess;
 }
 cudaError_t cudaMemGetInfo(size_t* free_bytes, size_t* total_bytes) {
-  *free_bytes = *total_bytes = tavo_test::host_runtime().free_bytes;
+  const tavo_test::HostRuntime& runtime = tavo_test::host_runtime();
+  *free_bytes = *total_bytes = runtime.memory_left.value_or(runtime.free_bytes);
   return cudaSuccess;
 }
 cudaError_t cudaSetDevice(int) {
@@ -125,7 +128,17 @@ cudaError_t cudaGetDeviceCount(int* count) {
   return *count > 0 ? cudaSuccess : remember(cudaErrorNoDevice);
 }
 cudaError_t cudaDeviceGetAttribute(int* value, cudaDeviceAttr attribute, int) {
-  *value = attribute == cudaDevAttrComputeCapabilityMajor ? tavo_test::host_runtime().major : 0;
+  switch (attribute) {
+    case cudaDevAttrComputeCapabilityMajor:
+      *value = tavo_test::host_runtime().major;
+      break;
+    case cudaDevAttrMaxSharedMemoryPerBlockOptin:
+      *value = static_cast<int>(tavo_test::host_runtime().shared_bytes);
+      break;
+    default:
+      *value = 0;
+      break;
+  }
   return cudaSuccess;
 }
 cudaError_t cudaGetDeviceProperties(cudaDeviceProp* properties, int) {
@@ -195,6 +208,76 @@ void cuMdrSearch(const PlaneSearchArguments& arguments, cudaStream_t) {
   constexpr Body kBodies[kMaxCudaPlaneOrder] = {search_planes<1>, search_planes<2>, search_planes<3>,
                                                 search_planes<4>, search_planes<5>, search_planes<6>};
   launch("cuMdrSearch()", arguments, arguments.range.n_ranks, kBodies[arguments.range.order - 1]);
+}
+
+namespace {
+
+template <int kOrder>
+void search_listed_by_threads(const PlaneSearchArguments& arguments, RankSink list) {
+  constexpr uint64_t kThreads = 100;
+  for (uint64_t item = 0; item < kThreads; ++item) {
+    search_listed<kOrder>(arguments, list, item, kThreads);
+  }
+}
+
+template <typename Product, int kOrder>
+void search_units(const TileSearchArguments& arguments) {
+  tavo_test::HostTileBlock block(arguments.n_pairs, arguments.range.n_folds);
+  for (uint64_t unit = 0; unit < tile_units(arguments); ++unit) {
+    search_unit<Product, kOrder>(arguments, block, unit);
+  }
+}
+
+using TileBody = void (*)(const TileSearchArguments&);
+template <typename Product>
+TileBody tile_body(int order) {
+  constexpr TileBody kBodies[] = {search_units<Product, 2>, search_units<Product, 3>,
+                                  search_units<Product, 4>};
+  return kBodies[order - kLeastTileOrder];
+}
+
+TileBody tile_body(SearchKernel kernel, int order) {
+  switch (kernel) {
+    case SearchKernel::kBinaryTiles:
+      return tile_body<BinaryProduct>(order);
+    case SearchKernel::kByteTiles:
+      return tile_body<ByteProduct>(order);
+    default:
+      return tile_body<PopcountProduct>(order);
+  }
+}
+
+}  // namespace
+
+void cuMdrSearchListed(const PlaneSearchArguments& arguments, RankSink list, cudaStream_t) {
+  using Body = void (*)(const PlaneSearchArguments&, RankSink);
+  constexpr Body kBodies[] = {search_listed_by_threads<2>, search_listed_by_threads<3>,
+                              search_listed_by_threads<4>};
+  if (tavo_test::host_launch_begins("cuMdrSearchListed()")) {
+    tavo_test::host_runtime().survivors += *list.count;
+    kBodies[arguments.range.order - kLeastTileOrder](arguments, list);
+  }
+  cuda_check_launch("cuMdrSearchListed() execution failed.\n");
+}
+void cuMdrPairValues(const ValueArguments& arguments, cudaStream_t) {
+  const auto n = static_cast<uint64_t>(arguments.n_snps);
+  if (tavo_test::host_launch_begins("cuMdrPairValues()")) {
+    ++tavo_test::host_runtime().pair_tables;
+    for (uint64_t item = 0; item < n * n + tavo_test::kSurplusThreads; ++item) {
+      value_pair(arguments, item);
+    }
+  }
+  cuda_check_launch("cuMdrPairValues() execution failed.\n");
+}
+void cuMdrSnpValues(const ValueArguments& arguments, cudaStream_t) {
+  launch("cuMdrSnpValues()", arguments, 2 * static_cast<uint64_t>(arguments.n_snps), value_snp);
+}
+void cuMdrSearchTiles(SearchKernel kernel, const TileSearchArguments& arguments, cudaStream_t) {
+  if (tavo_test::host_launch_begins("cuMdrSearchTiles()")) {
+    ++tavo_test::host_runtime().tile_launches[name_of(kernel)];
+    tile_body(kernel, arguments.shape.order)(arguments);
+  }
+  cuda_check_launch("cuMdrSearchTiles() execution failed.\n");
 }
 
 namespace {

@@ -7,6 +7,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <map>
+#include <optional>
 #include <string>
 
 namespace tavo_test {
@@ -14,12 +16,17 @@ namespace tavo_test {
 struct HostRuntime {
   int n_gpus = 1;
   int major = 9;
+  size_t shared_bytes = 227 << 10;  // that a block can ask for
   bool properties_fail = false;
   size_t free_bytes = size_t{1} << 30;  // what the runtime reports, and the most that one allocation gets
+  std::optional<size_t> memory_left;    // what the runtime reports, where it is not that
   std::string failing_launch;           // the wrapper whose launch fails
 
   // Seen so far.
   int launches = 0;
+  int pair_tables = 0;                       // of values
+  uint64_t survivors = 0;                    // of the fused search's bound
+  std::map<std::string, int> tile_launches;  // of the fused search, by the name of the kernel
   size_t allocations_alive = 0;
 };
 

@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(Once, CudaDevice, testing::Values(0));
 // buffer holds.
 TEST_P(CudaDevice, MoreCandidatesThanTheBufferHoldsAreAllFound) {
   std::mt19937 random(21);
-  const Scene scene(random, 60, 100, 0.0, 5, false);
+  const Scene scene(random, 60, 70, 0.0, 5, false);
   const uint64_t total = comb_count(scene.problem.n_snps, 3).value();
   const std::vector<FoldView> folds = scene.folds.views(0);
   WorkerSetupCommand setup;

@@ -8,12 +8,13 @@
 #include "cuda/score_body.h"
 #include "cuda/search_layout.h"
 #include "tests/cuda/comparisons.h"
+#include "tests/cuda/host_planes.h"
 
 namespace {
 
 using tavo_test::Scene;
 
-constexpr uint64_t kSurplusThreads = 5;
+using tavo_test::kSurplusThreads;
 
 // What every search launch reads besides the samples, owned.
 struct HostRange {
@@ -73,19 +74,10 @@ GenotypeMatrix matrix(const Problem& problem) {
 template <int kOrder>
 std::vector<SearchCandidate> plane_search(const Scene& scene, const WorkerSetupCommand& setup,
                                           uint64_t total) {
-  const PlaneLayout layout(Segments(scene.problem, setup.folds));
-  std::vector<uint32_t> planes(padded_snps(scene.problem) * 3 * static_cast<size_t>(layout.n_words()), 0);
-  const PlaneBuildArguments build{matrix(scene.problem), layout.n_words(), layout.sample_at.data(),
-                                  planes.data()};
-  const auto items = static_cast<uint64_t>(layout.n_words() * scene.problem.words_per_row);
-  for (uint64_t item = 0; item < items + kSurplusThreads && !scene.problem.transposed; ++item) {
-    build_planes(build, item);
-  }
+  const tavo_test::HostPlanes planes(scene.problem, Segments(scene.problem, setup.folds));
   HostRange host(scene, setup);
   return host.run(total, [&](const SearchRange& range, uint64_t item) {
-    search_planes<kOrder>(
-        {range, planes.data(), layout.n_words(), layout.first_word.data(), counted_cell_bits(setup.rules)},
-        item);
+    search_planes<kOrder>({range, planes.view(), counted_cell_bits(setup.rules)}, item);
   });
 }
 

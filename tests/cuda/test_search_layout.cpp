@@ -36,7 +36,7 @@ TEST(Unrank, AgreesWithTheHost) {
     for (uint64_t rank = 0; rank < comb_count(n, k).value(); ++rank) {
       std::vector<int> found(static_cast<size_t>(k), -1);
       std::vector<int> expected(static_cast<size_t>(k));
-      unrank(range, rank, found.data());
+      unrank(range, n, k, rank, found.data());
       comb_unrank(n, k, rank, expected.data());
       ASSERT_EQ(found, expected) << n << " choose " << k << ", rank " << rank;
     }
@@ -55,7 +55,7 @@ TEST(Unrank, AgreesWithTheHostFarOut) {
     const uint64_t rank = step == 1999 ? total - 1 : total / 2000 * step + step;
     int found[3];
     int expected[3];
-    unrank(range, rank, found);
+    unrank(range, n, 3, rank, found);
     comb_unrank(n, 3, rank, expected);
     ASSERT_TRUE(std::equal(found, found + 3, expected)) << rank;
   }
@@ -68,26 +68,32 @@ TEST(CountedCells, AreAllButThoseThatATableOfPairsOrTriplesDrops) {
   EXPECT_EQ(counted_cell_bits({2, kMissingLevel, 1, 0}) & 0x1ffu, 0b001111111u);
 }
 
-TEST(PlaneLayout, PadsSegmentsToWords) {
+TEST(PlaneLayout, PadsSegmentsToChunks) {
   Problem problem;
-  const std::vector<uint8_t> classes(100, 0);
-  problem.n_samples = 100;
+  const std::vector<uint8_t> classes(300, 0);
+  problem.n_samples = 300;
   problem.classes = classes.data();
   std::vector<int> testing;
-  for (int s = 0; s < 33; ++s) {
+  for (int s = 0; s < 129; ++s) {
     testing.push_back(s);
   }
   std::vector<int> training;
-  for (int s = 33; s < 100; ++s) {
+  for (int s = 129; s < 300; ++s) {
     training.push_back(s);
   }
   const FoldView fold{training, testing, 1.0f};
   const PlaneLayout layout(Segments(problem, {&fold, 1}));
-  EXPECT_EQ(layout.first_word, (std::vector<int>{0, 2, 2, 5, 5}));
-  EXPECT_EQ(layout.sample_at[32], 32);
-  EXPECT_EQ(layout.sample_at[33], -1);
-  EXPECT_EQ(layout.sample_at[64], 33);
-  EXPECT_EQ(layout.sample_at.size(), 160u);
+  ASSERT_EQ(layout.segments.size(), 4u);
+  const int expected[4][2] = {{0, 5}, {2, 0}, {2, 6}, {4, 0}};
+  for (size_t segment = 0; segment < 4; ++segment) {
+    EXPECT_EQ(layout.segments[segment].first_chunk, expected[segment][0]);
+    EXPECT_EQ(layout.segments[segment].n_words, expected[segment][1]);
+  }
+  EXPECT_EQ(layout.n_words(), 16);
+  EXPECT_EQ(layout.sample_at[128], 128);
+  EXPECT_EQ(layout.sample_at[129], -1);
+  EXPECT_EQ(layout.sample_at[256], 129);
+  EXPECT_EQ(layout.sample_at.size(), 512u);
 }
 
 }  // namespace
