@@ -6,19 +6,17 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
-#include <new>
 #include <optional>
 
 #include "tools/option_words.h"
+#include "tools/program.h"
 #include "tools/score_inputs.h"
 #include "util/output_file.h"
 
 namespace {
 
-constexpr int kRefused = 1;
-constexpr int kWrongUsage = 2;
+constexpr const char* kProgram = "tavo-score";
 
 constexpr const char* kUsage =
     "usage: tavo-score --in GENOTYPES --out SCORES [--OPTION VALUE ...]\n\n"
@@ -34,10 +32,6 @@ constexpr const char* kUsage =
     "score 0\n"
     "  --transpose 0|1\n      the layout of the genotype file where its size fits both (default 0)\n"
     "  --help, --version\n      alone on the command line\n";
-
-void complain(const std::string& message) {
-  std::fprintf(stderr, "tavo-score: %s\n", message.c_str());
-}
 
 struct Options {
   std::optional<std::string> in;
@@ -142,8 +136,8 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
     return status;
   }
   if (n_other_classes > 0) {
-    complain(*options.in + ": " + std::to_string(n_other_classes) +
-             " samples have a class other than 0 and 1 and count as controls");
+    complain(kProgram, *options.in + ": " + std::to_string(n_other_classes) +
+                           " samples have a class other than 0 and 1 and count as controls");
   }
   if (linear && look_like_classes(phenotypes)) {
     return Status::failure(*options.in +
@@ -166,7 +160,7 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
     if (!zero_for_missing) {
       return Status::failure(what + "; --missing-covariate zero gives them score 0");
     }
-    complain(what + "; they get score 0");
+    complain(kProgram, what + "; they get score 0");
   }
   std::vector<double> scores;
   if (status = make_scores(phenotypes, table, kind, &scores); !status.ok()) {
@@ -176,9 +170,11 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
 }
 
 int run_command(const std::vector<std::string>& words) {
-  if (words.size() == 1 && (words[0] == "--help" || words[0] == "--version")) {
-    std::fputs(words[0] == "--help" ? kUsage : "tavo-score " TAVO_VERSION "\n", stdout);
-    return std::fflush(stdout) == 0 ? 0 : kRefused;
+  if (words.size() == 1 && same_word(words[0], "--help")) {
+    return print_result(kProgram, kUsage);
+  }
+  if (words.size() == 1 && same_word(words[0], "--version")) {
+    return print_result(kProgram, version_text(kProgram));
   }
   Options options;
   bool linear = false;
@@ -195,25 +191,14 @@ int run_command(const std::vector<std::string>& words) {
     usage = one_of("--transpose", options.transpose, "0", "1", &transposed);
   }
   if (!usage.ok()) {
-    complain(usage.message() + " (tavo-score --help lists the options)");
-    return kWrongUsage;
+    return wrong_usage(kProgram, usage);
   }
-  if (const Status status = run(options, linear, zero, transposed); !status.ok()) {
-    complain(status.message());
-    return kRefused;
-  }
-  return 0;
+  const Status status = run(options, linear, zero, transposed);
+  return status.ok() ? 0 : refused(kProgram, status);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return run_command(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-  } catch (const std::bad_alloc&) {
-    complain("out of memory");
-  } catch (const std::exception& error) {
-    complain(error.what());
-  }
-  return kRefused;
+  return run_program(kProgram, argc, argv, run_command);
 }

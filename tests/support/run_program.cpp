@@ -114,6 +114,9 @@ fs::path convert_program() {
 fs::path score_program() {
   return TAVO_SCORE_PROGRAM;
 }
+fs::path simulate_program() {
+  return TAVO_SIMULATE_PROGRAM;
+}
 fs::path source_root() {
   return TAVO_SOURCE_ROOT;
 }

@@ -27,6 +27,7 @@ RunResult run_program(const std::filesystem::path& program, const std::vector<st
 std::filesystem::path tavo_program();
 std::filesystem::path convert_program();
 std::filesystem::path score_program();
+std::filesystem::path simulate_program();
 
 // The top folder of the checkout, for test data and examples.
 std::filesystem::path source_root();
