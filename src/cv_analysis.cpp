@@ -19,6 +19,7 @@
 #include "src/number_text.h"
 #include "src/p_values.h"
 #include "src/run_config.h"
+#include "util/stop_signal.h"
 #include "util/stopwatch.h"
 
 namespace {
@@ -60,12 +61,14 @@ void give_notices(const MdrReader& reader, const RunSettings& settings, const Sa
 }
 
 // The file that keeps a fold's top list after the run, in the working directory.
-Status write_list_file(int fold, const std::vector<KeptCombination>& list) {
-  char path[64];
-  std::snprintf(path, sizeof(path), "[%08d]tmp_cv_%d.txt", std::rand() % 100000000, fold);
+// *path: its name.
+Status write_list_file(int fold, const std::vector<KeptCombination>& list, std::string* path) {
+  char name[64];
+  std::snprintf(name, sizeof(name), "[%08d]tmp_cv_%d.txt", std::rand() % 100000000, fold);
+  *path = name;
   MdrWriter writer;
-  if (!writer.Save(path)) {
-    return Status::failure(std::string("cannot create ") + path);
+  if (!writer.Save(name)) {
+    return Status::failure(std::string("cannot create ") + name);
   }
   int rank = 0;
   for (const KeptCombination& kept : list) {
@@ -85,6 +88,13 @@ class CrossValidation {
         samples_(folds.samples),
         folds_(folds.views(settings.first_fold)),
         progress_(settings.progress) {}
+
+  // For a run that is stopped.
+  void remove_list_files() const {
+    for (const std::string& path : list_files_) {
+      std::remove(path.c_str());
+    }
+  }
 
   // Mode 1: searches one order and fills result->kept with every fold's best.
   Status search_order(int order, MDRResult* result) {
@@ -127,12 +137,14 @@ class CrossValidation {
   // above result->threshold.
   Status evaluate_order(int order, MDRResult* result) {
     const uint64_t total = comb_count(n_snps_, order).value();
+    progress_.begin(order, total * folds_.size());
     for (size_t f = 0; f < folds_.size(); ++f) {
       Status status = threshold_fold(rules_of(order), f, total, result);
       if (!status.ok()) {
         return status;
       }
     }
+    progress_.end();
     return {};
   }
 
@@ -157,7 +169,7 @@ class CrossValidation {
                       std::vector<double>(entry.record.begin(), entry.record.end())});
     }
     // The lists are a by-product: without them the run goes on, and one notice will do.
-    const Status written = write_list_file(static_cast<int>(fold), kept);
+    const Status written = write_list_file(static_cast<int>(fold), kept, &list_files_.emplace_back());
     if (!written.ok() && !list_files_missing_) {
       notice("the list files in the working directory are incomplete: %s", written.message().c_str());
       list_files_missing_ = true;
@@ -175,6 +187,7 @@ class CrossValidation {
     LoopOutput output;
     output.records = &records;
     double milliseconds = 0.0;
+    uint64_t done = f * total;
     for (;;) {
       int count = 0;
       combinations.resize(static_cast<size_t>(chunk) * order);
@@ -191,6 +204,8 @@ class CrossValidation {
         return status;
       }
       milliseconds += chunk_milliseconds;
+      done += static_cast<uint64_t>(count);
+      progress_.update(done);
       for (size_t c = 0; c < static_cast<size_t>(count); ++c) {
         top.insert(combinations.data() + c * order, records.data() + c * kRecordSize);
       }
@@ -235,6 +250,7 @@ class CrossValidation {
   const std::span<const int> samples_;
   const std::vector<FoldView> folds_;
   Progress progress_;
+  std::vector<std::string> list_files_;
   bool list_files_missing_ = false;
 };
 
@@ -281,6 +297,9 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     Status status =
         by_threshold ? analysis.evaluate_order(order, result) : analysis.search_order(order, result);
     if (!status.ok()) {
+      if (stop_signal() != 0) {
+        analysis.remove_list_files();
+      }
       return status;
     }
     CalcWeightedCVC_CV(settings.measure, by_threshold, result);

@@ -9,6 +9,7 @@
 #include "src/notice.h"
 #include "src/run_config.h"
 #include "src/score_file.h"
+#include "util/stop_signal.h"
 #include "util/stopwatch.h"
 
 namespace {
@@ -41,6 +42,26 @@ std::optional<int> refuse_output(const RunSettings& settings) {
     }
   }
   return std::nullopt;
+}
+
+// The end of a run that a signal stopped. Returns the exit status.
+int end_interrupted() {
+  notice("%s", stopped(stop_signal()).message().c_str());
+  return stopped_status(stop_signal());
+}
+
+// The end of a run whose analysis failed or was stopped. One that was stopped leaves nothing of its result,
+// not even the empty file of the proof. Returns the exit status.
+int give_up(const Status& reason, const RunSettings& settings) {
+  if (stop_signal() == 0) {
+    notice("%s", reason.message().c_str());
+    return kDeviceFailure;
+  }
+  std::error_code unknown;
+  if (OutputFile::is_replaceable(settings.output)) {
+    std::filesystem::remove(std::filesystem::canonical(settings.output, unknown), unknown);
+  }
+  return end_interrupted();
 }
 
 // The time of an analysis, without loading and reporting.
@@ -164,8 +185,7 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
       CalcRegression(reader, settings, &lines, settings.tidy.empty() ? nullptr : &tidy, &result);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
-    notice("%s", analysis.message().c_str());
-    return kDeviceFailure;
+    return give_up(analysis, settings);
   }
   std::printf("Regression method is %d\n", g_regression);
   Status report = linear ? lines.Close()
@@ -180,6 +200,9 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
 int TFmMDR::MdrMethod(const RunSettings& settings) {
   MdrReader reader;
   if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
+    if (stop_signal() != 0) {
+      return end_interrupted();
+    }
     std::fputs("Cannot open the text file!!", stdout);
     return 0;
   }
@@ -208,8 +231,7 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
       exhaustive ? CalcMdrMethodALL(reader, settings, results) : CalcMdrMethodCV(reader, settings, results);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
-    notice("%s", analysis.message().c_str());
-    return kDeviceFailure;
+    return give_up(analysis, settings);
   }
 
   std::printf("Regression method is %d\n", g_regression);

@@ -57,4 +57,5 @@ void Progress::end() {
   if (shown_ && terminal_) {
     std::fputs("\r\033[K", stderr);
   }
+  shown_ = false;
 }

@@ -1,11 +1,15 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The regression run: the null model, the fits, the top list of a logistic run and the lines of a linear one.
+#include <unistd.h>
+
 #include <cstdio>
 
+#include "lib/comb_rank.h"
 #include "lib/regression.h"
 #include "src/TFmMDR.h"
 #include "src/notice.h"
+#include "src/progress.h"
 #include "src/regression.h"
 #include "src/run_config.h"
 #include "src/tidy_regression.h"
@@ -114,7 +118,12 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     RegressionTopList top(static_cast<size_t>(settings.top), columns, rules.precision);
     const std::vector<std::string> names = reader.ReadHeader();
     uint64_t number = 0;
+    uint64_t n_taken = 0;
+    // Each batch has a line on standard output: on one terminal those will do.
+    Progress progress(settings.progress == "auto" && isatty(STDOUT_FILENO) != 0 ? "off" : settings.progress);
+    progress.begin(order, comb_count(problem.n_snps, order).value());
     const auto take = [&](FittedItem&& item) {
+      progress.update(++n_taken);
       n_failed += item.fit.state != FitState::kFitted ? 1 : 0;
       if (tidy != nullptr && order == 1) {
         tidy->write_row(item, result->null_model);

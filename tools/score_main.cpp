@@ -13,6 +13,7 @@
 #include "tools/program.h"
 #include "tools/score_inputs.h"
 #include "util/output_file.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -135,6 +136,9 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
   if (!status.ok()) {
     return status;
   }
+  if (stop_signal() != 0) {
+    return stopped(stop_signal());
+  }
   if (n_other_classes > 0) {
     complain(kProgram, *options.in + ": " + std::to_string(n_other_classes) +
                            " samples have a class other than 0 and 1 and count as controls");
@@ -166,7 +170,7 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
   if (status = make_scores(phenotypes, table, kind, &scores); !status.ok()) {
     return Status::failure(options.covariate.value_or(*options.in) + ": " + status.message());
   }
-  return write_scores(*options.out, scores);
+  return stop_signal() != 0 ? stopped(stop_signal()) : write_scores(*options.out, scores);
 }
 
 int run_command(const std::vector<std::string>& words) {
@@ -193,6 +197,7 @@ int run_command(const std::vector<std::string>& words) {
   if (!usage.ok()) {
     return wrong_usage(kProgram, usage);
   }
+  catch_stop_signals();
   const Status status = run(options, linear, zero, transposed);
   return status.ok() ? 0 : refused(kProgram, status);
 }

@@ -43,6 +43,10 @@ const StopFlag& stop_signal() {
   return process_flag;
 }
 
+void ignore_broken_pipes() {
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
 void catch_stop_signals() {
   struct sigaction action {};
   action.sa_handler = note_signal;

@@ -19,6 +19,9 @@ const StopFlag& stop_signal();
 // holds nothing up.
 void catch_stop_signals();
 
+// From now on a pipe that nobody reads any more makes writes fail and does not end the process.
+void ignore_broken_pipes();
+
 // The failure that work ends with when the flag is set.
 Status stopped(const StopFlag& stop);
 
