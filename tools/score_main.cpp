@@ -32,7 +32,10 @@ constexpr const char* kUsage =
     "  --missing-covariate refuse|zero\n      samples that lack a covariate: end the program (default), or "
     "score 0\n"
     "  --transpose 0|1\n      the layout of the genotype file where its size fits both (default 0)\n"
-    "  --help, --version\n      alone on the command line\n";
+    "  --help, --version\n      alone on the command line\n\n"
+    "Example: scores that leave age and sex out of account:\n\n"
+    "  tavo-score --in data.tavo --covariate data.cov --out scores.txt\n\n"
+    "Status: 0 done; 1 refused, or the output cannot be written; 2 wrong usage; 128 + signal when stopped.\n";
 
 struct Options {
   std::optional<std::string> in;
