@@ -12,6 +12,7 @@
 #include "lib/mdr.h"
 #include "src/TFmMDR.h"
 #include "src/combination_loop.h"
+#include "src/corners.h"
 #include "src/cv_search.h"
 #include "src/exhaustive.h"
 #include "src/folds.h"
@@ -26,39 +27,6 @@ namespace {
 
 // Combinations per combination loop when every record comes back: 64 MiB of records.
 constexpr uint64_t kAllResultsChunk = 1 << 18;
-
-// What the user should know about the run before trusting its numbers.
-void give_notices(const MdrReader& reader, const RunSettings& settings, const SampleList& list) {
-  give_class_notices(reader.classes(), list.n_cases, list.n_controls);
-  if (settings.missing + 1 == kMissingComplete) {
-    notice("%zu of %d samples have a missing genotype and are left out",
-           static_cast<size_t>(reader.GetLineCount()) - list.samples.size(), reader.GetLineCount());
-  }
-  if (settings.mode == 0 && settings.measure > kChiSquare) {
-    notice(
-        "the null distribution holds balanced accuracy, accuracy and chi-square only: with another measure "
-        "the "
-        "threshold is 0");
-  }
-  if (settings.mode == 0 && reader.scores() != nullptr) {
-    notice("the null distribution is that of the classes which the scores stand for, not of the scores");
-  }
-  if (settings.folds > 1 && static_cast<size_t>(settings.folds) > list.samples.size()) {
-    notice("%d folds are more than the %zu samples: some test nobody", settings.folds, list.samples.size());
-  }
-  if (settings.folds == 1) {
-    notice("with --cv 1 all samples test and none train: nothing can be learnt");
-  }
-  if (g_transpose != 0) {
-    notice(
-        "the transposed layout is not counted in a cross-validated run: every table is empty; "
-        "convert the file to the normal layout (tavo-convert)");
-  }
-  if (settings.missing + 1 == kMissingLevel && settings.minimum_order_minus_1 < 3 &&
-      settings.maximum_order > 1) {
-    notice("--missing mc: tables of orders 2 and 3 hold 9 and 27 cells; counts beyond them are dropped");
-  }
-}
 
 // The file that keeps a fold's top list after the run, in the working directory.
 // *path: its name.
@@ -145,6 +113,13 @@ class CrossValidation {
       }
     }
     progress_.end();
+    const auto slots = static_cast<size_t>(result->slots);
+    if (const auto full = std::count_if(result->kept.begin(), result->kept.end(),
+                                        [slots](const auto& kept) { return kept.size() == slots; });
+        full > 0) {
+      notice("order %d: %td of %zu lists are full, with %zu combinations; those below are left out", order,
+             full, folds_.size(), slots);
+    }
     return {};
   }
 
@@ -267,7 +242,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     shuffle_folds(labels, list.n_cases, list.n_controls, settings.seed);
   }
   const FoldLists folds = split_folds(list, labels, settings.folds);
-  give_notices(reader, settings, list);
+  give_cv_notices(reader, settings, list);
 
   Problem problem;
   problem.words = reader.words().data();

@@ -206,4 +206,8 @@ void keep_above_threshold(const ExhaustiveData& data, const ExhaustiveRules& rul
       }
     }
   }
+  if (n_slots > 0 && slots.size() == n_slots) {
+    notice("order %d: %zu combinations are above the threshold, and the rest of the order is not looked at",
+           rules.order, n_slots);
+  }
 }

@@ -10,9 +10,9 @@
 #include "lib/permutation.h"
 #include "lib/utils.h"
 #include "src/TFmMDR.h"
+#include "src/corners.h"
 #include "src/exhaustive.h"
 #include "src/folds.h"
-#include "src/notice.h"
 #include "src/p_values.h"
 #include "util/stop_signal.h"
 
@@ -23,12 +23,7 @@ Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& sett
   rules.measure = settings.measure;
   rules.tie = tie_rule(settings.tie);
   rules.missing = settings.missing + 1;
-  if (rules.measure > kChiSquare) {
-    notice(
-        "this mode computes balanced accuracy, accuracy and chi-square only; the other measures are 0, and "
-        "ranking by "
-        "one of them ranks nothing");
-  }
+  give_exhaustive_notices(reader, settings);
   const ExhaustiveData data = make_exhaustive_data(reader, settings.case_value, rules.missing);
   give_class_notices(reader.classes(), data.n_cases, data.n_controls);
   Progress progress(settings.progress);

@@ -5,6 +5,7 @@
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
 #include "src/TFmMDR.h"
+#include "src/corners.h"
 #include "src/covariates.h"
 #include "src/notice.h"
 #include "src/run_config.h"
@@ -121,6 +122,8 @@ std::optional<int> TFmMDR::apply_scores(const RunSettings& settings, MdrReader* 
   }
   if (!scores_) {
     std::puts("Can't open score file, use original phenotype...");
+    notice("%s cannot be opened: the run goes on without scores, with the classes of the genotype file",
+           szScore);
     return std::nullopt;
   }
   if (!status.ok()) {
@@ -206,6 +209,7 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     std::fputs("Cannot open the text file!!", stdout);
     return 0;
   }
+  give_option_notices(settings, reader);
   if (g_regression != kNoRegression) {
     return run_regression(settings, reader);
   }

@@ -118,12 +118,10 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     RegressionTopList top(static_cast<size_t>(settings.top), columns, rules.precision);
     const std::vector<std::string> names = reader.ReadHeader();
     uint64_t number = 0;
-    uint64_t n_taken = 0;
     // Each batch has a line on standard output: on one terminal those will do.
     Progress progress(settings.progress == "auto" && isatty(STDOUT_FILENO) != 0 ? "off" : settings.progress);
     progress.begin(order, comb_count(problem.n_snps, order).value());
     const auto take = [&](FittedItem&& item) {
-      progress.update(++n_taken);
       n_failed += item.fit.state != FitState::kFitted ? 1 : 0;
       if (tidy != nullptr && order == 1) {
         tidy->write_row(item, result->null_model);
@@ -141,7 +139,7 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     };
     status = regrProcess(pool, problem, rules,
                          static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda), take,
-                         &n_items);
+                         &n_items, &progress);
     result->top = top.entries();
   }
   // Of pairs the table has the best only: there may be billions.

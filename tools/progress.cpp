@@ -33,6 +33,12 @@ void Progress::at(int64_t done) {
     std::fprintf(stderr, "%s%s: %" PRId64, kClearLine, what_, done);
     return;
   }
-  std::fprintf(stderr, "%s%s: %.0f%%", kClearLine, what_,
-               100.0 * static_cast<double>(done) / static_cast<double>(total_));
+  const double share = static_cast<double>(done) / static_cast<double>(total_);
+  const double seconds = std::chrono::duration<double>(now - started_).count();
+  std::fprintf(stderr, "%s%s: %.0f%%", kClearLine, what_, 100.0 * share);
+  if (done > 0) {
+    const auto left = static_cast<int64_t>(seconds / share - seconds + 0.5);
+    std::fprintf(stderr, ", %.0f a second, %" PRId64 ":%02d left", static_cast<double>(done) / seconds,
+                 left / 60, static_cast<int>(left % 60));
+  }
 }
