@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -37,7 +38,7 @@ void Progress::at(int64_t done) {
   const double seconds = std::chrono::duration<double>(now - started_).count();
   std::fprintf(stderr, "%s%s: %.0f%%", kClearLine, what_, 100.0 * share);
   if (done > 0) {
-    const auto left = static_cast<int64_t>(seconds / share - seconds + 0.5);
+    const int64_t left = std::llround(seconds / share - seconds);
     std::fprintf(stderr, ", %.0f a second, %" PRId64 ":%02d left", static_cast<double>(done) / seconds,
                  left / 60, static_cast<int>(left % 60));
   }

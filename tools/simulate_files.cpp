@@ -49,6 +49,7 @@ Status write_truth(const SimulationPlan& plan, OutputFile* file) {
     const std::vector<double> p = model.cell_probabilities();
     for (size_t c = 0; c < p.size() && status.ok(); ++c) {
       std::vector<int> genotypes;
+      genotypes.reserve(planted.positions.size());
       for (int snp = 0; snp < model.order(); ++snp) {
         genotypes.push_back(cell_genotype(c, snp));
       }

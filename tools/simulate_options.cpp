@@ -2,6 +2,7 @@
 #include "tools/simulate_options.h"
 
 #include <algorithm>
+#include <cmath>
 #include <limits>
 #include <set>
 
@@ -67,7 +68,7 @@ Status parse_cases(const Value& given, SimulationPlan* plan) {
                     "a number of samples from 0 to " + std::to_string(plan->n_samples) +
                         ", or a share with a point, from 0.0 to 1.0");
   }
-  plan->n_cases = static_cast<int64_t>(share * static_cast<double>(plan->n_samples) + 0.5);
+  plan->n_cases = std::llround(share * static_cast<double>(plan->n_samples));
   return {};
 }
 
