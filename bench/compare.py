@@ -17,9 +17,13 @@ TAVO = os.path.join(BUILD, "src", "tavo")
 
 
 def make_data(name, samples, snps, cases=50, missing=0, covariates=0, seed=1):
-    words = [os.path.join(BUILD, "bench", "make_data"), name] + [str(x) for x in
-                                                                  (samples, snps, cases, missing, covariates, seed)]
-    subprocess.run(words, check=True)
+    """A data set as a genotype file and as PLINK 1 binary files: percent of cases, missing genotypes per mille."""
+    words = [os.path.join(BUILD, "tools", "tavo-simulate"), "--out", name + ".tavo", "--make-bed", name, "--samples",
+             str(samples), "--snps", str(snps), "--cases", "%.2f" % (cases / 100), "--missing", "%.3f" % (missing / 1000),
+             "--seed", str(seed)]
+    if covariates > 0:
+        words += ["--covariates", str(covariates), "--covar-out", name + ".cov"]
+    subprocess.run(words, check=True, stdout=subprocess.DEVNULL)
     return name
 
 

@@ -28,5 +28,32 @@ if(TAVO_SANITIZE)
   target_link_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE})
 endif()
 
+# Release builds are hardened: checked memory and string functions, canaries on the stack, relocations that become read-only
+# before main, code at random addresses. -fPIE and not -fPIC, which would keep functions from being inlined.
+include(CheckCXXSourceCompiles)
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+set(CMAKE_REQUIRED_FLAGS "-O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
+# Level 3 needs both the compiler and the C library.
+check_cxx_source_compiles(
+  "#include <features.h>
+   #if !defined(__USE_FORTIFY_LEVEL) || __USE_FORTIFY_LEVEL < 3
+   #error no level 3
+   #endif
+   int main() { return 0; }"
+  TAVO_FORTIFY_3)
+unset(CMAKE_REQUIRED_FLAGS)
+set(TAVO_FORTIFY_LEVEL 2)
+if(TAVO_FORTIFY_3)
+  set(TAVO_FORTIFY_LEVEL 3)
+endif()
+if(NOT TAVO_SANITIZE)
+  set(hardened "$<AND:$<CONFIG:Release>,$<COMPILE_LANGUAGE:CXX>>")
+  target_compile_options(
+    tavo_flags
+    INTERFACE "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${TAVO_FORTIFY_LEVEL};-fstack-protector-strong;-fPIE>")
+  target_link_options(tavo_flags INTERFACE "$<$<CONFIG:Release>:-pie;-Wl,-z,relro;-Wl,-z,now>")
+endif()
+
 find_package(Threads REQUIRED)
 target_link_libraries(tavo_flags INTERFACE Threads::Threads)

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "lib/packed_genotypes.h"
+#include "util/stop_signal.h"
 
 BitPlanes::BitPlanes(const Problem& problem, const Segments& segments)
     : words_(segments.words()),
@@ -14,7 +15,7 @@ BitPlanes::BitPlanes(const Problem& problem, const Segments& segments)
   }
   for (int segment = 0; segment < segments.count(); ++segment) {
     const std::vector<int>& samples = segments.samples[static_cast<size_t>(segment)];
-    for (size_t first = 0; first < samples.size(); first += kSamplesPerPlaneWord) {
+    for (size_t first = 0; first < samples.size() && stop_signal() == 0; first += kSamplesPerPlaneWord) {
       const size_t word = static_cast<size_t>(segments.first_word[static_cast<size_t>(segment)]) +
                           first / kSamplesPerPlaneWord;
       const size_t n = std::min<size_t>(kSamplesPerPlaneWord, samples.size() - first);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpu/cpu_backend.h"
 
+#include <algorithm>
 #include <optional>
 
 #include "cpu/bit_planes.h"
@@ -9,6 +10,7 @@
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
 #include "device/segments.h"
+#include "util/stop_signal.h"
 
 struct SearchData {
   SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set_)
@@ -44,6 +46,9 @@ struct SearchData {
 
 namespace {
 
+// Fits between two looks at the stop signal; whole groups of lanes.
+constexpr size_t kFitsAtATime = 32;
+
 class CpuDevice : public Device {
  public:
   explicit CpuDevice(CpuBackend& backend) : backend_(backend) {}
@@ -71,7 +76,7 @@ class CpuDevice : public Device {
   }
 
   Status evaluate_list(const WorkerBatchCommand& command) override {
-    for (size_t i = 0; i < command.active; ++i) {
+    for (size_t i = 0; i < command.active && stop_signal() == 0; ++i) {
       record_path_->evaluate(command.combinations + i * static_cast<size_t>(order_),
                              command.results + i * kRecordSize);
     }
@@ -100,7 +105,11 @@ class CpuDevice : public Device {
   }
 
   Status fit_items(const RegressionBatchCommand& command) override {
-    item_fits_->run(command.items, command.active, command.results);
+    const auto width = static_cast<size_t>(order_);
+    for (size_t i = 0; i < command.active && stop_signal() == 0; i += kFitsAtATime) {
+      item_fits_->run(command.items + i * width, std::min(kFitsAtATime, command.active - i),
+                      command.results + i);
+    }
     return {};
   }
 

@@ -5,6 +5,7 @@
 #include <bit>
 
 #include "lib/packed_genotypes.h"
+#include "util/stop_signal.h"
 
 static_assert(kLanes == kGenotypesPerWord, "a packed word holds the genotypes of one block");
 
@@ -22,7 +23,7 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
   }
   for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
     const std::vector<int>& samples = segments.samples[segment];
-    for (size_t first = 0; first < samples.size(); first += kSamplesPerPlaneWord) {
+    for (size_t first = 0; first < samples.size() && stop_signal() == 0; first += kSamplesPerPlaneWord) {
       const size_t w = static_cast<size_t>(segments.first_word[segment]) + first / kSamplesPerPlaneWord;
       const size_t n = std::min<size_t>(kSamplesPerPlaneWord, samples.size() - first);
       for (size_t b = 0; b < n_blocks; ++b) {

@@ -6,6 +6,7 @@
 
 #include "device/worker.h"
 #include "device/worker_state.h"
+#include "util/stop_signal.h"
 #include "util/thread_start.h"
 
 namespace {
@@ -109,6 +110,9 @@ Status WorkerPool::dispatch(const std::vector<RegressionBatchCommand>& commands)
 }
 
 Status WorkerPool::status() const {
+  if (stop_signal() != 0) {
+    return stopped(stop_signal());
+  }
   if (!start_failure_.ok()) {
     return start_failure_;
   }

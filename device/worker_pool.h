@@ -27,7 +27,8 @@ class WorkerPool {
   Status dispatch(const std::vector<WorkerBatchCommand>& commands);
   Status dispatch(const std::vector<RegressionBatchCommand>& commands);
 
-  // The first failure of any worker, or of starting one, so far.
+  // The first failure of any worker, or of starting one, so far; or that a signal asks to stop. Every command
+  // ends with it: here a run notices that it is to end early.
   Status status() const;
 
  private:

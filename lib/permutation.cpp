@@ -10,6 +10,7 @@
 
 #include "lib/mdr.h"
 #include "lib/rng.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -75,7 +76,7 @@ void generateNull(const int* combs, const int* k, const int* nCombs, const uint3
   std::vector<uint8_t> shuffled(response, response + *nSamples);
   CombinationScorer scorer(*k, *missing);
   *outCount = 0;
-  for (int c = 0; c < *nCombs; ++c, combs += *k) {
+  for (int c = 0; c < *nCombs && stop_signal() == 0; ++c, combs += *k) {
     for (int repetition = 0; repetition < *nPerm; ++repetition, outMeasures += kRecordLength) {
       permuteValues(shuffled.data(), nSamples);
       std::fill_n(outMeasures, kRecordLength, 0.0);

@@ -12,6 +12,7 @@
 #include "lib/packed_genotypes.h"
 #include "src/notice.h"
 #include "src/run_config.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -49,7 +50,7 @@ class MdrReader::Source {
   template <typename Item>
   int64_t append(std::vector<Item>& out, int64_t count) {
     int64_t done = 0;
-    while (done < count) {
+    while (done < count && stop_signal() == 0) {
       const int64_t wanted = std::min(count - done, kGrowth);
       const size_t before = out.size();
       out.resize(before + static_cast<size_t>(wanted));
@@ -183,6 +184,9 @@ bool MdrReader::read_samples(Source& source) {
   source.reserve(words_, row_ * block_count_);
   int kept = 0;
   for (int i = 0; i < row_; ++i) {
+    if (stop_signal() != 0) {
+      return false;
+    }
     uint8_t class_bytes[kClassSize];
     const int64_t got_class = source.read(class_bytes, kClassSize, 1);
     if (got_class != 1) {

@@ -12,6 +12,7 @@
 #include "lib/mdr.h"
 #include "src/TFmMDR.h"
 #include "src/combination_loop.h"
+#include "src/corners.h"
 #include "src/cv_search.h"
 #include "src/exhaustive.h"
 #include "src/folds.h"
@@ -19,6 +20,7 @@
 #include "src/number_text.h"
 #include "src/p_values.h"
 #include "src/run_config.h"
+#include "util/stop_signal.h"
 #include "util/stopwatch.h"
 
 namespace {
@@ -26,46 +28,15 @@ namespace {
 // Combinations per combination loop when every record comes back: 64 MiB of records.
 constexpr uint64_t kAllResultsChunk = 1 << 18;
 
-// What the user should know about the run before trusting its numbers.
-void give_notices(const MdrReader& reader, const RunSettings& settings, const SampleList& list) {
-  give_class_notices(reader.classes(), list.n_cases, list.n_controls);
-  if (settings.missing + 1 == kMissingComplete) {
-    notice("%zu of %d samples have a missing genotype and are left out",
-           static_cast<size_t>(reader.GetLineCount()) - list.samples.size(), reader.GetLineCount());
-  }
-  if (settings.mode == 0 && settings.measure > kChiSquare) {
-    notice(
-        "the null distribution holds balanced accuracy, accuracy and chi-square only: with another measure "
-        "the "
-        "threshold is 0");
-  }
-  if (settings.mode == 0 && reader.scores() != nullptr) {
-    notice("the null distribution is that of the classes which the scores stand for, not of the scores");
-  }
-  if (settings.folds > 1 && static_cast<size_t>(settings.folds) > list.samples.size()) {
-    notice("%d folds are more than the %zu samples: some test nobody", settings.folds, list.samples.size());
-  }
-  if (settings.folds == 1) {
-    notice("with --cv 1 all samples test and none train: nothing can be learnt");
-  }
-  if (g_transpose != 0) {
-    notice(
-        "the transposed layout is not counted in a cross-validated run: every table is empty; "
-        "convert the file to the normal layout (tavo-convert)");
-  }
-  if (settings.missing + 1 == kMissingLevel && settings.minimum_order_minus_1 < 3 &&
-      settings.maximum_order > 1) {
-    notice("--missing mc: tables of orders 2 and 3 hold 9 and 27 cells; counts beyond them are dropped");
-  }
-}
-
 // The file that keeps a fold's top list after the run, in the working directory.
-Status write_list_file(int fold, const std::vector<KeptCombination>& list) {
-  char path[64];
-  std::snprintf(path, sizeof(path), "[%08d]tmp_cv_%d.txt", std::rand() % 100000000, fold);
+// *path: its name.
+Status write_list_file(int fold, const std::vector<KeptCombination>& list, std::string* path) {
+  char name[64];
+  std::snprintf(name, sizeof(name), "[%08d]tmp_cv_%d.txt", std::rand() % 100000000, fold);
+  *path = name;
   MdrWriter writer;
-  if (!writer.Save(path)) {
-    return Status::failure(std::string("cannot create ") + path);
+  if (!writer.Save(name)) {
+    return Status::failure(std::string("cannot create ") + name);
   }
   int rank = 0;
   for (const KeptCombination& kept : list) {
@@ -85,6 +56,13 @@ class CrossValidation {
         samples_(folds.samples),
         folds_(folds.views(settings.first_fold)),
         progress_(settings.progress) {}
+
+  // For a run that is stopped.
+  void remove_list_files() const {
+    for (const std::string& path : list_files_) {
+      std::remove(path.c_str());
+    }
+  }
 
   // Mode 1: searches one order and fills result->kept with every fold's best.
   Status search_order(int order, MDRResult* result) {
@@ -127,11 +105,20 @@ class CrossValidation {
   // above result->threshold.
   Status evaluate_order(int order, MDRResult* result) {
     const uint64_t total = comb_count(n_snps_, order).value();
+    progress_.begin(order, total * folds_.size());
     for (size_t f = 0; f < folds_.size(); ++f) {
       Status status = threshold_fold(rules_of(order), f, total, result);
       if (!status.ok()) {
         return status;
       }
+    }
+    progress_.end();
+    const auto slots = static_cast<size_t>(result->slots);
+    if (const auto full = std::count_if(result->kept.begin(), result->kept.end(),
+                                        [slots](const auto& kept) { return kept.size() == slots; });
+        full > 0) {
+      notice("order %d: %td of %zu lists are full, with %zu combinations; those below are left out", order,
+             full, folds_.size(), slots);
     }
     return {};
   }
@@ -157,7 +144,7 @@ class CrossValidation {
                       std::vector<double>(entry.record.begin(), entry.record.end())});
     }
     // The lists are a by-product: without them the run goes on, and one notice will do.
-    const Status written = write_list_file(static_cast<int>(fold), kept);
+    const Status written = write_list_file(static_cast<int>(fold), kept, &list_files_.emplace_back());
     if (!written.ok() && !list_files_missing_) {
       notice("the list files in the working directory are incomplete: %s", written.message().c_str());
       list_files_missing_ = true;
@@ -175,6 +162,7 @@ class CrossValidation {
     LoopOutput output;
     output.records = &records;
     double milliseconds = 0.0;
+    uint64_t done = f * total;
     for (;;) {
       int count = 0;
       combinations.resize(static_cast<size_t>(chunk) * order);
@@ -191,6 +179,8 @@ class CrossValidation {
         return status;
       }
       milliseconds += chunk_milliseconds;
+      done += static_cast<uint64_t>(count);
+      progress_.update(done);
       for (size_t c = 0; c < static_cast<size_t>(count); ++c) {
         top.insert(combinations.data() + c * order, records.data() + c * kRecordSize);
       }
@@ -235,6 +225,7 @@ class CrossValidation {
   const std::span<const int> samples_;
   const std::vector<FoldView> folds_;
   Progress progress_;
+  std::vector<std::string> list_files_;
   bool list_files_missing_ = false;
 };
 
@@ -251,7 +242,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     shuffle_folds(labels, list.n_cases, list.n_controls, settings.seed);
   }
   const FoldLists folds = split_folds(list, labels, settings.folds);
-  give_notices(reader, settings, list);
+  give_cv_notices(reader, settings, list);
 
   Problem problem;
   problem.words = reader.words().data();
@@ -281,6 +272,9 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     Status status =
         by_threshold ? analysis.evaluate_order(order, result) : analysis.search_order(order, result);
     if (!status.ok()) {
+      if (stop_signal() != 0) {
+        analysis.remove_list_files();
+      }
       return status;
     }
     CalcWeightedCVC_CV(settings.measure, by_threshold, result);

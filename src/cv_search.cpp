@@ -9,8 +9,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Combinations per worker of the first pass: few, so that the floors rise early.
-constexpr uint64_t kFirstShare = 1024;
+// Combinations per worker of the first pass: few, so that the floors rise early, and that the pass is short
+// also where a combination takes milliseconds.
+constexpr uint64_t kFirstShare = 64;
 // What a pass should last: long against its hand-over, short for whoever waits for progress.
 constexpr double kPassSeconds = 0.25;
 // A share grows at most by this factor from one pass to the next.

@@ -12,6 +12,7 @@
 #include "lib/utils.h"
 #include "src/folds.h"
 #include "src/notice.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -65,6 +66,25 @@ class Blocks {
   std::vector<int> cursor_;
   std::vector<int> combinations_;
 };
+
+// Combinations between two looks at the clock and at the stop signal.
+constexpr int kScoredAtATime = 256;
+
+// Scores a whole block. False when a signal asks to stop.
+bool score_block(const ExhaustiveData& data, const ExhaustiveRules& rules, const Blocks& blocks,
+                 uint64_t done, Progress* progress, double* measures) {
+  for (int c = 0; c < blocks.count(); c += kScoredAtATime) {
+    if (stop_signal() != 0) {
+      return false;
+    }
+    mdrCombinationAll(data, rules, blocks.combination(c), std::min(kScoredAtATime, blocks.count() - c),
+                      measures + static_cast<size_t>(c) * kMeasureCount);
+    if (progress != nullptr) {
+      progress->update(done + static_cast<uint64_t>(c));
+    }
+  }
+  return true;
+}
 
 KeptCombination kept_combination(const int* comb, int order, const double* measures) {
   return {comb_key(comb, order), std::vector<int>(comb, comb + order),
@@ -128,7 +148,7 @@ std::vector<double> null_distribution(const ExhaustiveData& data, const Exhausti
 }
 
 void keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& rules, int block_size,
-                         MDRResult* result) {
+                         MDRResult* result, Progress* progress) {
   std::vector<KeptCombination>& slots = result->kept.front();
   slots.clear();
   Blocks blocks(data, rules.order, block_size);
@@ -136,9 +156,13 @@ void keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& rule
   std::vector<int> ascending(static_cast<size_t>(blocks.capacity()));
   int n_blocks = 0;
   size_t count = 0;
+  uint64_t done = 0;
   for (; blocks.next(); ++n_blocks) {
     const int n = blocks.count();
-    mdrCombinationAll(data, rules, blocks.combination(0), n, measures.data());
+    if (!score_block(data, rules, blocks, done, progress, measures.data())) {
+      return;
+    }
+    done += static_cast<uint64_t>(n);
     const std::vector<double> values = selected(measures, n, rules.measure);
     const size_t element_size = sizeof(double);
     shellsortIndex(ascending.data(), values.data(), &n, &element_size, cmp_double);
@@ -164,19 +188,26 @@ void keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& rule
 }
 
 void keep_above_threshold(const ExhaustiveData& data, const ExhaustiveRules& rules, int block_size,
-                          double threshold, MDRResult* result) {
+                          double threshold, MDRResult* result, Progress* progress) {
   std::vector<KeptCombination>& slots = result->kept.front();
   slots.clear();
   const auto n_slots = static_cast<size_t>(result->slots);
   Blocks blocks(data, rules.order, block_size);
   std::vector<double> measures(static_cast<size_t>(blocks.capacity()) * kMeasureCount, 0.0);
-  while (slots.size() < n_slots && blocks.next()) {
-    mdrCombinationAll(data, rules, blocks.combination(0), blocks.count(), measures.data());
+  for (uint64_t done = 0; slots.size() < n_slots && blocks.next();
+       done += static_cast<uint64_t>(blocks.count())) {
+    if (!score_block(data, rules, blocks, done, progress, measures.data())) {
+      return;
+    }
     for (int c = 0; c < blocks.count() && slots.size() < n_slots; ++c) {
       const double* record = measures.data() + static_cast<size_t>(c) * kMeasureCount;
       if (record[rules.measure] > threshold) {
         slots.push_back(kept_combination(blocks.combination(c), rules.order, record));
       }
     }
+  }
+  if (n_slots > 0 && slots.size() == n_slots) {
+    notice("order %d: %zu combinations are above the threshold, and the rest of the order is not looked at",
+           rules.order, n_slots);
   }
 }

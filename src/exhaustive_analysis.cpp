@@ -5,14 +5,16 @@
 #include <algorithm>
 
 #include "lib/comb.h"
+#include "lib/comb_rank.h"
 #include "lib/mdr.h"
 #include "lib/permutation.h"
 #include "lib/utils.h"
 #include "src/TFmMDR.h"
+#include "src/corners.h"
 #include "src/exhaustive.h"
 #include "src/folds.h"
-#include "src/notice.h"
 #include "src/p_values.h"
+#include "util/stop_signal.h"
 
 Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings,
                                 const ResultArray& results) {
@@ -21,24 +23,25 @@ Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& sett
   rules.measure = settings.measure;
   rules.tie = tie_rule(settings.tie);
   rules.missing = settings.missing + 1;
-  if (rules.measure > kChiSquare) {
-    notice(
-        "this mode computes balanced accuracy, accuracy and chi-square only; the other measures are 0, and "
-        "ranking by "
-        "one of them ranks nothing");
-  }
+  give_exhaustive_notices(reader, settings);
   const ExhaustiveData data = make_exhaustive_data(reader, settings.case_value, rules.missing);
   give_class_notices(reader.classes(), data.n_cases, data.n_controls);
+  Progress progress(settings.progress);
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
     rules.order = order;
+    progress.begin(order, comb_count(data.n_snps, order).value());
     if (permutation) {
       result->null_measures =
           null_distribution(data, rules, settings.null_combinations, settings.null_permutations);
       result->threshold = null_threshold(result->null_measures, settings.null_level);
-      keep_above_threshold(data, rules, settings.block_size, result->threshold, result);
+      keep_above_threshold(data, rules, settings.block_size, result->threshold, result, &progress);
     } else {
-      keep_best_of_blocks(data, rules, settings.block_size, result);
+      keep_best_of_blocks(data, rules, settings.block_size, result, &progress);
+    }
+    progress.end();
+    if (stop_signal() != 0) {
+      return stopped(stop_signal());
     }
     CalcWeightedCVC_ALL(settings.measure, permutation, result);
   }

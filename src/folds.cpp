@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "src/notice.h"
+#include "util/stop_signal.h"
 
 std::vector<uint8_t> code_classes(const std::vector<uint8_t>& classes, int case_value) {
   std::vector<uint8_t> coded;
@@ -42,7 +43,7 @@ SampleList make_sample_list(const std::vector<uint8_t>& coded, const std::vector
 
 std::vector<uint8_t> samples_with_missing(const MdrReader& reader) {
   std::vector<uint8_t> marks(static_cast<size_t>(reader.GetLineCount()), 0);
-  for (int s = 0; s < reader.GetLineCount(); ++s) {
+  for (int s = 0; s < reader.GetLineCount() && stop_signal() == 0; ++s) {
     for (int j = 0; j < reader.GetColCount(); ++j) {
       if (reader.GetSNPdata(s, j) == 3) {
         marks[static_cast<size_t>(s)] = 1;

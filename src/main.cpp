@@ -11,6 +11,7 @@
 #include "src/notice.h"
 #include "src/options.h"
 #include "src/run_config.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -39,6 +40,8 @@ int run(int argc, char** argv) {
   if (const std::optional<int> status = answer_question(argc, argv)) {
     return *status;
   }
+  // Whoever reads standard output may leave: the result file is written all the same.
+  ignore_broken_pipes();
   RunArguments arguments;
   if (const std::optional<int> status = scan_arguments(argc, argv, &arguments)) {
     return *status;
@@ -81,6 +84,7 @@ int run(int argc, char** argv) {
   }
   settings.tidy = arguments.tidy;
 
+  catch_stop_signals();
   std::puts("Enter to MDR methods...");
   TFmMDR driver(*backend);
   if (const int status = driver.MdrMethod(settings); status != 0) {
@@ -88,6 +92,9 @@ int run(int argc, char** argv) {
   }
   // Also after a file that could not be opened: the driver has said so.
   std::puts("------------------\n## tavo complete\n------------------");
+  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+    notice("standard output could not be written to its end; that says nothing about the result file");
+  }
   return 0;
 }
 

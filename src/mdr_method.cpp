@@ -5,11 +5,13 @@
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
 #include "src/TFmMDR.h"
+#include "src/corners.h"
 #include "src/covariates.h"
 #include "src/notice.h"
 #include "src/run_config.h"
 #include "src/score_file.h"
 #include "src/tidy_mdr.h"
+#include "util/stop_signal.h"
 #include "util/stopwatch.h"
 
 namespace {
@@ -63,15 +65,31 @@ std::optional<int> open_tidy(const RunSettings& settings, Table* table) {
   if (settings.tidy.empty()) {
     return std::nullopt;
   }
-  if (same_file(settings.tidy, settings.output)) {
-    notice("--tidy and --out name the same file");
-    return 1;
-  }
   if (!table->open(settings.tidy)) {
     notice("cannot create the tidy file %s", settings.tidy.c_str());
     return 1;
   }
   return std::nullopt;
+}
+
+// The end of a run that a signal stopped. Returns the exit status.
+int end_interrupted() {
+  notice("%s", stopped(stop_signal()).message().c_str());
+  return stopped_status(stop_signal());
+}
+
+// The end of a run whose analysis failed or was stopped. One that was stopped leaves nothing of its result,
+// not even the empty file of the proof. Returns the exit status.
+int give_up(const Status& reason, const RunSettings& settings) {
+  if (stop_signal() == 0) {
+    notice("%s", reason.message().c_str());
+    return kDeviceFailure;
+  }
+  std::error_code unknown;
+  if (OutputFile::is_replaceable(settings.output)) {
+    std::filesystem::remove(std::filesystem::canonical(settings.output, unknown), unknown);
+  }
+  return end_interrupted();
 }
 
 // The time of an analysis, without loading and reporting.
@@ -131,6 +149,8 @@ std::optional<int> TFmMDR::apply_scores(const RunSettings& settings, MdrReader* 
   }
   if (!scores_) {
     std::puts("Can't open score file, use original phenotype...");
+    notice("%s cannot be opened: the run goes on without scores, with the classes of the genotype file",
+           szScore);
     return std::nullopt;
   }
   if (!status.ok()) {
@@ -178,14 +198,8 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   const std::vector<std::string> names = reader.ReadHeader();
   const std::vector<std::string> covariate_names(g_covLabel, g_covLabel + g_covCnt);
   TidyRegression tidy(regression_rules(settings), reader.GetLineCount(), names, covariate_names);
-<<<<<<< HEAD
-  if (!settings.tidy.empty() && !tidy.open(settings.tidy)) {
-    notice("cannot create the tidy file %s", settings.tidy.c_str());
-    return 1;
-=======
   if (const std::optional<int> status = open_tidy(settings, &tidy)) {
     return *status;
->>>>>>> 8ed4e784e09250c3b988e3ae75fc7db8ed6f8a71
   }
   const RunClock clock;
   const bool linear = g_regression == kLinearRegression;
@@ -198,8 +212,7 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
       CalcRegression(reader, settings, &lines, settings.tidy.empty() ? nullptr : &tidy, &result);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
-    notice("%s", analysis.message().c_str());
-    return kDeviceFailure;
+    return give_up(analysis, settings);
   }
   std::printf("Regression method is %d\n", g_regression);
   Status report = linear ? lines.Close()
@@ -214,9 +227,13 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
 int TFmMDR::MdrMethod(const RunSettings& settings) {
   MdrReader reader;
   if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
+    if (stop_signal() != 0) {
+      return end_interrupted();
+    }
     std::fputs("Cannot open the text file!!", stdout);
     return 0;
   }
+  give_option_notices(settings, reader);
   if (g_regression != kNoRegression) {
     return run_regression(settings, reader);
   }
@@ -246,8 +263,7 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
       exhaustive ? CalcMdrMethodALL(reader, settings, results) : CalcMdrMethodCV(reader, settings, results);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
-    notice("%s", analysis.message().c_str());
-    return kDeviceFailure;
+    return give_up(analysis, settings);
   }
 
   std::printf("Regression method is %d\n", g_regression);

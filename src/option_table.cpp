@@ -200,10 +200,8 @@ constexpr Option kOptions[] = {
     {"cvfrom", "integer", "first fold to compute, from 0 (default 0)", true, take_integer<&cv_start>},
     {"gpu", "integer", "workers: GPUs, or processor cores without a GPU (default -1: all)", true,
      take_integer<&gpu>},
-    {"measure", "name",
-     "ranks combinations: ba, accuracy, homogeneity, gamma, tau-b, tau-c, somers_d1, somers_d2, nmi or lr "
-     "(required for MDR)",
-     true, take_measure},
+    {"measure", "ba|accuracy|homogeneity|gamma|tau-b|tau-c|somers_d1|somers_d2|nmi|lr",
+     "ranks combinations (required for MDR)", true, take_measure},
     {"missing", "none|mc|complete|available", "treatment of missing genotypes (default available)", true,
      take_missing},
     {"iter", "integer", "iteration limit of logistic regression (default 20)", true,

@@ -23,6 +23,13 @@ std::string duration_text(double seconds) {
   return text;
 }
 
+std::string rate_text(double rate) {
+  char text[64];
+  const bool many = rate >= 1e5;
+  std::snprintf(text, sizeof(text), many ? "%.3g million/s" : "%.0f/s", many ? rate / 1e6 : rate);
+  return text;
+}
+
 }  // namespace
 
 Progress::Progress(const std::string& choice)
@@ -47,9 +54,9 @@ void Progress::update(uint64_t done) {
   const double share = static_cast<double>(done) / static_cast<double>(total_);
   const double left = static_cast<double>(total_ - done) / rate;
   std::fflush(stdout);
-  std::fprintf(stderr, "%stavo: order %d: %.1f%% of %llu combinations, %.3g million/s, %s left%s",
+  std::fprintf(stderr, "%stavo: order %d: %.1f%% of %llu combinations, %s, %s left%s",
                terminal_ ? "\r\033[K" : "", order_, 100.0 * share, static_cast<unsigned long long>(total_),
-               rate / 1e6, duration_text(left).c_str(), terminal_ ? "" : "\n");
+               rate_text(rate).c_str(), duration_text(left).c_str(), terminal_ ? "" : "\n");
   shown_ = true;
 }
 
@@ -57,4 +64,5 @@ void Progress::end() {
   if (shown_ && terminal_) {
     std::fputs("\r\033[K", stderr);
   }
+  shown_ = false;
 }

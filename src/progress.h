@@ -11,6 +11,9 @@ class Progress {
  public:
   // choice: "on", "off", or "auto", which is on when standard error is a terminal.
   explicit Progress(const std::string& choice);
+  ~Progress() { end(); }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
 
   // Begins an order of `total` combinations.
   void begin(int order, uint64_t total);

@@ -124,7 +124,8 @@ void RegressionTopList::offer(const FittedItem& item) {
 }
 
 Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
-                   uint64_t launch_size, const std::function<void(FittedItem&&)>& take, uint64_t* n_items) {
+                   uint64_t launch_size, const std::function<void(FittedItem&&)>& take, uint64_t* n_items,
+                   Progress* progress) {
   RegressionSetupCommand setup(rules);
   setup.launch_size = launch_size;
   Status status = pool.broadcast(setup);
@@ -180,6 +181,9 @@ Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRul
       take(std::move(item));
     }
     done += static_cast<uint64_t>(count);
+    if (progress != nullptr) {
+      progress->update(done);
+    }
   }
   cutDeleteTimer(timer);
   *n_items = done;

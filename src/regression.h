@@ -12,6 +12,7 @@
 
 #include "device/problem.h"
 #include "device/worker_pool.h"
+#include "src/progress.h"
 
 // Values of an item as the reports know them; np is the number of design columns:
 //   one SNP, logistic   0 deviance; 1 .. np-1 odds ratios; np .. 2np-1 Wald statistics
@@ -65,9 +66,10 @@ class RegressionTopList {
 };
 
 // Fits every item and hands it, in the order of the enumeration, to take. *n_items becomes their number.
-// Prints the lines of the batches.
+// Prints the lines of the batches. progress: begun, or null.
 Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
-                   uint64_t launch_size, const std::function<void(FittedItem&&)>& take, uint64_t* n_items);
+                   uint64_t launch_size, const std::function<void(FittedItem&&)>& take, uint64_t* n_items,
+                   Progress* progress = nullptr);
 
 // Samples less parameters of a linear fit: its columns in single precision, in double precision those that do
 // not depend on others.

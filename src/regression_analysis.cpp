@@ -1,12 +1,16 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The regression run: the null model, the fits, the top list of a logistic run and the lines of a linear one.
+#include <unistd.h>
+
 #include <cmath>
 #include <cstdio>
 
+#include "lib/comb_rank.h"
 #include "lib/regression.h"
 #include "src/TFmMDR.h"
 #include "src/notice.h"
+#include "src/progress.h"
 #include "src/regression.h"
 #include "src/run_config.h"
 #include "src/tidy_regression.h"
@@ -128,6 +132,9 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     RegressionTopList top(static_cast<size_t>(settings.top), columns, rules.precision);
     const std::vector<std::string> names = reader.ReadHeader();
     uint64_t number = 0;
+    // Each batch has a line on standard output: on one terminal those will do.
+    Progress progress(settings.progress == "auto" && isatty(STDOUT_FILENO) != 0 ? "off" : settings.progress);
+    progress.begin(order, comb_count(problem.n_snps, order).value());
     const auto take = [&](FittedItem&& item) {
       n_failed += item.fit.state != FitState::kFitted ? 1 : 0;
       if (tidy != nullptr && order == 1) {
@@ -146,7 +153,7 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     };
     status = regrProcess(pool, problem, rules,
                          static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda), take,
-                         &n_items);
+                         &n_items, &progress);
     result->top = top.entries();
   }
   // Of pairs the table has the best only: there may be billions.

@@ -21,7 +21,7 @@ void print_usage() {
   std::puts("  --help, --version\n      alone on the command line\n");
   std::puts("Example: the best pairs by balanced accuracy in ten-fold cross-validation:\n");
   std::puts("  tavo --in data.tavo --out result.csv --order 2 --measure ba --thread 256 --block 64\n");
-  std::puts("Status: 0 done; 1 refused or not written; 255 a device failed.");
+  std::puts("Status: 0 done; 1 refused or not written; 255 a device failed; 128 + signal when ended by one.");
 }
 
 void print_version() {

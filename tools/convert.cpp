@@ -1,10 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/convert.h"
 
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <limits>
 #include <memory>
 
 #include "tools/bed_source.h"
@@ -13,26 +10,11 @@
 #include "tools/genotype_writer.h"
 #include "tools/open_source.h"
 #include "tools/packed_rows.h"
+#include "tools/summary.h"
+#include "tools/target_paths.h"
 #include "tools/variant_blocks.h"
 
 namespace {
-
-struct NamedPath {
-  const char* option;
-  std::string path;
-};
-
-void add_path(std::vector<NamedPath>* paths, const char* option, const std::optional<std::string>& path) {
-  if (path) {
-    paths->push_back({option, *path});
-  }
-}
-
-void add_bed_paths(std::vector<NamedPath>* paths, const char* option, const std::string& prefix) {
-  for (const char* ending : {kBedEnding, kBimEnding, kFamEnding}) {
-    paths->push_back({option, prefix + ending});
-  }
-}
 
 std::vector<NamedPath> input_paths(const ConvertOptions& options) {
   std::vector<NamedPath> paths;
@@ -60,64 +42,14 @@ std::vector<NamedPath> output_paths(const ConvertOptions& options) {
   return paths;
 }
 
-// A result would take the place of what it is made from, or of another one.
-Status check_paths(const ConvertOptions& options) {
-  std::vector<NamedPath> others = input_paths(options);
-  for (const NamedPath& output : output_paths(options)) {
-    for (const NamedPath& other : others) {
-      std::error_code not_there;
-      if (output.path == other.path || std::filesystem::equivalent(output.path, other.path, not_there)) {
-        return Status::failure(output.path + ": " + output.option + " is the same file as " + other.option);
-      }
-    }
-    others.push_back(output);
-  }
-  return {};
-}
-
-std::string phenotype_summary(const Selection& selection) {
-  if (!selection.phenotypes->quantitative) {
-    int64_t cases = 0;
-    for (int64_t i = 0; i < selection.n_samples(); ++i) {
-      cases += selection.phenotype_word(i);
-    }
-    return std::to_string(cases) + " cases, " + std::to_string(selection.n_samples() - cases) + " controls";
-  }
-  double sum = 0.0;
-  double least = std::numeric_limits<double>::infinity();
-  double most = -least;
-  for (int64_t i = 0; i < selection.n_samples(); ++i) {
-    const auto value = static_cast<double>(float_of_word(selection.phenotype_word(i)));
-    sum += value;
-    least = std::min(least, value);
-    most = std::max(most, value);
-  }
-  char text[120];
-  std::snprintf(text, sizeof(text), "phenotype %g to %g, mean %g", least, most,
-                sum / static_cast<double>(selection.n_samples()));
-  return text;
-}
-
-std::string summary(const std::string& target, const Selection& selection, int64_t missing,
-                    const std::string& format) {
-  char share[50];
-  std::snprintf(
-      share, sizeof(share), "%.2f%%",
-      100.0 * static_cast<double>(missing) /
-          (static_cast<double>(selection.n_samples()) * static_cast<double>(selection.n_variants())));
-  return target + ": " + std::to_string(selection.n_samples()) + " samples (" + phenotype_summary(selection) +
-         "), " + std::to_string(selection.n_variants()) + " SNPs, " + std::to_string(missing) +
-         " missing genotypes (" + share + "), " + format;
-}
-
 // One conversion, step by step.
 class Conversion {
  public:
-  Conversion(const ConvertOptions& options, const volatile std::sig_atomic_t& stop, ConvertReport* report)
+  Conversion(const ConvertOptions& options, const StopFlag& stop, ConvertReport* report)
       : options_(options), stop_(stop), report_(*report) {}
 
   Status run() {
-    Status status = check_paths(options_);
+    Status status = check_target_paths(input_paths(options_), output_paths(options_));
     if (status.ok()) {
       status = open_outputs();
     }
@@ -236,10 +168,11 @@ class Conversion {
   void tell(int64_t missing, const std::string& covariate_note) {
     if (options_.output) {
       notes_.push_back(
-          summary(*options_.output, selection_, missing, layout_name(options_.layout) + " layout"));
+          data_set_summary(*options_.output, selection_, missing, layout_name(options_.layout) + " layout"));
     }
     if (options_.make_bed) {
-      notes_.push_back(summary(*options_.make_bed + kBedEnding, selection_, missing, "PLINK 1 binary"));
+      notes_.push_back(
+          data_set_summary(*options_.make_bed + kBedEnding, selection_, missing, "PLINK 1 binary"));
     }
     if (!covariate_note.empty()) {
       notes_.push_back(covariate_note);
@@ -250,7 +183,7 @@ class Conversion {
   }
 
   const ConvertOptions& options_;
-  const volatile std::sig_atomic_t& stop_;
+  const StopFlag& stop_;
   ConvertReport& report_;
   std::unique_ptr<GenotypeSource> source_;
   std::vector<std::unique_ptr<GenotypeWriter>> writers_;
@@ -263,7 +196,7 @@ class Conversion {
 
 }  // namespace
 
-Status convert(const ConvertOptions& options, const volatile std::sig_atomic_t& stop, ConvertReport* report) {
+Status convert(const ConvertOptions& options, const StopFlag& stop, ConvertReport* report) {
   return Conversion(options, stop, report).run();
 }
 

@@ -3,12 +3,12 @@
 // The two tasks of tavo-convert.
 #pragma once
 
-#include <csignal>
 #include <string>
 #include <vector>
 
 #include "tools/options.h"
 #include "util/status.h"
+#include "util/stop_signal.h"
 
 // What a task has to say: text for standard output, and warnings for standard error.
 struct ConvertReport {
@@ -18,7 +18,7 @@ struct ConvertReport {
 
 // Makes the files. Gives up when `stop` becomes non-zero. After a failure no target has changed, unless one
 // of several could not be given its name when all were complete.
-Status convert(const ConvertOptions& options, const volatile std::sig_atomic_t& stop, ConvertReport* report);
+Status convert(const ConvertOptions& options, const StopFlag& stop, ConvertReport* report);
 
 // Says what a genotype file holds.
 Status describe_genotypes(const ConvertOptions& options, ConvertReport* report);

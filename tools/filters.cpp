@@ -24,7 +24,7 @@ bool falls_below(int64_t count, double share, int64_t total) {
 class Filters {
  public:
   Filters(const FilterOptions& options, GenotypeSource& source, const SampleIndex& index,
-          const volatile std::sig_atomic_t& stop, Selection* selection, std::vector<std::string>* notes)
+          const StopFlag& stop, Selection* selection, std::vector<std::string>* notes)
       : options_(options),
         source_(source),
         index_(index),
@@ -169,7 +169,7 @@ class Filters {
   const FilterOptions& options_;
   GenotypeSource& source_;
   const SampleIndex& index_;
-  const volatile std::sig_atomic_t& stop_;
+  const StopFlag& stop_;
   Selection& selection_;
   std::vector<std::string>& notes_;
 };
@@ -177,7 +177,6 @@ class Filters {
 }  // namespace
 
 Status apply_filters(const FilterOptions& options, GenotypeSource& source, const SampleIndex& index,
-                     const volatile std::sig_atomic_t& stop, Selection* selection,
-                     std::vector<std::string>* notes) {
+                     const StopFlag& stop, Selection* selection, std::vector<std::string>* notes) {
   return Filters(options, source, index, stop, selection, notes).run();
 }

@@ -3,7 +3,6 @@
 // Narrows a selection down by lists of names and by counts of genotypes.
 #pragma once
 
-#include <csignal>
 #include <optional>
 #include <string>
 #include <vector>
@@ -11,6 +10,7 @@
 #include "tools/sample_index.h"
 #include "tools/selection.h"
 #include "util/status.h"
+#include "util/stop_signal.h"
 
 struct FilterOptions {
   std::optional<std::string> keep;  // files of samples
@@ -26,5 +26,4 @@ struct FilterOptions {
 // what those before it left, geno and maf on the same samples. notes: a line for each that was asked for or
 // dropped something. Refuses to leave no sample or no variant.
 Status apply_filters(const FilterOptions& options, GenotypeSource& source, const SampleIndex& index,
-                     const volatile std::sig_atomic_t& stop, Selection* selection,
-                     std::vector<std::string>* notes);
+                     const StopFlag& stop, Selection* selection, std::vector<std::string>* notes);

@@ -19,8 +19,8 @@ Status open_as(std::unique_ptr<GenotypeSource>* source, Arguments&&... arguments
 
 }  // namespace
 
-Status open_source(const ConvertOptions& options, const std::string& scratch_folder,
-                   const volatile std::sig_atomic_t& stop, std::unique_ptr<GenotypeSource>* source) {
+Status open_source(const ConvertOptions& options, const std::string& scratch_folder, const StopFlag& stop,
+                   std::unique_ptr<GenotypeSource>* source) {
   switch (options.format) {
     case InputFormat::kBed:
       return open_as<BedSource>(source, options.input);

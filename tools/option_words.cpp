@@ -22,17 +22,24 @@ Status collect_options(const std::vector<std::string>& words, const std::vector<
     if (slot == slots.end()) {
       return Status::failure("unknown option " + quoted(word));
     }
-    if (slot->value != nullptr ? slot->value->has_value() : *slot->flag) {
+    const bool given =
+        (slot->value != nullptr && slot->value->has_value()) || (slot->flag != nullptr && *slot->flag);
+    if (given) {
       return Status::failure("option " + word + " is given twice");
     }
-    if (slot->value == nullptr) {
+    if (slot->flag != nullptr) {
       *slot->flag = true;
       continue;
     }
     if (i + 1 == words.size() || words[i + 1].empty()) {
       return Status::failure("option " + word + " needs a value");
     }
-    *slot->value = words[++i];
+    ++i;
+    if (slot->values != nullptr) {
+      slot->values->push_back(words[i]);
+    } else {
+      *slot->value = words[i];
+    }
   }
   return {};
 }

@@ -9,11 +9,12 @@
 
 #include "util/status.h"
 
-// One option: with a value, or a flag that stands alone.
+// One option: with a value, a flag that stands alone, or one that may be given several times.
 struct OptionSlot {
   const char* name;  // with its dashes; upper and lower case are the same
   std::optional<std::string>* value = nullptr;
-  bool* flag = nullptr;  // where value is null
+  bool* flag = nullptr;                        // where value is null
+  std::vector<std::string>* values = nullptr;  // of an option that may be repeated; where the others are null
 };
 
 // Upper and lower case are the same.

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cinttypes>
+#include <cmath>
 #include <cstdio>
 
 namespace {
@@ -33,6 +34,12 @@ void Progress::at(int64_t done) {
     std::fprintf(stderr, "%s%s: %" PRId64, kClearLine, what_, done);
     return;
   }
-  std::fprintf(stderr, "%s%s: %.0f%%", kClearLine, what_,
-               100.0 * static_cast<double>(done) / static_cast<double>(total_));
+  const double share = static_cast<double>(done) / static_cast<double>(total_);
+  const double seconds = std::chrono::duration<double>(now - started_).count();
+  std::fprintf(stderr, "%s%s: %.0f%%", kClearLine, what_, 100.0 * share);
+  if (done > 0) {
+    const int64_t left = std::llround(seconds / share - seconds);
+    std::fprintf(stderr, ", %.0f a second, %" PRId64 ":%02d left", static_cast<double>(done) / seconds,
+                 left / 60, static_cast<int>(left % 60));
+  }
 }

@@ -15,7 +15,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Shows the share of the steps that are done, or their number; a few times a second at most.
+  // Shows the share of the steps that are done, their rate and the time left, or the number of them that are
+  // done; five times a second at most.
   void at(int64_t done);
 
  private:
@@ -23,5 +24,6 @@ class Progress {
   int64_t total_;
   bool on_terminal_;
   bool shown_ = false;
+  std::chrono::steady_clock::time_point started_ = std::chrono::steady_clock::now();
   std::chrono::steady_clock::time_point last_{};
 };

@@ -6,19 +6,18 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdio>
-#include <exception>
 #include <filesystem>
-#include <new>
 #include <optional>
 
 #include "tools/option_words.h"
+#include "tools/program.h"
 #include "tools/score_inputs.h"
 #include "util/output_file.h"
+#include "util/stop_signal.h"
 
 namespace {
 
-constexpr int kRefused = 1;
-constexpr int kWrongUsage = 2;
+constexpr const char* kProgram = "tavo-score";
 
 constexpr const char* kUsage =
     "usage: tavo-score --in GENOTYPES --out SCORES [--OPTION VALUE ...]\n\n"
@@ -33,11 +32,10 @@ constexpr const char* kUsage =
     "  --missing-covariate refuse|zero\n      samples that lack a covariate: end the program (default), or "
     "score 0\n"
     "  --transpose 0|1\n      the layout of the genotype file where its size fits both (default 0)\n"
-    "  --help, --version\n      alone on the command line\n";
-
-void complain(const std::string& message) {
-  std::fprintf(stderr, "tavo-score: %s\n", message.c_str());
-}
+    "  --help, --version\n      alone on the command line\n\n"
+    "Example: scores that leave age and sex out of account:\n\n"
+    "  tavo-score --in data.tavo --covariate data.cov --out scores.txt\n\n"
+    "Status: 0 done; 1 refused, or the output cannot be written; 2 wrong usage; 128 + signal when stopped.\n";
 
 struct Options {
   std::optional<std::string> in;
@@ -141,9 +139,12 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
   if (!status.ok()) {
     return status;
   }
+  if (stop_signal() != 0) {
+    return stopped(stop_signal());
+  }
   if (n_other_classes > 0) {
-    complain(*options.in + ": " + std::to_string(n_other_classes) +
-             " samples have a class other than 0 and 1 and count as controls");
+    complain(kProgram, *options.in + ": " + std::to_string(n_other_classes) +
+                           " samples have a class other than 0 and 1 and count as controls");
   }
   if (linear && look_like_classes(phenotypes)) {
     return Status::failure(*options.in +
@@ -166,19 +167,21 @@ Status run(const Options& options, bool linear, bool zero_for_missing, bool tran
     if (!zero_for_missing) {
       return Status::failure(what + "; --missing-covariate zero gives them score 0");
     }
-    complain(what + "; they get score 0");
+    complain(kProgram, what + "; they get score 0");
   }
   std::vector<double> scores;
   if (status = make_scores(phenotypes, table, kind, &scores); !status.ok()) {
     return Status::failure(options.covariate.value_or(*options.in) + ": " + status.message());
   }
-  return write_scores(*options.out, scores);
+  return stop_signal() != 0 ? stopped(stop_signal()) : write_scores(*options.out, scores);
 }
 
 int run_command(const std::vector<std::string>& words) {
-  if (words.size() == 1 && (words[0] == "--help" || words[0] == "--version")) {
-    std::fputs(words[0] == "--help" ? kUsage : "tavo-score " TAVO_VERSION "\n", stdout);
-    return std::fflush(stdout) == 0 ? 0 : kRefused;
+  if (words.size() == 1 && same_word(words[0], "--help")) {
+    return print_result(kProgram, kUsage);
+  }
+  if (words.size() == 1 && same_word(words[0], "--version")) {
+    return print_result(kProgram, version_text(kProgram));
   }
   Options options;
   bool linear = false;
@@ -195,25 +198,15 @@ int run_command(const std::vector<std::string>& words) {
     usage = one_of("--transpose", options.transpose, "0", "1", &transposed);
   }
   if (!usage.ok()) {
-    complain(usage.message() + " (tavo-score --help lists the options)");
-    return kWrongUsage;
+    return wrong_usage(kProgram, usage);
   }
-  if (const Status status = run(options, linear, zero, transposed); !status.ok()) {
-    complain(status.message());
-    return kRefused;
-  }
-  return 0;
+  catch_stop_signals();
+  const Status status = run(options, linear, zero, transposed);
+  return status.ok() ? 0 : refused(kProgram, status);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  try {
-    return run_command(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
-  } catch (const std::bad_alloc&) {
-    complain("out of memory");
-  } catch (const std::exception& error) {
-    complain(error.what());
-  }
-  return kRefused;
+  return run_program(kProgram, argc, argv, run_command);
 }

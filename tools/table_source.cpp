@@ -4,7 +4,6 @@
 #include "lib/packed_genotypes.h"
 #include "tools/progress.h"
 #include "tools/sample_major.h"
-#include "tools/stop_signal.h"
 #include "tools/text_table.h"
 
 namespace {
@@ -15,7 +14,7 @@ constexpr size_t kWriteWords = size_t{1} << 16;
 }  // namespace
 
 Status TableSource::open(const std::string& path, const std::string& class_name,
-                         const std::string& scratch_folder, const volatile std::sig_atomic_t& stop) {
+                         const std::string& scratch_folder, const StopFlag& stop) {
   TextTable table;
   Status status = table.open(path, class_name);
   warnings_ = table.warnings();
@@ -44,7 +43,7 @@ Status TableSource::open(const std::string& path, const std::string& class_name,
   Progress progress("reading samples", 0);
   for (bool more = true; status.ok();) {
     if (stop != 0) {
-      return stopped();
+      return stopped(stop);
     }
     status = table.next(&row, &more);
     if (!status.ok() || !more) {

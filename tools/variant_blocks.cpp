@@ -6,7 +6,6 @@
 
 #include "tools/packed_rows.h"
 #include "tools/progress.h"
-#include "tools/stop_signal.h"
 
 namespace {
 
@@ -15,8 +14,8 @@ constexpr int64_t kGroup = kGenotypesPerWord;
 }  // namespace
 
 Status for_each_block(GenotypeSource& source, const Selection& selection, const char* what,
-                      const volatile std::sig_atomic_t& stop,
-                      const std::function<Status(const VariantBlock&)>& take, int64_t block_bytes) {
+                      const StopFlag& stop, const std::function<Status(const VariantBlock&)>& take,
+                      int64_t block_bytes) {
   const int64_t in_words = packed_words(source.n_samples());
   const int64_t out_words = packed_words(selection.n_samples());
   const int64_t n_variants = source.variants().size();
@@ -37,7 +36,7 @@ Status for_each_block(GenotypeSource& source, const Selection& selection, const 
       continue;
     }
     if (stop != 0) {
-      return stopped();
+      return stopped(stop);
     }
     progress.at(first);
     Status status = source.read(first, count, incoming);

@@ -19,7 +19,6 @@
 #include "tools/names.h"
 #include "tools/progress.h"
 #include "tools/quoted.h"
-#include "tools/stop_signal.h"
 
 namespace {
 
@@ -284,7 +283,7 @@ std::string count_note(const std::string& path, const RecordCounts& counts, int6
 }  // namespace
 
 Status VcfSource::open(const std::string& path, bool split, const std::string& scratch_folder,
-                       const volatile std::sig_atomic_t& stop) {
+                       const StopFlag& stop) {
   VcfReader reader(path);
   Status status = reader.open();
   if (status.ok()) {
@@ -315,7 +314,7 @@ Status VcfSource::open(const std::string& path, bool split, const std::string& s
   Progress progress("reading records", 0);
   for (bool more = true; status.ok();) {
     if (stop != 0) {
-      return stopped();
+      return stopped(stop);
     }
     status = reader.next(&more);
     if (!status.ok() || !more) {

@@ -25,7 +25,7 @@ Status convert_in(const ConvertFolder& folder, const ConvertOptions& options) {
   if (placed.make_bed) {
     placed.make_bed = (folder / *options.make_bed).string();
   }
-  const volatile std::sig_atomic_t stop = 0;
+  const StopFlag stop = 0;
   ConvertReport report;
   return convert(placed, stop, &report);
 }

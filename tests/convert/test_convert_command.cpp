@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <random>
 #include <sstream>
@@ -294,8 +295,8 @@ TEST(ConvertTask, AStopLeavesNothingBehind) {
     options.input = (folder / input).string();
     options.output = (folder / "g").string();
     ConvertReport report;
-    volatile std::sig_atomic_t stop = SIGINT;
-    EXPECT_EQ(convert(options, stop, &report).message(), "stopped by a signal; nothing was written");
+    StopFlag stop = SIGINT;
+    EXPECT_EQ(convert(options, stop, &report).message(), "interrupted by SIGINT; no result was written");
     EXPECT_EQ(folder.names(), (Words{"g.tavo", "t"}));
     stop = 0;
     EXPECT_TRUE(convert(options, stop, &report).ok());

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <random>
 
 #include "lib/packed_genotypes.h"
@@ -35,7 +36,7 @@ TEST(VariantBlocks, HandOutWhatIsKept) {
         const int64_t n = whole.selection.n_samples();
         for (const int64_t block_bytes : {1, 500, 3000, 1 << 20}) {
           int64_t next = 0;
-          volatile std::sig_atomic_t stop = 0;
+          StopFlag stop = 0;
           const Status status = for_each_block(
               whole.source, whole.selection, "test", stop,
               [&](const VariantBlock& block) {
@@ -66,7 +67,7 @@ TEST(VariantBlocks, HandOutWhatIsKept) {
 TEST(VariantBlocks, AFailureAndAStopEndThePass) {
   std::mt19937 random(6);
   WholeSelection whole(random_data(random, 20, 200, 0.1));
-  volatile std::sig_atomic_t stop = 0;
+  StopFlag stop = 0;
   int calls = 0;
   const auto pass = [&](bool fails, bool stops) {
     calls = 0;
@@ -83,7 +84,7 @@ TEST(VariantBlocks, AFailureAndAStopEndThePass) {
   };
   EXPECT_EQ(pass(true, false), "no");
   EXPECT_EQ(calls, 1);
-  EXPECT_EQ(pass(false, true), "stopped by a signal; nothing was written");
+  EXPECT_EQ(pass(false, true), "interrupted by SIGINT; no result was written");
   EXPECT_EQ(calls, 1);
   EXPECT_EQ(pass(false, false), "");
   EXPECT_EQ(calls, 13);

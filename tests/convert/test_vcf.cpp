@@ -183,7 +183,7 @@ std::string message_of(const ConvertFolder& folder, const std::string& input, Co
   options.input = (folder / input).string();
   options.output = (folder / "g").string();
   options.pheno = (folder / "p.txt").string();
-  const volatile std::sig_atomic_t stop = 0;
+  const StopFlag stop = 0;
   *report = ConvertReport();
   return convert(options, stop, report).message();
 }

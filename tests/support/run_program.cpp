@@ -6,10 +6,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 namespace tavo_test {
 
@@ -56,8 +61,17 @@ std::vector<std::string> split_lines(const std::string& text) {
   return lines;
 }
 
-RunResult run_program(const fs::path& program, const std::vector<std::string>& arguments,
-                      const fs::path& directory, const Environment& environment) {
+namespace {
+
+bool has_file(const fs::path& directory, const std::string& start) {
+  return std::any_of(fs::directory_iterator(directory), fs::directory_iterator(),
+                     [&](const auto& entry) { return entry.path().filename().string().starts_with(start); });
+}
+
+// meanwhile: called with the process's number once it runs.
+RunResult run_with(const fs::path& program, const std::vector<std::string>& arguments,
+                   const fs::path& directory, const Environment& environment,
+                   const std::function<void(pid_t)>& meanwhile) {
   const TempDir capture;
   const fs::path out_path = capture / "out";
   const fs::path err_path = capture / "err";
@@ -95,6 +109,7 @@ RunResult run_program(const fs::path& program, const std::vector<std::string>& a
   if (error != 0) {
     throw std::runtime_error("cannot start " + program.string());
   }
+  meanwhile(child);
   int wait_status = 0;
   waitpid(child, &wait_status, 0);
 
@@ -105,6 +120,24 @@ RunResult run_program(const fs::path& program, const std::vector<std::string>& a
   return result;
 }
 
+}  // namespace
+
+RunResult run_program(const fs::path& program, const std::vector<std::string>& arguments,
+                      const fs::path& directory, const Environment& environment) {
+  return run_with(program, arguments, directory, environment, [](pid_t) {});
+}
+
+RunResult interrupt_program(const fs::path& program, const std::vector<std::string>& arguments,
+                            const fs::path& directory, const std::string& file, int signal) {
+  return run_with(program, arguments, directory, {}, [&](pid_t child) {
+    // A process that has ended stays until it is waited for, so the number cannot be another's.
+    for (int i = 0; i < 2000 && !has_file(directory, file); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    kill(child, signal);
+  });
+}
+
 fs::path tavo_program() {
   return TAVO_PROGRAM;
 }
@@ -113,6 +146,9 @@ fs::path convert_program() {
 }
 fs::path score_program() {
   return TAVO_SCORE_PROGRAM;
+}
+fs::path simulate_program() {
+  return TAVO_SIMULATE_PROGRAM;
 }
 fs::path source_root() {
   return TAVO_SOURCE_ROOT;

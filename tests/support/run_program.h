@@ -23,10 +23,15 @@ using Environment = std::vector<std::pair<std::string, std::string>>;
 RunResult run_program(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                       const std::filesystem::path& directory, const Environment& environment = {});
 
+// The same, but as soon as a file whose name begins with `file` stands in the folder, the signal is sent.
+RunResult interrupt_program(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                            const std::filesystem::path& directory, const std::string& file, int signal);
+
 // The built programs.
 std::filesystem::path tavo_program();
 std::filesystem::path convert_program();
 std::filesystem::path score_program();
+std::filesystem::path simulate_program();
 
 // The top folder of the checkout, for test data and examples.
 std::filesystem::path source_root();

@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Runs that are ended by a signal, and runs that lose their standard output.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+
+#include "tests/cli/cli_run.h"
+
+namespace tavo_test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// From the signal to the end, also on a busy machine and under a sanitizer. Unhurried runs take minutes.
+constexpr std::chrono::seconds kPatience{20};
+
+// Enough SNPs that no run comes to its end.
+class Signals : public ::testing::Test {
+ protected:
+  void expect_interrupted(const Words& words, int signal, const char* name,
+                          const std::string& file = "r.csv") const {
+    const Clock::time_point started = Clock::now();
+    const RunResult result =
+        interrupt_program(tavo_program(), mdr_words() + words, folder_.path(""), file, signal);
+    EXPECT_LT(Clock::now() - started, kPatience);
+    EXPECT_EQ(result.status, 128 + signal);
+    const std::string line = std::string("tavo: interrupted by ") + name + "; no result was written\n";
+    EXPECT_TRUE(result.err.ends_with(line)) << result.err;
+    EXPECT_EQ(result.err.find("interrupted"), result.err.size() - line.size() + 6);
+    EXPECT_FALSE(contains(result.out, "complete")) << result.out;
+    EXPECT_EQ(folder_.names_with(""), (std::vector<std::string>{"g.dat"}));
+  }
+
+  CliFolder folder_{balanced_data(64, 4000)};
+};
+
+TEST_F(Signals, EndASearch) {
+  expect_interrupted({"--order", "3"}, SIGINT, "SIGINT");
+  expect_interrupted({"--order", "3", "--tie", "1"}, SIGTERM, "SIGTERM");
+}
+
+TEST_F(Signals, EndASearchThatHasLeftListFiles) {
+  expect_interrupted({"--order", "1-4", "--top", "3"}, SIGINT, "SIGINT", "[");
+}
+
+TEST_F(Signals, EndARunAboveAThreshold) {
+  expect_interrupted({"--order", "3", "--mode", "0"}, SIGINT, "SIGINT");
+}
+
+TEST_F(Signals, EndAnExhaustiveRun) {
+  expect_interrupted({"--order", "3", "--mode", "2"}, SIGINT, "SIGINT");
+  expect_interrupted({"--order", "3", "--mode", "3"}, SIGTERM, "SIGTERM");
+}
+
+TEST_F(Signals, EndAScoreBasedSearch) {
+  std::string scores = "score\n";
+  for (int i = 0; i < 64; ++i) {
+    scores += i % 2 == 0 ? "0.5\n" : "-0.25\n";
+  }
+  folder_.write("s", scores);
+  const RunResult result =
+      interrupt_program(tavo_program(), mdr_words() + Words{"--order", "3", "--score", "s"}, folder_.path(""),
+                        "r.csv", SIGTERM);
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_EQ(folder_.names_with(""), (std::vector<std::string>{"g.dat", "s"}));
+}
+
+TEST_F(Signals, EndRegressions) {
+  expect_interrupted({"--regression", "logistic", "--order", "2", "--tidy", "t.tsv"}, SIGTERM, "SIGTERM");
+  // Two SNPs in a batch, each with a line: slow enough to be caught.
+  const Words slow = {"--thread", "1", "--block", "1", "--tidy", "t.tsv", "--precision", "double"};
+  expect_interrupted(Words{"--regression", "linear"} + slow, SIGINT, "SIGINT");
+}
+
+// While the data are read, what stands under the name of the result is not touched. Opening the pipe for
+// writing waits for the program to open it, too.
+TEST_F(Signals, EndTheReadingOfAPipe) {
+  folder_.write("r.csv", "an older result\n");
+  ASSERT_EQ(mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+  const RunResult result =
+      interrupt_program("/bin/sh",
+                        {"-c", "(exec > pipe; echo > ready; exec sleep 60) & echo $! > sleeper; exec " +
+                                   tavo_program().string() +
+                                   " --in pipe --out r.csv --measure ba --thread 8 --block 2 --device cpu"},
+                        folder_.path(""), "ready", SIGTERM);
+  kill(std::stoi(read_file(folder_.path("sleeper"))), SIGKILL);
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_TRUE(result.err.ends_with("tavo: interrupted by SIGTERM; no result was written\n")) << result.err;
+  EXPECT_EQ(read_file(folder_.path("r.csv")), "an older result\n");
+}
+
+// Whoever reads standard output may go away: the result is written all the same.
+TEST(LostOutput, DoesNotCostTheResult) {
+  const CliFolder folder;
+  std::string words;
+  for (const std::string& word : mdr_words()) {
+    words += " " + word;
+  }
+  const RunResult whole = folder.run_mdr({"--order", "1-2"});
+  ASSERT_EQ(whole.status, 0);
+  const size_t n_lines = folder.lines("r.csv").size();
+  for (const std::string sink : {"| true", "> /dev/full"}) {
+    std::filesystem::remove(folder.path("r.csv"));
+    const RunResult result = run_program(
+        "/bin/sh",
+        {"-c", "(sleep 0.2; " + tavo_program().string() + words + " --order 1-2; echo $? > status) " + sink},
+        folder.path(""));
+    EXPECT_EQ(folder.lines("r.csv").size(), n_lines) << sink;
+    EXPECT_EQ(read_file(folder.path("status")), "0\n") << sink;
+    EXPECT_TRUE(contains(result.err, "tavo: standard output could not be written to its end")) << result.err;
+  }
+}
+
+TEST(ToolSignals, EndASimulation) {
+  const TempDir folder;
+  const RunResult result =
+      interrupt_program(simulate_program(), {"--make-bed", "d", "--samples", "5000", "--snps", "500000"},
+                        folder.path(), "d.bed.tmp", SIGINT);
+  EXPECT_EQ(result.status, 128 + SIGINT);
+  EXPECT_EQ(result.out, "");
+  EXPECT_EQ(result.err, "tavo-simulate: interrupted by SIGINT; no result was written\n");
+  EXPECT_TRUE(std::filesystem::is_empty(folder.path()));
+}
+
+TEST(ToolSignals, EndAConversion) {
+  const TempDir folder;
+  const Words words = {"--out", "d", "--samples", "5000", "--snps", "40000"};
+  ASSERT_EQ(run_program(simulate_program(), words, folder.path()).status, 0);
+  const RunResult result = interrupt_program(
+      convert_program(), {"--in", "d", "--out", "e", "--make-bed", "e"}, folder.path(), "e.bed.tmp", SIGTERM);
+  EXPECT_EQ(result.status, 128 + SIGTERM);
+  EXPECT_EQ(result.err, "tavo-convert: interrupted by SIGTERM; no result was written\n");
+  EXPECT_FALSE(std::filesystem::exists(folder / "e"));
+  EXPECT_FALSE(std::filesystem::exists(folder / "e.bed"));
+}
+
+}  // namespace
+}  // namespace tavo_test
