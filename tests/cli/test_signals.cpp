@@ -128,7 +128,7 @@ TEST(ToolSignals, EndASimulation) {
 
 TEST(ToolSignals, EndAConversion) {
   const TempDir folder;
-  const Words words = {"--out", "d", "--samples", "5000", "--snps", "40000"};
+  const Words words = {"--out", "d", "--samples", "5000", "--snps", "20000"};
   ASSERT_EQ(run_program(simulate_program(), words, folder.path()).status, 0);
   const RunResult result = interrupt_program(
       convert_program(), {"--in", "d", "--out", "e", "--make-bed", "e"}, folder.path(), "e.bed.tmp", SIGTERM);
