@@ -76,16 +76,17 @@ TEST_F(Signals, EndRegressions) {
 }
 
 // While the data are read, what stands under the name of the result is not touched. Opening the pipe for
-// writing waits for the program to open it, too.
+// writing waits for the program to open it, too;
+// half a second later it is reading.
 TEST_F(Signals, EndTheReadingOfAPipe) {
   folder_.write("r.csv", "an older result\n");
   ASSERT_EQ(mkfifo(folder_.path("pipe").c_str(), 0600), 0);
-  const RunResult result =
-      interrupt_program("/bin/sh",
-                        {"-c", "(exec > pipe; echo > ready; exec sleep 60) & echo $! > sleeper; exec " +
-                                   tavo_program().string() +
-                                   " --in pipe --out r.csv --measure ba --thread 8 --block 2 --device cpu"},
-                        folder_.path(""), "ready", SIGTERM);
+  const RunResult result = interrupt_program(
+      "/bin/sh",
+      {"-c", "(exec > pipe; sleep 0.5; echo > ready; exec sleep 60) & echo $! > sleeper; exec " +
+                 tavo_program().string() +
+                 " --in pipe --out r.csv --measure ba --thread 8 --block 2 --device cpu"},
+      folder_.path(""), "ready", SIGTERM);
   kill(std::stoi(read_file(folder_.path("sleeper"))), SIGKILL);
   EXPECT_EQ(result.status, 128 + SIGTERM);
   EXPECT_TRUE(result.err.ends_with("tavo: interrupted by SIGTERM; no result was written\n")) << result.err;
@@ -127,7 +128,7 @@ TEST(ToolSignals, EndASimulation) {
 
 TEST(ToolSignals, EndAConversion) {
   const TempDir folder;
-  const Words words = {"--out", "d", "--samples", "5000", "--snps", "40000"};
+  const Words words = {"--out", "d", "--samples", "5000", "--snps", "20000"};
   ASSERT_EQ(run_program(simulate_program(), words, folder.path()).status, 0);
   const RunResult result = interrupt_program(
       convert_program(), {"--in", "d", "--out", "e", "--make-bed", "e"}, folder.path(), "e.bed.tmp", SIGTERM);
