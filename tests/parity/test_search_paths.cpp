@@ -187,7 +187,7 @@ std::optional<RowValues> expect_same_lists(const Scene& scene, const WorkerSetup
 TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
   std::mt19937 random(4711);
   int compared = 0;
-  for (int round = 0; round < 20; ++round) {
+  for (int round = 0; round < 12; ++round) {
     const int order = 1 + round % 3;
     const int n_samples = std::vector<int>{3, 20, 64, 130, 300, 517}[random() % 6];
     const int n_folds = 1 + static_cast<int>(random() % 11);
