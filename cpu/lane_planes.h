@@ -33,6 +33,8 @@ class LanePlanes {
   bool block_missing(size_t b) const { return block_missing_[b] != 0; }
 
  private:
+  void fill_planes(const Problem& problem, const int* samples, size_t n, size_t b, size_t w);
+
   size_t words_;
   size_t n_pairs_;
   std::vector<uint64_t> bits_;

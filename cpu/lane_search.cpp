@@ -10,6 +10,7 @@
 #include "cpu/range_search.h"
 #include "cpu/row_tile.h"
 #include "cpu/sample_rows.h"
+#include "lib/bits.h"
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
 #include "lib/search_bound.h"
@@ -236,7 +237,7 @@ class LaneSearch : public RangeSearch {
           for (size_t digits = cell, j = 0; j + 1 < static_cast<size_t>(rules_.order); ++j, digits /= 3) {
             joined[w] &= planes_.word(run.comb[j], digits % 3, w);
           }
-          n += static_cast<uint32_t>(std::popcount(joined[w]));
+          n += ones_of(joined[w]);
         }
         uint32_t& pair = prefix_pairs_[cell * n_pairs_ + segment / 2];
         pair = segment % 2 == 0 ? n : pair | n << 16;
@@ -352,7 +353,7 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
 
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
                                                    const Segments& segments, const LanePlanes& planes) {
-  if (!has_bound(setup.rules.measure, setup.rules.tie) || setup.rules.order < 2 ||
+  if (problem.transposed || !has_bound(setup.rules.measure, setup.rules.tie) || setup.rules.order < 2 ||
       setup.rules.order > RowTile::kMaxOrder) {
     return nullptr;
   }

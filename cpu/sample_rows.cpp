@@ -4,20 +4,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "lib/bits.h"
 #include "lib/packed_genotypes.h"
-
-namespace {
-
-// The even bits of a word, side by side.
-uint16_t even_bits(uint32_t word) {
-  word &= 0x55555555;
-  word = (word | word >> 1) & 0x33333333;
-  word = (word | word >> 2) & 0x0f0f0f0f;
-  word = (word | word >> 4) & 0x00ff00ff;
-  return static_cast<uint16_t>(word | word >> 8);
-}
-
-}  // namespace
 
 std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases,
                                       const std::vector<int32_t>& training_controls, const Segments& segments,
