@@ -406,6 +406,9 @@ TEST(SearchPathsExtreme, TheTransposedLayoutHasEmptyTablesOnEveryPath) {
     for (int measure = 0; measure <= 9; ++measure) {
       compare(scene, {2, missing, 1, measure}, 0, Path::kPlanes);
       compare(scene, {5, missing, 1, measure}, 0, Path::kCells);
+      for (const InstructionSet set : sets_here()) {
+        compare(scene, {2, missing, 1, measure}, 0, Path::kLanes, set);
+      }
       ASSERT_FALSE(HasFatalFailure());
     }
   }
