@@ -13,7 +13,8 @@
 #define TAVO_HOST_DEVICE_MEMBER
 #endif
 
-// Before a loop whose arrays must stay in the registers of a GPU thread, and before one that would take too many.
+// Before a loop whose arrays must stay in the registers of a GPU thread, and before one that would take too
+// many.
 #ifdef __CUDA_ARCH__
 #define TAVO_UNROLL _Pragma("unroll")
 #define TAVO_NO_UNROLL _Pragma("unroll 1")
