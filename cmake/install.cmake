@@ -4,9 +4,15 @@
 include(GNUInstallDirs)
 find_program(TAVO_AWK awk REQUIRED)
 
-# Installs a program with its manual page and its completion.
+# Installs a program with its manual page and its completion: a target, or a script of that name in the folder given behind.
 function(tavo_install_program target)
-  install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+  if(TARGET ${target})
+    install(TARGETS ${target} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    set(program ${target})
+  else()
+    set(program ${ARGV1}/${target})
+    install(PROGRAMS ${program} DESTINATION ${CMAKE_INSTALL_BINDIR})
+  endif()
   if(CMAKE_CROSSCOMPILING)
     return()
   endif()
@@ -17,10 +23,10 @@ function(tavo_install_program target)
   set(completion_script ${PROJECT_SOURCE_DIR}/cmake/completion.awk)
   add_custom_command(
     OUTPUT ${page} ${completion}
-    COMMAND ${target} --help > ${page}.help
+    COMMAND ${program} --help > ${page}.help
     COMMAND ${TAVO_AWK} -v name=${target} -v version=${PROJECT_VERSION} -f ${man_script} ${page}.help > ${page}
     COMMAND ${TAVO_AWK} -v name=${target} -f ${completion_script} ${page}.help > ${completion}
-    DEPENDS ${target} ${man_script} ${completion_script}
+    DEPENDS ${program} ${man_script} ${completion_script}
     COMMENT "Manual page and completion of ${target}"
     VERBATIM)
   add_custom_target(${target}-man ALL DEPENDS ${page} ${completion})
@@ -34,7 +40,7 @@ if(TAVO_TOOLS)
   tavo_install_program(tavo-score)
   tavo_install_program(tavo-simulate)
   tavo_install_program(tavo-report)
-  install(PROGRAMS ${PROJECT_SOURCE_DIR}/report/tavo-explore DESTINATION ${CMAKE_INSTALL_BINDIR})
+  tavo_install_program(tavo-explore ${PROJECT_SOURCE_DIR}/report)
 endif()
 
 install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
