@@ -19,7 +19,8 @@
 static __device__ __forceinline__ void multiply_b1_256(const uint32_t (&rows)[4],
                                                        const uint32_t (&columns)[2], int32_t (&sums)[4]) {
 #ifdef TAVO_BINARY_PRODUCTS
-  asm("mma.sync.aligned.m16n8k256.row.col.s32.b1.b1.s32.and.popc "
+  asm volatile(
+      "mma.sync.aligned.m16n8k256.row.col.s32.b1.b1.s32.and.popc "
       "{%0, %1, %2, %3}, {%4, %5, %6, %7}, {%8, %9}, {%0, %1, %2, %3};"
       : "+r"(sums[0]), "+r"(sums[1]), "+r"(sums[2]), "+r"(sums[3])
       : "r"(rows[0]), "r"(rows[1]), "r"(rows[2]), "r"(rows[3]), "r"(columns[0]), "r"(columns[1]));
@@ -32,7 +33,8 @@ static __device__ __forceinline__ void multiply_b1_256(const uint32_t (&rows)[4]
 static __device__ __forceinline__ void multiply_b1_128(const uint32_t (&rows)[4],
                                                        const uint32_t (&columns)[2], int32_t (&sums)[4]) {
 #ifdef TAVO_BINARY_PRODUCTS
-  asm("mma.sync.aligned.m16n8k128.row.col.s32.b1.b1.s32.and.popc "
+  asm volatile(
+      "mma.sync.aligned.m16n8k128.row.col.s32.b1.b1.s32.and.popc "
       "{%0, %1, %2, %3}, {%4, %5}, {%6}, {%0, %1, %2, %3};"
       : "+r"(sums[0]), "+r"(sums[1]), "+r"(sums[2]), "+r"(sums[3])
       : "r"(rows[0]), "r"(rows[1]), "r"(columns[0]));
@@ -45,7 +47,8 @@ static __device__ __forceinline__ void multiply_b1_128(const uint32_t (&rows)[4]
 static __device__ __forceinline__ void multiply_u8(const uint32_t (&rows)[4], const uint32_t (&columns)[2],
                                                    int32_t (&sums)[4]) {
 #ifdef TAVO_BYTE_PRODUCTS
-  asm("mma.sync.aligned.m16n8k32.row.col.s32.u8.u8.s32 "
+  asm volatile(
+      "mma.sync.aligned.m16n8k32.row.col.s32.u8.u8.s32 "
       "{%0, %1, %2, %3}, {%4, %5, %6, %7}, {%8, %9}, {%0, %1, %2, %3};"
       : "+r"(sums[0]), "+r"(sums[1]), "+r"(sums[2]), "+r"(sums[3])
       : "r"(rows[0]), "r"(rows[1]), "r"(rows[2]), "r"(rows[3]), "r"(columns[0]), "r"(columns[1]));
