@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Runs the commands of the tutorial, word by word and in their order, in a folder of their own, and looks at what it
+# promises: the planted pair first, in the picture, in the search and in the regression.
+#   run_tutorial.sh TUTORIAL FOLDER...      folders of the programs
+set -euo pipefail
+tutorial=$1
+shift
+for folder in "$@"; do
+  PATH=$folder:$PATH
+done
+if ! tavo-report --version | grep -q '^pages: drawn'; then
+  echo "SKIPPED: tavo-report makes no pages in this build"
+  exit 77
+fi
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+awk '/^```sh$/ { code = 1; next } /^```$/ { code = 0 } code' "$tutorial" >"$work/commands"
+[ "$(grep -c '^tavo' "$work/commands")" -ge 9 ] || { echo "the tutorial has lost its commands"; exit 1; }
+
+cd "$work"
+bash -euo pipefail commands | tee output
+grep -q '^1,( snp40 snp171 ),10.000000,0.62' result.csv
+grep -q '^1,( snp88 ),.*,0.54' result.csv
+for page in explored/report.html result.html scan.html; do
+  [ "$(head -c 15 "$page")" = "<!doctype html>" ] || { echo "$page is no page"; exit 1; }
+done
+# Of the pair's table: names, statistic, the textbook's degrees of freedom, p.
+grep -qE '^snp40\ssnp171\s95\.1[0-9]*\s8\s[0-9.]+e-1[0-9]$' output
