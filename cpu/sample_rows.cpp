@@ -150,7 +150,7 @@ void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
   const size_t words_of_row = kRowLanes / kGenotypesPerWord;
   for (size_t p = 0; p < parts_.size(); ++p) {
     const RowPart& part = parts_[p];
-    const size_t segment = 2 * pieces_[p / 2].pair + p % 2;
+    const size_t segment = 2 * size_t{pieces_[p / 2].pair} + p % 2;
     const bool minus = (segment % 2 == 1) != weights_.cases_plus;
     const size_t first =
         8 * (part.first_byte - static_cast<size_t>(segments.first_word[segment]) * sizeof(uint64_t));
