@@ -340,13 +340,4 @@ constexpr size_t byte_of_plane(size_t k) {
 
 #endif
 
-// A load that the compiler does not repeat for each use.
-inline Register load_once(const void* from) {
-  Register r = load(from);
-#if defined(__AVX2__)
-  asm("" : "+v"(r));
-#endif
-  return r;
-}
-
 }  // namespace

@@ -13,8 +13,8 @@ namespace {
 
 // The rows of genotypes 1 and 2 of a list's samples, added up side by side where registers suffice.
 TAVO_INLINE void add_up(const uint8_t* rows, const uint16_t* samples, size_t n, BitSums& one, BitSums& two) {
-  const auto row_of_one = [&](size_t i) { return load_once(rows + samples[i]); };
-  const auto row_of_two = [&](size_t i) { return load_once(rows + kRowBytes + samples[i]); };
+  const auto row_of_one = [&](size_t i) { return load(rows + samples[i]); };
+  const auto row_of_two = [&](size_t i) { return load(rows + kRowBytes + samples[i]); };
   BitSums a;
   BitSums b;
   a.clear();
@@ -109,46 +109,36 @@ class RowCounter {
   const size_t byte_;
 };
 
-// Patterns: of a prefix.
+// What the two forms of values differ in.
 template <size_t Patterns>
-void filter_bytes(const RowFilterInput& in) {
-  constexpr size_t kCells = 2 * (Patterns - 1);
-  const size_t of_group = in.n_pairs * kCells * kGroupLanes;
-  auto* values = static_cast<uint8_t*>(in.values);
-  for (size_t byte = 0; byte < kRowBytes; byte += kRegisterBytes) {
-    const RowCounter counter(in, byte);
-    for (size_t piece = 0; piece < in.n_pieces; ++piece) {
-      for (size_t i = 0; i < in.n_prefixes; ++i) {
-        const RowPrefix& prefix = in.prefixes[i];
-        counter.count_bytes(in.pieces[piece], prefix.lists + piece * (Patterns - 1), prefix,
-                            values + i * kRowGroups * of_group);
-      }
-    }
-    const ByteBound<Patterns> bound(in, byte);
-    for (size_t i = 0; i < in.n_prefixes; ++i) {
-      for (size_t t = in.prefixes[i].first_group; t < in.prefixes[i].end_group; ++t) {
-        in.passing[i * kRowGroups + t] |=
-            bound.passing(in.prefixes[i], values + (i * kRowGroups + t) * of_group, t) << byte;
-      }
-    }
-  }
-}
+struct ByteForm {
+  using Value = uint8_t;
+  using Bound = ByteBound<Patterns>;
+  static constexpr size_t kLists = Patterns - 1;  // of a piece
+  static constexpr auto kCount = &RowCounter::count_bytes;
+};
+template <size_t Patterns>
+struct WordForm {
+  using Value = int16_t;
+  using Bound = WordBound<Patterns>;
+  static constexpr size_t kLists = (Patterns - 1) * 2;
+  static constexpr auto kCount = &RowCounter::count_words;
+};
 
-template <size_t Patterns>
-void filter_words(const RowFilterInput& in) {
-  constexpr size_t kCells = 2 * (Patterns - 1);
-  const size_t of_group = in.n_pairs * kCells * kGroupLanes;
-  auto* values = static_cast<int16_t*>(in.values);
+template <class Form>
+void filter_form(const RowFilterInput& in) {
+  const size_t of_group = in.n_pairs * 2 * (in.n_patterns - 1) * kGroupLanes;
+  auto* values = static_cast<typename Form::Value*>(in.values);
   for (size_t byte = 0; byte < kRowBytes; byte += kRegisterBytes) {
     const RowCounter counter(in, byte);
     for (size_t piece = 0; piece < in.n_pieces; ++piece) {
       for (size_t i = 0; i < in.n_prefixes; ++i) {
         const RowPrefix& prefix = in.prefixes[i];
-        counter.count_words(in.pieces[piece], prefix.lists + piece * (Patterns - 1) * 2, prefix,
-                            values + i * kRowGroups * of_group);
+        (counter.*Form::kCount)(in.pieces[piece], prefix.lists + piece * Form::kLists, prefix,
+                                values + i * kRowGroups * of_group);
       }
     }
-    const WordBound<Patterns> bound(in, byte);
+    const typename Form::Bound bound(in, byte);
     for (size_t i = 0; i < in.n_prefixes; ++i) {
       for (size_t t = in.prefixes[i].first_group; t < in.prefixes[i].end_group; ++t) {
         in.passing[i * kRowGroups + t] |=
@@ -161,9 +151,9 @@ void filter_words(const RowFilterInput& in) {
 template <size_t Patterns>
 void filter_patterns(RowValues form, const RowFilterInput& in) {
   if (form == RowValues::kBytes) {
-    filter_bytes<Patterns>(in);
+    filter_form<ByteForm<Patterns>>(in);
   } else {
-    filter_words<Patterns>(in);
+    filter_form<WordForm<Patterns>>(in);
   }
 }
 

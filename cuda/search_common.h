@@ -19,12 +19,17 @@ struct CandidateSink {
   uint64_t capacity;
 };
 
-TAVO_HOST_DEVICE void append(CandidateSink sink, SearchCandidate candidate) {
+// The next place of a buffer, which may be beyond its end.
+TAVO_HOST_DEVICE unsigned long long next_slot(unsigned long long* count) {
 #ifdef __CUDA_ARCH__
-  const unsigned long long slot = atomicAdd(sink.count, 1ull);
+  return atomicAdd(count, 1ull);
 #else
-  const unsigned long long slot = (*sink.count)++;
+  return (*count)++;
 #endif
+}
+
+TAVO_HOST_DEVICE void append(CandidateSink sink, SearchCandidate candidate) {
+  const unsigned long long slot = next_slot(sink.count);
   if (slot < sink.capacity) {
     sink.candidates[slot] = candidate;
   }
@@ -38,11 +43,7 @@ struct RankSink {
 };
 
 TAVO_HOST_DEVICE void append(RankSink sink, uint64_t rank) {
-#ifdef __CUDA_ARCH__
-  const unsigned long long slot = atomicAdd(sink.count, 1ull);
-#else
-  const unsigned long long slot = (*sink.count)++;
-#endif
+  const unsigned long long slot = next_slot(sink.count);
   if (slot < sink.capacity) {
     sink.ranks[slot] = rank;
   }

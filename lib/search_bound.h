@@ -4,10 +4,10 @@
 // and the GPU.
 //
 // With P cases, Q controls and N samples in training, let D be the sum over the cells of max(a * cases - b *
-// controls, 0) with the weights a = Q and b = P. Where every cell is labelled, no labelling gives tp * tn -
-// fp
-// * fn above D, and so balanced accuracy is at most (1 + D / PQ) / 2, Somers' dx D / PQ, and tau-c 4 D / N^2.
-// With both weights 1 accuracy is at most (Q + D) / N. In one formula: a combination that passes a floor has
+// controls, 0) with the weights a = Q and b = P. Where every cell is labelled, no labelling gives
+// tp * tn - fp * fn above D, and so balanced accuracy is at most (1 + D / PQ) / 2, Somers' dx D / PQ, and
+// tau-c 4 D / N^2. With both weights 1 accuracy is at most (Q + D) / N. In one formula: a combination that
+// passes a floor has
 //   D + q * Q >= pq * P * Q + nn * N * N + n * N.
 #pragma once
 

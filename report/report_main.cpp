@@ -27,10 +27,7 @@ int run_command(const std::vector<std::string>& words) {
   }
   std::vector<std::string> warnings;
   const Status status = make_report(options, &warnings);
-  for (const std::string& warning : warnings) {
-    complain(kProgram, "warning: " + warning);
-  }
-  return status.ok() ? 0 : refused(kProgram, status);
+  return finish_command(kProgram, status, warnings, "");
 }
 
 }  // namespace

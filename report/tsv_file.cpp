@@ -8,6 +8,7 @@
 #include <unordered_set>
 
 #include "tools/quoted.h"
+#include "util/split_tabs.h"
 
 const double kMissingNumber = std::numeric_limits<double>::quiet_NaN();
 
@@ -15,22 +16,10 @@ Status line_failure(const std::string& path, uint64_t line, const std::string& w
   return Status::failure(path + ": line " + std::to_string(line) + ": " + what);
 }
 
-std::vector<std::string_view> tab_fields(std::string_view line) {
-  std::vector<std::string_view> fields;
-  for (;;) {
-    const size_t tab = line.find('\t');
-    fields.push_back(line.substr(0, tab));
-    if (tab == std::string_view::npos) {
-      return fields;
-    }
-    line.remove_prefix(tab + 1);
-  }
-}
-
 Status TsvFile::begin(const std::string& path, const std::string& header) {
   path_ = path;
   std::unordered_set<std::string_view> known;
-  for (const std::string_view name : tab_fields(header)) {
+  for (const std::string_view name : split_tabs(header)) {
     if (name.empty() || !known.insert(name).second) {
       return line_failure(path, 1,
                           "column " + std::to_string(columns_.size() + 1) + ": " +
@@ -62,7 +51,7 @@ Status TsvFile::next(LineReader& reader, bool* more) {
   if (state == LineState::kTooLong) {
     return line_failure(path_, line_number_, "longer than " + std::to_string(kLongestLine) + " bytes");
   }
-  cells_ = tab_fields(line_);
+  cells_ = split_tabs(line_);
   if (cells_.size() != columns_.size()) {
     return line_failure(
         path_, line_number_,

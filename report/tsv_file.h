@@ -61,6 +61,3 @@ Status line_failure(const std::string& path, uint64_t line, const std::string& w
 
 // The longest line that is read, in bytes.
 inline constexpr size_t kLongestLine = size_t{1} << 24;
-
-// The parts of a line between its tabs.
-std::vector<std::string_view> tab_fields(std::string_view line);

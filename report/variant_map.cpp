@@ -8,6 +8,7 @@
 #include "report/tsv_file.h"
 #include "tools/line_reader.h"
 #include "tools/quoted.h"
+#include "util/split_tabs.h"
 
 namespace {
 
@@ -126,7 +127,7 @@ Status VariantMap::open(const std::string& path) {
     if (line.empty()) {
       continue;
     }
-    const std::vector<std::string_view> fields = columns.tabs ? tab_fields(line) : blank_fields(line);
+    const std::vector<std::string_view> fields = columns.tabs ? split_tabs(line) : blank_fields(line);
     int64_t position = 0;
     const auto is_position = [&position](std::string_view text) {
       const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), position);
@@ -137,7 +138,7 @@ Status VariantMap::open(const std::string& path) {
         !(fields.size() >= columns.least && is_position(fields[columns.position]))) {
       header = false;
       columns.tabs = line.find('\t') != std::string::npos;
-      if (!columns_of_header(columns.tabs ? tab_fields(line) : fields, &columns)) {
+      if (!columns_of_header(columns.tabs ? split_tabs(line) : fields, &columns)) {
         return line_failure(
             path, 1,
             "found " + ::quoted(line) +

@@ -17,7 +17,7 @@ step() {
 }
 
 if command -v nvidia-smi >/dev/null; then
-  nvidia-smi --query-gpu=name,driver_version,memory.total --format=csv,noheader || true
+  nvidia-smi --query-gpu=name,driver_version,memory.total --format=csv,noheader || echo "nvidia-smi fails; the tests below say whether the GPU can be used"
 fi
 command -v nvcc >/dev/null || export PATH=$PATH:/usr/local/cuda/bin
 nvcc --version | tail -2 || { echo "gpu-check: no nvcc" >&2; exit 1; }

@@ -36,6 +36,8 @@ fi
 report=$(cd "$(dirname "$0")/../report" && pwd)
 if [ ! "$report/node_modules/.package-lock.json" -nt "$report/package-lock.json" ]; then
   echo "Installing: the plotting library of tavo-report (npm ci)"
-  npm ci --prefix "$report" --silent ||
+  if ! npm ci --prefix "$report" --silent; then
     echo "npm ci failed: everything is built, but tavo-report will make no pages" >&2
+    [ "${1:-}" != tests ] || exit 1
+  fi
 fi

@@ -14,23 +14,12 @@
 
 #include "src/notice.h"
 #include "src/run_config.h"
+#include "util/split_tabs.h"
 
 namespace {
 
 constexpr size_t kLongestLine = 65535;
 constexpr size_t kIdentifierFields = 2;
-
-std::vector<std::string_view> split_tabs(std::string_view line) {
-  std::vector<std::string_view> fields;
-  for (;;) {
-    const size_t tab = line.find('\t');
-    fields.push_back(line.substr(0, tab));
-    if (tab == std::string_view::npos) {
-      return fields;
-    }
-    line.remove_prefix(tab + 1);
-  }
-}
 
 bool read_header(const char* path, const std::string& line) {
   const std::vector<std::string_view> fields = split_tabs(line);

@@ -35,10 +35,7 @@ int run_command(const std::vector<std::string>& words) {
   }
   ConvertReport report;
   const Status status = run(options, &report);
-  for (const std::string& warning : report.warnings) {
-    complain(kProgram, "warning: " + warning);
-  }
-  return status.ok() ? print_result(kProgram, report.text) : refused(kProgram, status);
+  return finish_command(kProgram, status, report.warnings, report.text);
 }
 
 }  // namespace

@@ -36,6 +36,14 @@ int print_result(const char* program, const std::string& text) {
   return 0;
 }
 
+int finish_command(const char* program, const Status& status, const std::vector<std::string>& warnings,
+                   const std::string& text) {
+  for (const std::string& warning : warnings) {
+    complain(program, "warning: " + warning);
+  }
+  return status.ok() ? print_result(program, text) : refused(program, status);
+}
+
 std::string version_text(const char* program) {
   return std::string(program) + " " + TAVO_VERSION + "\ncompiler: " + __VERSION__ + "\n";
 }

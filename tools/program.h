@@ -22,6 +22,10 @@ int refused(const char* program, const Status& status);
 // Writes the text to standard output: 0, or 1 when that is not possible.
 int print_result(const char* program, const std::string& text);
 
+// The end of a command: its warnings, then its text or why it failed. Returns the exit status.
+int finish_command(const char* program, const Status& status, const std::vector<std::string>& warnings,
+                   const std::string& text);
+
 // The first lines of --version: the program's version and the compiler.
 std::string version_text(const char* program);
 

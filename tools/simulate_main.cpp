@@ -22,10 +22,7 @@ int run_command(const std::vector<std::string>& words) {
   catch_stop_signals();
   SimulateReport report;
   const Status status = simulate(options, stop_signal(), &report);
-  for (const std::string& warning : report.warnings) {
-    complain(kProgram, "warning: " + warning);
-  }
-  return status.ok() ? print_result(kProgram, report.text) : refused(kProgram, status);
+  return finish_command(kProgram, status, report.warnings, report.text);
 }
 
 }  // namespace

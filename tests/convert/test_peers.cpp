@@ -8,6 +8,7 @@
 
 #include "tests/convert/convert_folder.h"
 #include "tests/convert/plink_files.h"
+#include "tests/support/required.h"
 
 namespace tavo_test {
 namespace {
@@ -76,9 +77,7 @@ TEST(ExampleSet, QuantitativePhenotypes) {
 class Peers : public testing::Test {
  protected:
   void SetUp() override {
-    if (!std::filesystem::exists(kPlink)) {
-      GTEST_SKIP() << kPlink << " is not installed (Debian package plink1.9)";
-    }
+    TAVO_NEEDS(std::filesystem::exists(kPlink), "plink1.9 (Debian package plink1.9)");
     std::mt19937 random(31);
     GenotypeData data = random_data(random, 203, 150, 0.12);
     // Some variants are rare, so that --maf has something to drop.
@@ -143,9 +142,7 @@ TEST_F(Peers, VcfOfPlinkAndBcfOfBcftools) {
   EXPECT_EQ(folder_.read("a"), folder_.read("b"));
   EXPECT_EQ(folder_.read("c.bed"), folder_.read("p.bed"));
   EXPECT_EQ(folder_.read("c.bim"), folder_.read("p.bim"));
-  if (!std::filesystem::exists(kBcftools)) {
-    GTEST_SKIP() << kBcftools << " is not installed (Debian package bcftools)";
-  }
+  TAVO_NEEDS(std::filesystem::exists(kBcftools), "bcftools (Debian package bcftools)");
   run_peer(folder_, kBcftools, "view v.vcf.gz -Ob -o v.bcf");
   folder_.output_of("--vcf v.bcf --pheno y --out d");
   EXPECT_EQ(folder_.read("a"), folder_.read("d"));
@@ -153,9 +150,7 @@ TEST_F(Peers, VcfOfPlinkAndBcfOfBcftools) {
 
 // bcftools norm splits multi-allelic records; other alternate alleles become the reference there as well.
 TEST(Bcftools, SplitsTheSame) {
-  if (!std::filesystem::exists(kBcftools)) {
-    GTEST_SKIP() << kBcftools << " is not installed (Debian package bcftools)";
-  }
+  TAVO_NEEDS(std::filesystem::exists(kBcftools), "bcftools (Debian package bcftools)");
   const ConvertFolder folder;
   std::string text =
       "##fileformat=VCFv4.2\n##contig=<ID=1>\n"

@@ -56,12 +56,7 @@ void expect_search(const Scene& scene, const ScoringRules& rules, int first_fold
                    const SearchFunction& search) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
   const std::vector<FoldView> folds = scene.folds.views(first_fold);
-  WorkerSetupCommand setup;
-  setup.kind = LoopKind::kSearch;
-  setup.rules = rules;
-  setup.folds = folds;
-  setup.samples = scene.folds.samples;
-  setup.list_size = static_cast<int>(total);
+  const WorkerSetupCommand setup = tavo_test::search_setup(rules, folds, scene, total);
   std::vector<std::map<uint64_t, float>> found(folds.size());
   for (const SearchCandidate& candidate : search(scene, setup, total)) {
     ASSERT_TRUE(found[static_cast<size_t>(candidate.fold)].emplace(candidate.rank, candidate.value).second);

@@ -92,12 +92,7 @@ TEST_P(CudaDevice, MoreCandidatesThanTheBufferHoldsAreAllFound) {
   const Scene scene(random, 60, 70, 0.0, 5, false);
   const uint64_t total = comb_count(scene.problem.n_snps, 3).value();
   const std::vector<FoldView> folds = scene.folds.views(0);
-  WorkerSetupCommand setup;
-  setup.kind = LoopKind::kSearch;
-  setup.rules = {3, 4, 1, kBalancedAccuracy};
-  setup.folds = folds;
-  setup.samples = scene.folds.samples;
-  setup.list_size = static_cast<int>(total);
+  const WorkerSetupCommand setup = tavo_test::search_setup({3, 4, 1, kBalancedAccuracy}, folds, scene, total);
   const std::unique_ptr<Device> device = open_device(scene.problem);
   ASSERT_TRUE(device->set_up(setup).ok());
   std::vector<SearchCandidate> candidates;
@@ -126,12 +121,7 @@ TEST_P(CudaDevice, ShortListsHoldTheBest) {
   const Scene scene(random, 150, 70, 0.05, 4, false);
   const uint64_t total = comb_count(scene.problem.n_snps, 2).value();
   const std::vector<FoldView> folds = scene.folds.views(0);
-  WorkerSetupCommand setup;
-  setup.kind = LoopKind::kSearch;
-  setup.rules = {2, 4, 1, kTauB};
-  setup.folds = folds;
-  setup.samples = scene.folds.samples;
-  setup.list_size = static_cast<int>(total);
+  WorkerSetupCommand setup = tavo_test::search_setup({2, 4, 1, kTauB}, folds, scene, total);
   std::vector<CandidateList> expected(folds.size(), CandidateList(5));
   for (const SearchCandidate& candidate : device_search(scene, setup, total)) {
     expected[static_cast<size_t>(candidate.fold)].offer(candidate.rank, candidate.value);

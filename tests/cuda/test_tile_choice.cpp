@@ -29,12 +29,7 @@ class TileChoiceTest : public testing::Test {
   // Searches all combinations and returns the failure, if any.
   std::string run(ScoringRules rules, std::vector<SearchFloor> floors = {}) {
     const std::vector<FoldView> folds = scene_.folds.views(0);
-    WorkerSetupCommand setup;
-    setup.kind = LoopKind::kSearch;
-    setup.rules = rules;
-    setup.folds = folds;
-    setup.samples = scene_.folds.samples;
-    setup.list_size = 1000;
+    const WorkerSetupCommand setup = tavo_test::search_setup(rules, folds, scene_, 1000);
     const std::unique_ptr<Device> device = CudaBackend().open(0);
     floors.resize(folds.size());
     candidates_.clear();

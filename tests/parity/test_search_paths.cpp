@@ -18,6 +18,7 @@
 namespace {
 
 using tavo_test::Scene;
+using tavo_test::search_setup;
 
 enum class Path { kPlanes, kCells, kScores, kLanes };
 
@@ -49,13 +50,8 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
              InstructionSet set = InstructionSet::kScalar) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
   const std::vector<FoldView> folds = scene.folds.views(first_fold);
-  WorkerSetupCommand setup;
-  setup.kind = LoopKind::kSearch;
-  setup.rules = rules;
-  setup.folds = folds;
-  setup.list_size = static_cast<int>(total);
+  const WorkerSetupCommand setup = search_setup(rules, folds, scene, total);
   const Segments segments(scene.problem, folds);
-  setup.samples = scene.folds.samples;
   const BitPlanes planes(scene.problem, segments);
   std::optional<ScoreData> scores;
   if (path == Path::kScores) {
@@ -208,10 +204,7 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
     for (const int missing : {1, 3, 4}) {
       for (int tie = 0; tie <= 2; ++tie) {
         for (int measure = 0; measure <= 9; ++measure) {
-          WorkerSetupCommand setup;
-          setup.kind = LoopKind::kSearch;
-          setup.rules = {order, missing, tie, measure};
-          setup.folds = folds;
+          const WorkerSetupCommand setup = search_setup({order, missing, tie, measure}, folds, scene, 0);
           ASSERT_TRUE(lane_search_fits(setup.rules, segments));
           expect_same_lists(scene, setup, 1 + random() % 6, random);
           ASSERT_FALSE(testing::Test::HasFailure());
@@ -244,10 +237,7 @@ TEST(LaneSearch, TheFirstBoundHoldsWhereItsSumsAreLargest) {
     }
     const std::vector<FoldView> folds = scene.folds.views(0);
     for (const int measure : {kBalancedAccuracy, kAccuracy, kTauC, kSomersDx}) {
-      WorkerSetupCommand setup;
-      setup.kind = LoopKind::kSearch;
-      setup.rules = {2, 4, 1, measure};
-      setup.folds = folds;
+      const WorkerSetupCommand setup = search_setup({2, 4, 1, measure}, folds, scene, 0);
       for (const size_t list_size : {1, 5, 200}) {
         EXPECT_EQ(expect_same_lists(scene, setup, list_size, random), RowValues::kWords);
         ASSERT_FALSE(testing::Test::HasFailure());
@@ -297,10 +287,8 @@ TEST(LaneSearch, TheFirstBoundHoldsForEveryLayout) {
       }
       const std::vector<FoldView> folds = scene.folds.views(0);
       for (const int measure : {kBalancedAccuracy, kAccuracy, kTauC, kSomersDx}) {
-        WorkerSetupCommand setup;
-        setup.kind = LoopKind::kSearch;
-        setup.rules = {layout.order, 4, 1 + decides, measure};
-        setup.folds = folds;
+        const WorkerSetupCommand setup =
+            search_setup({layout.order, 4, 1 + decides, measure}, folds, scene, 0);
         const std::optional<RowValues> form = expect_same_lists(scene, setup, 1 + random() % 5, random);
         ASSERT_FALSE(testing::Test::HasFailure()) << layout.n_samples << " samples, order " << layout.order;
         if (measure == kBalancedAccuracy) {

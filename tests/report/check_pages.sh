@@ -8,6 +8,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 
 skip() {
   echo "SKIPPED: $1"
+  [ "${TAVO_REQUIRE_TOOLS:-}" != 1 ] || exit 1
   exit 77
 }
 browser=$(command -v chromium || command -v chromium-browser || command -v google-chrome) || skip "chromium is missing"

@@ -36,6 +36,10 @@ RunResult ReportFolder::report(const Words& words) const {
   return run_program(TAVO_REPORT_PROGRAM, words, dir_.path());
 }
 
+RunResult ReportFolder::report_without_pages(const Words& words) const {
+  return run_program(TAVO_REPORT_WITHOUT_PAGES, words, dir_.path());
+}
+
 nlohmann::json ReportFolder::json(const std::string& input, const Words& more) const {
   Words words = {"--in", input, "--format", "json"};
   words.insert(words.end(), more.begin(), more.end());

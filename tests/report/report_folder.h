@@ -25,6 +25,8 @@ class ReportFolder {
   void regress(const std::string& kind, const Words& more = {}) const;
 
   RunResult report(const Words& words) const;
+  // By a tavo-report that was built without the plotting library.
+  RunResult report_without_pages(const Words& words) const;
   // The JSON of a report on `input`; `more` follows.
   nlohmann::json json(const std::string& input, const Words& more = {}) const;
   // The JSON that stands in a page.

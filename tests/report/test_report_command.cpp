@@ -8,6 +8,7 @@
 
 #include "report/page.h"
 #include "tests/report/report_folder.h"
+#include "tests/support/required.h"
 #include "tests/support/tsv_table.h"
 
 namespace tavo_test {
@@ -243,11 +244,7 @@ TEST(ReportJson, ReadsCompressedTables) {
 // Pages are tried in a browser elsewhere; here, what they hold.
 class ReportPage : public testing::Test {
  protected:
-  void SetUp() override {
-    if (!has_page()) {
-      GTEST_SKIP() << "this build makes no pages";
-    }
-  }
+  void SetUp() override { TAVO_NEEDS(has_page(), "the plotting library of pages (npm ci --prefix report)"); }
 };
 
 TEST_F(ReportPage, HoldsTheResultsAndAsksNobody) {
@@ -342,12 +339,9 @@ TEST_F(ReportPage, OfARegressionHasTheBestRowsInOrder) {
 }
 
 TEST(Report, SaysWhenItHasNoPages) {
-  if (has_page()) {
-    GTEST_SKIP() << "this build makes pages";
-  }
   const ReportFolder folder;
   folder.search();
-  const RunResult run = folder.report({"--in", "t.tsv", "--out", "p.html"});
+  const RunResult run = folder.report_without_pages({"--in", "t.tsv", "--out", "p.html"});
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.err.find("this build cannot make pages"), std::string::npos);
   EXPECT_FALSE(folder.exists("p.html"));

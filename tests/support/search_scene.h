@@ -8,6 +8,7 @@
 #include <random>
 #include <vector>
 
+#include "device/commands.h"
 #include "device/problem.h"
 #include "src/folds.h"
 #include "tests/support/genotype_file.h"
@@ -85,5 +86,17 @@ struct Scene {
     problem.scores = scores.data();
   }
 };
+
+// The set-up of a search of the scene's samples.
+inline WorkerSetupCommand search_setup(const ScoringRules& rules, const std::vector<FoldView>& folds,
+                                       const Scene& scene, uint64_t list_size) {
+  WorkerSetupCommand setup;
+  setup.kind = LoopKind::kSearch;
+  setup.rules = rules;
+  setup.folds = folds;
+  setup.samples = scene.folds.samples;
+  setup.list_size = static_cast<int>(list_size);
+  return setup;
+}
 
 }  // namespace tavo_test

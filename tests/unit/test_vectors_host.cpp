@@ -206,12 +206,13 @@ void run_label(const Json& in, const Json& out) {
 
 TEST(VectorsHost, EveryCaseOfCountTablesHolds) {
   static_assert(kUnlabelled == 0 && kHighRisk == 1 && kLowRisk == 2, "the letters follow the labels");
-  using std::placeholders::_1;
-  using std::placeholders::_2;
+  const auto counted_by = [](auto count) {
+    return [count](const Json& in, const Json& out) { run_count(count, in, out); };
+  };
   run_cases("tables", {
-                          {"countTable_none", std::bind(run_count, countTable_none, _1, _2)},
-                          {"countTable_available", std::bind(run_count, countTable_available, _1, _2)},
-                          {"countTable_EM", std::bind(run_count, countTable_EM, _1, _2)},
+                          {"countTable_none", counted_by(countTable_none)},
+                          {"countTable_available", counted_by(countTable_available)},
+                          {"countTable_EM", counted_by(countTable_EM)},
                           {"countTable_available_2", run_available_2},
                           {"makeIndex", run_make_index},
                           {"label", run_label},
