@@ -31,15 +31,29 @@ struct LaneCountInput {
 // counts: [3 * prefix_cells][n_pairs][kLanes], the last SNP's genotype the highest digit of the cell.
 using LaneCount = void (*)(const LaneCountInput& input, uint32_t* counts);
 
-// What a combination must at least have to pass one fold's floor, conservatively. With P cases, Q controls
-// and N samples in training, and D = sum over the cells of max(weight of cases * cases - weight of controls *
-// controls, 0):
-//   D + q * Q >= pq * P * Q + nn * N * N + n * N.
+// What decides whether a combination can pass a fold's floor.
+enum class LaneBoundKind {
+  // With P cases, Q controls and N samples in training, and D = sum over the cells of max(weight of cases *
+  // cases - weight of controls * controls, 0), what lib/search_bound.h says:
+  //   D + q * Q >= pq * P * Q + nn * N * N + n * N.
+  kDifference,
+  // The table of classes and labels, from which the measure is bounded (lane_bounds_body.h).
+  kTable,
+};
+
+// Of one fold.
 struct LaneLimit {
-  float q;
+  float q;  // of kDifference: a BoundTerms
   float pq;
   float nn;
   float n;
+  float floor;  // of kTable: above 0
+  // Of kTable and nmi: the share p of the cases where no genotype is missing, the entropy of the classes
+  // there in nats, its slope ln((1 - p) / p), and 1 / (p (1 - p)).
+  float share;
+  float entropy;
+  float slope;
+  float bend;
   int32_t cases;  // P and Q where no genotype is missing
   int32_t controls;
   float samples;  // N where it is not P + Q
@@ -51,10 +65,17 @@ struct LaneBoundInput {
   size_t n_pairs;
   const LaneLimit* limits;  // [n_folds]; pair f holds the testing samples of fold f
   size_t n_folds;
-  bool complete;       // no genotype of any lane is missing: P and Q are those of the limits
-  bool own_samples;    // N is P + Q
-  bool plain_weights;  // both weights 1; otherwise Q for cases and P for controls
-  uint32_t* totals;    // scratch [n_cells][kLanes]
+  bool complete;     // no genotype of any lane is missing: P and Q are those of the limits
+  bool own_samples;  // N is P + Q
+  LaneBoundKind kind;
+  bool plain_weights;  // kDifference: both weights 1; otherwise Q for cases and P for controls
+  int measure;         // kTable: what lane_bounds_body.h bounds
+  int tie;             // kTable: kHighRisk or kLowRisk
+  // kTable: a label compares with cases / controls, these two or, where samples are own, P / Q. Both at most
+  // kMaxClassSize, neither 0.
+  int32_t threshold_cases;
+  int32_t threshold_controls;
+  uint32_t* totals;  // scratch [n_cells][kLanes]
 };
 
 // The lanes that may pass the floor of at least one fold, a bit each.

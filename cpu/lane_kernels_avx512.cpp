@@ -4,6 +4,7 @@
 // library templates: this file is compiled for those processors alone.
 #include <immintrin.h>
 
+#include "cpu/lane_bounds_body.h"
 #include "cpu/lane_kernels.h"
 #include "cpu/lane_values_body.h"
 
@@ -86,56 +87,9 @@ void count(const LaneCountInput& in, uint32_t* counts) {
   }
 }
 
-uint32_t bound(const LaneBoundInput& in) {
-  for (size_t cell = 0; cell < in.n_cells; ++cell) {
-    __m512i total = _mm512_setzero_si512();
-    for (size_t pair = 0; pair < in.n_pairs; ++pair) {
-      total = _mm512_add_epi32(total, _mm512_loadu_si512(in.counts + (cell * in.n_pairs + pair) * kLanes));
-    }
-    _mm512_storeu_si512(in.totals + cell * kLanes, total);
-  }
-  __mmask16 pass = 0;
-  for (size_t f = 0; f < in.n_folds; ++f) {
-    const LaneLimit& limit = in.limits[f];
-    __m512i pairs_sum;  // the class totals of every lane
-    if (in.complete) {
-      pairs_sum = _mm512_set1_epi32(limit.controls | (limit.cases << 16));
-    } else {
-      pairs_sum = _mm512_setzero_si512();
-      for (size_t cell = 0; cell < in.n_cells; ++cell) {
-        pairs_sum = _mm512_add_epi32(
-            pairs_sum, _mm512_sub_epi32(_mm512_loadu_si512(in.totals + cell * kLanes),
-                                        _mm512_loadu_si512(in.counts + (cell * in.n_pairs + f) * kLanes)));
-      }
-    }
-    // Controls weigh -P and cases Q: the halves swapped, the lower one negated.
-    const __m512i swapped =
-        in.plain_weights ? _mm512_set1_epi32(0x00010001) : _mm512_rol_epi32(pairs_sum, 16);
-    const __m512i weights = _mm512_mask_sub_epi16(swapped, 0x55555555u, _mm512_setzero_si512(), swapped);
-    __m512i d = _mm512_setzero_si512();
-    for (size_t cell = 0; cell < in.n_cells; ++cell) {
-      const __m512i training =
-          _mm512_sub_epi32(_mm512_loadu_si512(in.totals + cell * kLanes),
-                           _mm512_loadu_si512(in.counts + (cell * in.n_pairs + f) * kLanes));
-      d = _mm512_add_epi32(d, _mm512_max_epi32(_mm512_madd_epi16(training, weights), _mm512_setzero_si512()));
-    }
-    const __m512 controls = _mm512_cvtepi32_ps(_mm512_and_si512(pairs_sum, _mm512_set1_epi32(0xffff)));
-    const __m512 cases = _mm512_cvtepi32_ps(_mm512_srli_epi32(pairs_sum, 16));
-    const __m512 samples = in.own_samples ? _mm512_add_ps(controls, cases) : _mm512_set1_ps(limit.samples);
-    const __m512 have =
-        _mm512_add_ps(_mm512_cvtepi32_ps(d), _mm512_mul_ps(_mm512_set1_ps(limit.q), controls));
-    const __m512 by_product = _mm512_mul_ps(_mm512_set1_ps(limit.pq), _mm512_mul_ps(controls, cases));
-    const __m512 by_square = _mm512_mul_ps(_mm512_set1_ps(limit.nn), _mm512_mul_ps(samples, samples));
-    const __m512 by_samples = _mm512_mul_ps(_mm512_set1_ps(limit.n), samples);
-    const __m512 need = _mm512_add_ps(by_product, _mm512_add_ps(by_square, by_samples));
-    pass = static_cast<__mmask16>(pass | _mm512_cmp_ps_mask(have, need, _CMP_GE_OQ));
-  }
-  return pass;
-}
-
 }  // namespace
 
 const LaneKernels& lane_kernels_avx512() {
-  static constexpr LaneKernels kKernels = {count, bound, lane_values};
+  static constexpr LaneKernels kKernels = {count, lane_bound, lane_values};
   return kKernels;
 }

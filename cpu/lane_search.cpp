@@ -17,6 +17,9 @@
 
 namespace {
 
+// Exact values of more lanes than this are computed side by side, of all of them.
+constexpr int kFewLanes = 2;
+
 // Measures that depend on TP / P - FP / Q alone, P and Q being the samples that have all genotypes.
 bool shares_decide(const ScoringRules& rules) {
   return rules.measure == kBalancedAccuracy || rules.measure == kSomersDx;
@@ -53,7 +56,7 @@ class LaneSearch : public RangeSearch {
         rules_(setup.rules),
         n_snps_(problem.n_snps),
         n_pairs_(static_cast<size_t>(segments.n_folds) + 1),
-        bounded_(has_bound(setup.rules.measure, setup.rules.tie)) {
+        has_difference_(has_bound(setup.rules.measure, setup.rules.tie)) {
     for (int j = 1; j < rules_.order; ++j) {
       prefix_cells_ *= 3;
     }
@@ -93,13 +96,27 @@ class LaneSearch : public RangeSearch {
     const ClassSizes sizes(segments_, setup.folds.size());
     limits_.resize(setup.folds.size());
     needs_.resize(setup.folds.size());
+    all_cases_ = sizes.all[1];
+    all_controls_ = sizes.all[0];
+    has_table_ = has_table_bound(rules_.measure, rules_.tie) && all_cases_ > 0 && all_controls_ > 0;
     for (size_t f = 0; f < limits_.size(); ++f) {
       limits_[f].controls = sizes.training_controls[f];
       limits_[f].cases = sizes.training_cases[f];
       limits_[f].samples = static_cast<float>(setup.folds[f].training.size());
+      set_entropy(limits_[f]);
+      has_table_ = has_table_ && (rules_.own_thresholds() ||
+                                  setup.folds[f].threshold == own_threshold({all_cases_, all_controls_, 0}));
       thresholds_.push_back(setup.folds[f].threshold);
       samples_.push_back(static_cast<int32_t>(setup.folds[f].training.size()));
     }
+  }
+
+  static void set_entropy(LaneLimit& limit) {
+    const double p = static_cast<double>(limit.cases) / (limit.cases + limit.controls);
+    limit.share = static_cast<float>(p);
+    limit.entropy = static_cast<float>(-p * std::log(p) - (1.0 - p) * std::log(1.0 - p));
+    limit.slope = static_cast<float>(std::log((1.0 - p) / p));
+    limit.bend = static_cast<float>(1.0 / (p * (1.0 - p)));
   }
 
   // What the row filter's sum S must reach, slack included: D <= (n / b) S with the n
@@ -119,16 +136,19 @@ class LaneSearch : public RangeSearch {
 
   void set_limits(const std::vector<CandidateList>& lists) {
     filters_ = rows_ != nullptr;
+    bounded_ = has_difference_ || has_table_;
     for (size_t f = 0; f < limits_.size(); ++f) {
       LaneLimit& limit = limits_[f];
-      limit.q = limit.pq = limit.nn = limit.n = 0.0f;
-      if (bounded_) {
-        const BoundTerms terms = bound_terms(rules_.measure, lists[f].floor().value);
+      limit.floor = lists[f].floor().value;
+      if (has_difference_) {
+        const BoundTerms terms = bound_terms(rules_.measure, limit.floor);
         limit.q = terms.q;
         limit.pq = terms.pq;
         limit.nn = terms.nn;
         limit.n = terms.n;
       }
+      // A list that is not full takes what no bound speaks of.
+      bounded_ = bounded_ && limit.floor > 0.0f;
       if (rows_ != nullptr) {
         set_need(f);
       }
@@ -269,18 +289,26 @@ class LaneSearch : public RangeSearch {
                    counts_.data());
     if (!bounded_) {
       offer_all(b, lanes, run, lists);
+      set_limits(lists);
       return;
     }
-    lanes &=
-        kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(), complete,
-                        rules_.own_thresholds(), has_plain_weights(rules_.measure), totals_.data()});
+    lanes &= kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
+                             complete, rules_.own_thresholds(),
+                             has_difference_ ? LaneBoundKind::kDifference : LaneBoundKind::kTable,
+                             has_plain_weights(rules_.measure), rules_.measure, rules_.tie, all_cases_,
+                             all_controls_, totals_.data()});
+    if (std::popcount(lanes) > kFewLanes) {
+      offer_all(b, lanes, run, lists);
+      set_limits(lists);
+      return;
+    }
     for (; lanes != 0; lanes &= lanes - 1) {
       const auto lane = static_cast<size_t>(std::countr_zero(lanes));
       offer(lane, run.rank_of_first + (b * kLanes + lane - run.first), lists);
     }
   }
 
-  // The exact values of the given lanes, computed side by side: of measures without a bound.
+  // The exact values of the given lanes, computed side by side.
   void offer_all(size_t b, uint32_t lanes, const RunOfCombinations& run, std::vector<CandidateList>& lists) {
     lane_values_.resize(thresholds_.size() * kLanes);
     kernels_.values(
@@ -306,9 +334,7 @@ class LaneSearch : public RangeSearch {
       lane_counts_[2 * i + 1] = static_cast<int32_t>(pair >> 16);
     }
     scores_.offer(rank, lane_counts_.data(), static_cast<int64_t>(3 * prefix_cells_), nullptr, lists);
-    if (bounded_) {
-      set_limits(lists);
-    }
+    set_limits(lists);
   }
 
   const Segments& segments_;
@@ -319,7 +345,11 @@ class LaneSearch : public RangeSearch {
   const ScoringRules rules_;
   const int n_snps_;
   const size_t n_pairs_;
-  const bool bounded_;
+  const bool has_difference_;  // a bound of that kind (LaneBoundKind)
+  bool has_table_ = false;
+  bool bounded_ = false;   // a bound is of use: every list is full
+  int32_t all_cases_ = 0;  // of all samples, which the common threshold is of
+  int32_t all_controls_ = 0;
   size_t prefix_cells_ = 1;
   bool complete_prefix_ = true;
   std::vector<uint64_t> prefix_;        // [prefix_cells_][words]

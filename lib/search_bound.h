@@ -32,6 +32,15 @@ constexpr bool has_bound(int measure, int tie) {
          (measure == kBalancedAccuracy || measure == kAccuracy || measure == kSomersDx || measure == kTauC);
 }
 
+// Whether the measure follows from the table of classes and labels, with every cell labelled, or as
+// chi-square from the cells alone.
+constexpr bool has_table_bound(int measure, int tie) {
+  const bool labels_ties = tie == kHighRisk || tie == kLowRisk;
+  return measure == kChiSquare ||
+         (labels_ties && (measure == kGamma || measure == kTauB || measure == kSomersDy || measure == kNmi ||
+                          measure == kLr));
+}
+
 // Whether D is summed with both weights 1.
 constexpr bool has_plain_weights(int measure) {
   return measure == kAccuracy;
