@@ -107,6 +107,9 @@ inline Register add_capped(Register a, Register b) {
 inline Register subtract_floored(Register a, Register b) {
   return _mm512_subs_epu8(a, b);
 }
+inline Register high_nibbles(Register a) {
+  return _mm512_and_si512(_mm512_srli_epi16(a, 4), _mm512_set1_epi8(15));
+}
 // A bit for each byte that is not 0, for each negative byte.
 inline uint64_t nonzero_bytes(Register a) {
   return _mm512_test_epi8_mask(a, a);
@@ -199,6 +202,9 @@ inline Register add_capped(Register a, Register b) {
 }
 inline Register subtract_floored(Register a, Register b) {
   return _mm256_subs_epu8(a, b);
+}
+inline Register high_nibbles(Register a) {
+  return _mm256_and_si256(_mm256_srli_epi16(a, 4), _mm256_set1_epi8(15));
 }
 // A bit for each negative byte, for each byte that is not 0.
 inline uint64_t negative_bytes(Register a) {
@@ -307,6 +313,9 @@ inline Register add_capped(Register a, Register b) {
 }
 inline Register subtract_floored(Register a, Register b) {
   return (a - b) & (Register)(a > b);
+}
+inline Register high_nibbles(Register a) {
+  return a >> 4;
 }
 // A bit for each byte that is not 0, for each negative byte.
 inline uint64_t nonzero_bytes(Register a) {

@@ -23,44 +23,17 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "cpu/lane_cells_body.h"
 #include "cpu/lane_kernels.h"
 #include "lib/cv_measures.h"
 #include "lib/search_bound.h"
 
-#ifdef __AVX2__
-#include <immintrin.h>
-#endif
-
 namespace {
 
-#if defined(__AVX512BW__)
-constexpr size_t kBoundBytes = 64;
-#elif defined(__AVX2__)
-constexpr size_t kBoundBytes = 32;
-#else
-constexpr size_t kBoundBytes = 16;
-#endif
-constexpr size_t kBoundLanes = kBoundBytes / 4;
-typedef int32_t IntLanes __attribute__((vector_size(kBoundBytes)));
-typedef uint32_t PairLanes __attribute__((vector_size(kBoundBytes)));
-typedef float FloatLanes __attribute__((vector_size(kBoundBytes)));
-
-inline PairLanes load_pairs(const uint32_t* from) {
-  PairLanes lanes;
-  __builtin_memcpy(&lanes, from, sizeof(lanes));
-  return lanes;
-}
+typedef float FloatLanes __attribute__((vector_size(kPairBytes)));
 
 inline FloatLanes floats(IntLanes lanes) {
   return __builtin_convertvector(lanes, FloatLanes);
-}
-
-inline IntLanes controls_of(PairLanes pairs) {
-  return (IntLanes)(pairs & 0xffffu);
-}
-
-inline IntLanes cases_of(PairLanes pairs) {
-  return (IntLanes)(pairs >> 16);
 }
 
 // of_case * cases - of_control * controls, for what class_weights made of the two.
@@ -79,6 +52,25 @@ inline IntLanes weighed(PairLanes pairs, PairLanes weights) {
 
 inline IntLanes positive_part(IntLanes lanes) {
   return lanes > 0 ? lanes : IntLanes{};
+}
+
+// Adds the pairs of the lanes where d is not negative, where it is above 0 and the pair has controls.
+inline PairLanes add_not_negative(PairLanes sum, IntLanes d, PairLanes pairs) {
+#if defined(__AVX512BW__)
+  const __mmask16 mask = _mm512_cmpge_epi32_mask((__m512i)d, _mm512_setzero_si512());
+  return (PairLanes)_mm512_mask_add_epi32((__m512i)sum, mask, (__m512i)sum, (__m512i)pairs);
+#else
+  return sum + (pairs & (PairLanes)(d >= 0));
+#endif
+}
+inline PairLanes add_positive(PairLanes sum, IntLanes d, PairLanes pairs) {
+#if defined(__AVX512BW__)
+  const __mmask16 mask = _mm512_mask_cmpgt_epi32_mask(
+      _mm512_test_epi32_mask((__m512i)pairs, _mm512_set1_epi32(0xffff)), (__m512i)d, _mm512_setzero_si512());
+  return (PairLanes)_mm512_mask_add_epi32((__m512i)sum, mask, (__m512i)sum, (__m512i)pairs);
+#else
+  return sum + (pairs & (PairLanes)((d > 0) & (controls_of(pairs) != 0)));
+#endif
 }
 
 // The reciprocal of a positive number, with a relative error below kReciprocalError.
@@ -101,34 +93,25 @@ inline uint32_t bits_of_mask(IntLanes mask) {
   return static_cast<uint32_t>(_mm256_movemask_ps((__m256)mask));
 #else
   uint32_t bits = 0;
-  for (size_t l = 0; l < kBoundLanes; ++l) {
+  for (size_t l = 0; l < kPairLanes; ++l) {
     bits |= mask[l] != 0 ? 1u << l : 0u;
   }
   return bits;
 #endif
 }
 
-// Some lanes of a block, and the training counts of one fold.
+// The training samples of one fold, whatever the cells.
 class FoldLanes {
  public:
-  FoldLanes(const LaneBoundInput& in, size_t fold, size_t lane) : in_(in), fold_(fold), lane_(lane) {
+  template <class Cells>
+  FoldLanes(const LaneBoundInput& in, const Cells& cells, size_t fold, size_t lane) {
     const LaneLimit& limit = in.limits[fold];
-    if (in.complete) {
-      classes_ =
-          PairLanes{} + (static_cast<uint32_t>(limit.cases) << 16 | static_cast<uint32_t>(limit.controls));
-    } else {
-      classes_ = PairLanes{};
-      for (size_t cell = 0; cell < in.n_cells; ++cell) {
-        classes_ += training(cell);
-      }
-    }
-    cases_ = cases_of(classes_);
-    controls_ = controls_of(classes_);
-  }
-
-  PairLanes training(size_t cell) const {
-    return load_pairs(in_.totals + cell * kLanes + lane_) -
-           load_pairs(in_.counts + (cell * in_.n_pairs + fold_) * kLanes + lane_);
+    const PairLanes classes =
+        in.complete
+            ? PairLanes{} + (static_cast<uint32_t>(limit.cases) << 16 | static_cast<uint32_t>(limit.controls))
+            : cells.training_classes(fold, lane);
+    cases_ = cases_of(classes);
+    controls_ = controls_of(classes);
   }
 
   // P, Q, P + Q.
@@ -140,48 +123,54 @@ class FoldLanes {
   PairLanes cross_weights() const { return class_weights((PairLanes)controls_, (PairLanes)cases_); }
 
  private:
-  const LaneBoundInput& in_;
-  const size_t fold_;
-  const size_t lane_;
-  PairLanes classes_;
   IntLanes cases_;
   IntLanes controls_;
 };
 
-inline IntLanes difference_passes(const LaneBoundInput& in, size_t fold, size_t lane) {
-  const FoldLanes lanes(in, fold, lane);
-  const LaneLimit& limit = in.limits[fold];
-  const PairLanes one = PairLanes{} + 1;
-  const PairLanes weights = in.plain_weights ? class_weights(one, one) : lanes.cross_weights();
-  IntLanes d{};
-  for (size_t cell = 0; cell < in.n_cells; ++cell) {
-    d += positive_part(weighed(lanes.training(cell), weights));
+// Rules say which lanes may pass the floor of a fold.
+struct DifferenceRule {
+  template <class Cells>
+  __attribute__((always_inline)) static IntLanes passes(const LaneBoundInput& in, const Cells& cells,
+                                                        size_t fold, size_t lane) {
+    const FoldLanes lanes(in, cells, fold, lane);
+    const LaneLimit& limit = in.limits[fold];
+    const PairLanes one = PairLanes{} + 1;
+    const PairLanes weights = in.plain_weights ? class_weights(one, one) : lanes.cross_weights();
+    IntLanes d{};
+    cells.each_training(
+        fold, lane, [&](PairLanes pairs) __attribute__((always_inline)) {
+          d += positive_part(weighed(pairs, weights));
+        });
+    const FloatLanes p = floats(lanes.cases());
+    const FloatLanes q = floats(lanes.controls());
+    const FloatLanes n = in.own_samples ? p + q : FloatLanes{} + limit.samples;
+    return floats(d) + limit.q * q >= limit.pq * (q * p) + (limit.nn * (n * n) + limit.n * n);
   }
-  const FloatLanes p = floats(lanes.cases());
-  const FloatLanes q = floats(lanes.controls());
-  const FloatLanes n = in.own_samples ? p + q : FloatLanes{} + limit.samples;
-  return floats(d) + limit.q * q >= limit.pq * (q * p) + (limit.nn * (n * n) + limit.n * n);
-}
+};
 
-inline IntLanes chi_square_passes(const LaneBoundInput& in, size_t fold, size_t lane) {
-  const FoldLanes lanes(in, fold, lane);
-  const LaneLimit& limit = in.limits[fold];
-  const PairLanes weights = lanes.cross_weights();
-  FloatLanes sum{};
-  for (size_t cell = 0; cell < in.n_cells; ++cell) {
-    const PairLanes pairs = lanes.training(cell);
-    const FloatLanes d = floats(weighed(pairs, weights));
-    const FloatLanes n = floats(cases_of(pairs) + controls_of(pairs));
-    // An empty cell has d = 0.
-    sum += d * d * reciprocal(n > 1.0f ? n : FloatLanes{} + 1.0f);
+struct ChiSquareRule {
+  template <class Cells>
+  __attribute__((always_inline)) static IntLanes passes(const LaneBoundInput& in, const Cells& cells,
+                                                        size_t fold, size_t lane) {
+    const FoldLanes lanes(in, cells, fold, lane);
+    const LaneLimit& limit = in.limits[fold];
+    const PairLanes weights = lanes.cross_weights();
+    const PairLanes one = PairLanes{} + 0x00010001u;
+    FloatLanes sum{};
+    cells.each_training(
+        fold, lane, [&](PairLanes pairs) __attribute__((always_inline)) {
+          const FloatLanes d = floats(weighed(pairs, weights));
+          const FloatLanes n = floats(weighed(pairs, one));
+          // An empty cell has d = 0.
+          sum += d * d * reciprocal(n > 1.0f ? n : FloatLanes{} + 1.0f);
+        });
+    const float need = limit.floor * (1.0f - 3.0f * kReciprocalError);
+    const FloatLanes product = floats(lanes.cases()) * floats(lanes.controls());
+    // Expected counts refer to all samples of the fold where samples are not own.
+    const IntLanes other = in.own_samples ? IntLanes{} : lanes.all() != limit.samples;
+    return (sum >= need * product) | other;
   }
-  const FloatLanes n = lanes.all();
-  const float need = limit.floor * (1.0f - 3.0f * kReciprocalError);
-  const FloatLanes product = floats(lanes.cases()) * floats(lanes.controls());
-  // Expected counts refer to all samples of the fold where samples are not own.
-  const IntLanes other = in.own_samples ? IntLanes{} : n != limit.samples;
-  return (sum >= need * product) | other;
-}
+};
 
 // The table of a fold's training samples.
 struct TableLanes {
@@ -190,40 +179,44 @@ struct TableLanes {
   IntLanes undecided;  // lanes whose labels the integers do not decide
 };
 
+// Ratios nearer to the threshold than this, as differences of products, may be one float with it: two
+// roundings of 2^-24, and as much again. 0: no two ratios are that near.
+inline int32_t near_threshold(const LaneBoundInput& in) {
+  const int64_t product = static_cast<int64_t>(in.threshold_cases) * in.threshold_controls;
+  return product < int64_t{1} << 22 ? 0 : static_cast<int32_t>(product >> 22) + 1;
+}
+
 // Labels ties high, or low.
-template <bool TiesHigh>
-TableLanes table_of(const LaneBoundInput& in, const FoldLanes& lanes) {
-  const PairLanes of_case = in.own_samples ? (PairLanes)lanes.controls()
-                                           : PairLanes{} + static_cast<uint32_t>(in.threshold_controls);
-  const PairLanes of_control =
-      in.own_samples ? (PairLanes)lanes.cases() : PairLanes{} + static_cast<uint32_t>(in.threshold_cases);
-  const PairLanes weights = class_weights(of_case, of_control);
-  // Ratios nearer than this are one float, or one apart: two roundings of 2^-24 and as much again.
-  const bool large = static_cast<int64_t>(in.threshold_cases) * in.threshold_controls >= int64_t{1} << 22;
-  const int32_t near = large ? (in.threshold_cases * in.threshold_controls >> 22) + 1 : 0;
+template <bool TiesHigh, class Cells>
+__attribute__((always_inline)) inline TableLanes table_of(const LaneBoundInput& in, const Cells& cells,
+                                                          const FoldLanes& lanes, size_t fold, size_t lane) {
+  const PairLanes weights = in.own_samples
+                                ? lanes.cross_weights()
+                                : class_weights(PairLanes{} + static_cast<uint32_t>(in.threshold_controls),
+                                                PairLanes{} + static_cast<uint32_t>(in.threshold_cases));
   PairLanes high{};
-  IntLanes undecided{};
-  for (size_t cell = 0; cell < in.n_cells; ++cell) {
-    const PairLanes pairs = lanes.training(cell);
-    const IntLanes d = weighed(pairs, weights);
-    if (TiesHigh) {
-      high += pairs & (PairLanes)(d >= 0);  // a tie without controls, too
-    } else {
-      high += pairs & (PairLanes)((d > 0) & (controls_of(pairs) != 0));
-    }
-    if (large) {
-      undecided |= (d != 0) & (d <= near) & (d >= -near);
-    }
-  }
+  cells.each_training(
+      fold, lane, [&](PairLanes pairs) __attribute__((always_inline)) {
+        const IntLanes d = weighed(pairs, weights);
+        // A tie without controls has d >= 0, too.
+        high = TiesHigh ? add_not_negative(high, d, pairs) : add_positive(high, d, pairs);
+      });
   TableLanes table;
+  // Without one of the classes the threshold is no number to compare with.
+  table.undecided = (lanes.cases() == 0) | (lanes.controls() == 0);
+  if (const int32_t near = near_threshold(in); near != 0) {
+    cells.each_training(
+        fold, lane, [&](PairLanes pairs) __attribute__((always_inline)) {
+          const IntLanes d = weighed(pairs, weights);
+          table.undecided |= (d != 0) & (d <= near) & (d >= -near);
+        });
+  }
   table.cases = floats(lanes.cases());
   table.controls = floats(lanes.controls());
   table.tp = floats(cases_of(high));
   table.fp = floats(controls_of(high));
   table.fn = table.cases - table.tp;
   table.tn = table.controls - table.fp;
-  // Without one of the classes the threshold is no number to compare with.
-  table.undecided = undecided | (lanes.cases() == 0) | (lanes.controls() == 0);
   return table;
 }
 
@@ -306,57 +299,84 @@ inline IntLanes nmi_passes(const TableLanes& t, const LaneBoundInput& in, const 
   return (information.most + kNmiError >= need * entropy) | information.undecided | far;
 }
 
-template <bool TiesHigh>
-IntLanes table_passes(const LaneBoundInput& in, size_t fold, size_t lane) {
-  const FoldLanes lanes(in, fold, lane);
-  const LaneLimit& limit = in.limits[fold];
-  const TableLanes table = table_of<TiesHigh>(in, lanes);
-  switch (in.measure) {
-    case kGamma:
-      return gamma_passes(table, limit.floor) | table.undecided;
-    case kTauB:
-      return tau_b_passes(table, limit.floor) | table.undecided;
-    case kSomersDy:
-      return somers_dy_passes(table, limit.floor) | table.undecided;
-    case kNmi:
-      return nmi_passes(table, in, limit) | table.undecided;
-    default: {
-      // Expected counts refer to all samples of the fold where samples are not own.
-      const IntLanes other = in.own_samples ? IntLanes{} : lanes.all() != limit.samples;
-      return lr_passes(table, limit.floor) | other | table.undecided;
-    }
-  }
-}
-
-inline IntLanes passes(const LaneBoundInput& in, size_t fold, size_t lane) {
-  if (in.kind == LaneBoundKind::kDifference) {
-    return difference_passes(in, fold, lane);
-  }
-  if (in.measure == kChiSquare) {
-    return chi_square_passes(in, fold, lane);
-  }
-  return in.tie == kHighRisk ? table_passes<true>(in, fold, lane) : table_passes<false>(in, fold, lane);
-}
-
-inline uint32_t lane_bound(const LaneBoundInput& in) {
-  for (size_t cell = 0; cell < in.n_cells; ++cell) {
-    for (size_t lane = 0; lane < kLanes; lane += kBoundLanes) {
-      PairLanes total{};
-      for (size_t pair = 0; pair < in.n_pairs; ++pair) {
-        total += load_pairs(in.counts + (cell * in.n_pairs + pair) * kLanes + lane);
+template <int Measure, bool TiesHigh>
+struct TableRule {
+  template <class Cells>
+  __attribute__((always_inline)) static IntLanes passes(const LaneBoundInput& in, const Cells& cells,
+                                                        size_t fold, size_t lane) {
+    const FoldLanes lanes(in, cells, fold, lane);
+    const LaneLimit& limit = in.limits[fold];
+    const TableLanes table = table_of<TiesHigh>(in, cells, lanes, fold, lane);
+    switch (Measure) {
+      case kGamma:
+        return gamma_passes(table, limit.floor) | table.undecided;
+      case kTauB:
+        return tau_b_passes(table, limit.floor) | table.undecided;
+      case kSomersDy:
+        return somers_dy_passes(table, limit.floor) | table.undecided;
+      case kNmi:
+        return nmi_passes(table, in, limit) | table.undecided;
+      default: {
+        // Expected counts refer to all samples of the fold where samples are not own.
+        const IntLanes other = in.own_samples ? IntLanes{} : lanes.all() != limit.samples;
+        return lr_passes(table, limit.floor) | other | table.undecided;
       }
-      __builtin_memcpy(in.totals + cell * kLanes + lane, &total, sizeof(total));
     }
   }
+};
+
+template <class Rule, class Cells>
+uint32_t bound_by(const LaneBoundInput& in, const Cells& cells) {
   uint32_t passing = 0;
-  for (size_t lane = 0; lane < kLanes; lane += kBoundLanes) {
+  for (size_t lane = 0; lane < kLanes; lane += kPairLanes) {
     IntLanes any{};
     for (size_t fold = 0; fold < in.n_folds; ++fold) {
-      any |= passes(in, fold, lane);
+      any |= Rule::passes(in, cells, fold, lane);
     }
     passing |= bits_of_mask(any) << lane;
   }
   return passing;
+}
+
+template <int Measure, class Cells>
+uint32_t bound_table(const LaneBoundInput& in, const Cells& cells) {
+  return in.tie == kHighRisk ? bound_by<TableRule<Measure, true>>(in, cells)
+                             : bound_by<TableRule<Measure, false>>(in, cells);
+}
+
+template <class Cells>
+uint32_t bound_of_cells(const LaneBoundInput& in, const Cells& cells) {
+  if (in.kind == LaneBoundKind::kDifference) {
+    return bound_by<DifferenceRule>(in, cells);
+  }
+  switch (in.measure) {
+    case kChiSquare:
+      return bound_by<ChiSquareRule>(in, cells);
+    case kGamma:
+      return bound_table<kGamma>(in, cells);
+    case kTauB:
+      return bound_table<kTauB>(in, cells);
+    case kSomersDy:
+      return bound_table<kSomersDy>(in, cells);
+    case kNmi:
+      return bound_table<kNmi>(in, cells);
+    default:
+      return bound_table<kLr>(in, cells);
+  }
+}
+
+inline uint32_t lane_bound(const LaneBoundInput& in, const uint32_t* counts, size_t n_cells, size_t n_pairs) {
+  return bound_of_cells(in, CountedCells(counts, n_cells, n_pairs, in.totals));
+}
+
+// The numbers of lists of pairs, without and with missing genotypes, are known to the compiler.
+inline uint32_t lane_derived_bound(const LaneBoundInput& in, const LaneDeriveInput& counted) {
+  if (counted.rows == 2) {
+    return counted.n_lists == 2 ? bound_of_cells(in, DerivedCells<2, 2>(counted, in.totals))
+                                : bound_of_cells(in, DerivedCells<2, 0>(counted, in.totals));
+  }
+  return counted.n_lists == 3 ? bound_of_cells(in, DerivedCells<3, 3>(counted, in.totals))
+                              : bound_of_cells(in, DerivedCells<3, 0>(counted, in.totals));
 }
 
 }  // namespace

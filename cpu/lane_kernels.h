@@ -31,6 +31,23 @@ struct LaneCountInput {
 // counts: [3 * prefix_cells][n_pairs][kLanes], the last SNP's genotype the highest digit of the cell.
 using LaneCount = void (*)(const LaneCountInput& input, uint32_t* counts);
 
+struct LaneDeriveInput {
+  // [n_counted_pairs][n_lists][rows][lane_stride], kLanes of them: RowCountInput::counts.
+  const uint32_t* counted;
+  size_t lane_stride;
+  size_t n_counted_pairs;  // n_pairs, or one less: the last pair is empty
+  size_t n_pairs;
+  size_t prefix_cells;
+  size_t n_lists;              // prefix_cells - 1, or prefix_cells: the last of samples without all genotypes
+  size_t rows;                 // genotypes 1 and 2, or these and missing ones
+  const uint32_t* list_pairs;  // [n_lists][n_counted_pairs + 1] samples of the lists: of each pair, of all
+  const uint32_t* marginals;   // [3][n_pairs][kLanes] the last SNPs' own counts
+  const uint32_t* own_totals;  // [3][kLanes] their sums over all pairs
+};
+
+// All cells from those counted; counts as those of LaneCount.
+using LaneDerive = void (*)(const LaneDeriveInput& input, uint32_t* counts);
+
 // What decides whether a combination can pass a fold's floor.
 enum class LaneBoundKind {
   // With P cases, Q controls and N samples in training, and D = sum over the cells of max(weight of cases *
@@ -60,9 +77,6 @@ struct LaneLimit {
 };
 
 struct LaneBoundInput {
-  const uint32_t* counts;
-  size_t n_cells;
-  size_t n_pairs;
   const LaneLimit* limits;  // [n_folds]; pair f holds the testing samples of fold f
   size_t n_folds;
   bool complete;     // no genotype of any lane is missing: P and Q are those of the limits
@@ -75,11 +89,14 @@ struct LaneBoundInput {
   // kMaxClassSize, neither 0.
   int32_t threshold_cases;
   int32_t threshold_controls;
-  uint32_t* totals;  // scratch [n_cells][kLanes]
+  uint32_t* totals;  // scratch [cells][kLanes]
 };
 
-// The lanes that may pass the floor of at least one fold, a bit each.
-using LaneBound = uint32_t (*)(const LaneBoundInput& input);
+// The lanes that may pass the floor of at least one fold, a bit each. counts: [n_cells][n_pairs][kLanes].
+using LaneBound = uint32_t (*)(const LaneBoundInput& input, const uint32_t* counts, size_t n_cells,
+                               size_t n_pairs);
+// The same from the counted cells alone.
+using LaneDerivedBound = uint32_t (*)(const LaneBoundInput& input, const LaneDeriveInput& counted);
 
 struct LaneValuesInput {
   const uint32_t* counts;  // [n_cells][n_pairs][kLanes], every cell that a count table has
@@ -99,7 +116,9 @@ using LaneValues = void (*)(const LaneValuesInput& input, float* values);
 
 struct LaneKernels {
   LaneCount count;
+  LaneDerive derive;
   LaneBound bound;
+  LaneDerivedBound derived_bound;
   LaneValues values;
 };
 

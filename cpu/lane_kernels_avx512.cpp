@@ -90,6 +90,6 @@ void count(const LaneCountInput& in, uint32_t* counts) {
 }  // namespace
 
 const LaneKernels& lane_kernels_avx512() {
-  static constexpr LaneKernels kKernels = {count, lane_bound, lane_values};
+  static constexpr LaneKernels kKernels = {count, lane_derive, lane_bound, lane_derived_bound, lane_values};
   return kKernels;
 }

@@ -49,6 +49,7 @@ void count(const LaneCountInput& in, uint32_t* counts) {
   }
 }
 
-inline constexpr LaneKernels kPlainKernels = {count, lane_bound, lane_values};
+inline constexpr LaneKernels kPlainKernels = {count, lane_derive, lane_bound, lane_derived_bound,
+                                              lane_values};
 
 }  // namespace

@@ -22,6 +22,7 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
   const size_t n_blocks = (n_snps + kLanes - 1) / kLanes;
   bits_.assign(n_blocks * words_ * 3 * kLanes, 0);
   marginals_.assign(n_blocks * 3 * n_pairs_ * kLanes, 0);
+  totals_.assign(n_blocks * 3 * kLanes, 0);
   block_missing_.assign(n_blocks, 0);
   if (problem.transposed) {
     return;
@@ -45,6 +46,12 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
           for (size_t lane = 0; lane < kLanes; ++lane) {
             out[lane] += ones_of(block(b)[(w * 3 + genotype) * kLanes + lane]) << (16 * (segment % 2));
           }
+        }
+      }
+      uint32_t* total = totals_.data() + (b * 3 + genotype) * kLanes;
+      for (size_t pair = 0; pair < n_pairs_; ++pair) {
+        for (size_t lane = 0; lane < kLanes; ++lane) {
+          total[lane] += marginals(b)[(genotype * n_pairs_ + pair) * kLanes + lane];
         }
       }
     }

@@ -28,6 +28,9 @@ class LanePlanes {
   // cases in the upper 16 bits. Of classes of at most kMaxClassSize samples.
   const uint32_t* marginals(size_t b) const { return marginals_.data() + b * 3 * n_pairs_ * kLanes; }
 
+  // [3][kLanes] their sums over all pairs.
+  const uint32_t* totals(size_t b) const { return totals_.data() + b * 3 * kLanes; }
+
   // Whether a listed sample's genotype is missing at this SNP, at any SNP of this block.
   bool snp_missing(int snp) const { return snp_missing_[static_cast<size_t>(snp)] != 0; }
   bool block_missing(size_t b) const { return block_missing_[b] != 0; }
@@ -39,6 +42,7 @@ class LanePlanes {
   size_t n_pairs_;
   std::vector<uint64_t> bits_;
   std::vector<uint32_t> marginals_;
+  std::vector<uint32_t> totals_;
   std::vector<uint8_t> snp_missing_;
   std::vector<uint8_t> block_missing_;
 };

@@ -20,9 +20,29 @@ namespace {
 // Exact values of more lanes than this are computed side by side, of all of them.
 constexpr int kFewLanes = 2;
 
+// With more missing genotypes than this their slack lets too much pass: exact counts are faster.
+constexpr double kMissingForValues = 0.001;
+
 // Measures that depend on TP / P - FP / Q alone, P and Q being the samples that have all genotypes.
 bool shares_decide(const ScoringRules& rules) {
   return rules.measure == kBalancedAccuracy || rules.measure == kSomersDx;
+}
+
+// The share of the genotypes of the listed samples that is missing.
+double missing_share(const Problem& problem, const LanePlanes& planes, const Segments& segments) {
+  uint64_t samples = 0;
+  for (const std::vector<int>& segment : segments.samples) {
+    samples += segment.size();
+  }
+  const auto n_snps = static_cast<size_t>(problem.n_snps);
+  uint64_t present = 0;
+  for (size_t b = 0; b * kLanes < n_snps; ++b) {
+    const uint32_t* counts = planes.marginals(b);
+    for (size_t i = 0; i < 3 * segments.samples.size() / 2 * kLanes; ++i) {
+      present += (counts[i] & 0xffffu) + (counts[i] >> 16);
+    }
+  }
+  return 1.0 - static_cast<double>(present) / (static_cast<double>(samples) * static_cast<double>(n_snps));
 }
 
 // Samples of both classes, in all segments and in the training set of each fold.
@@ -66,7 +86,7 @@ class LaneSearch : public RangeSearch {
     }
     prefix_pairs_.resize(prefix_cells_ * n_pairs_);
     counts_.resize(3 * prefix_cells_ * n_pairs_ * kLanes);
-    totals_.resize(3 * prefix_cells_ * kLanes);
+    totals_.resize((3 * prefix_cells_ + 3) * kLanes);
     lane_counts_.resize(3 * prefix_cells_ * 2 * n_pairs_);
     set_class_totals(setup);
   }
@@ -134,6 +154,8 @@ class LaneSearch : public RangeSearch {
     filters_ = filters_ && needs_[f] > 0;
   }
 
+  bool counts_rows() const { return rows_ != nullptr && rows_->weights().form == RowValues::kCounts; }
+
   void set_limits(const std::vector<CandidateList>& lists) {
     filters_ = rows_ != nullptr;
     bounded_ = has_difference_ || has_table_;
@@ -149,7 +171,7 @@ class LaneSearch : public RangeSearch {
       }
       // A list that is not full takes what no bound speaks of.
       bounded_ = bounded_ && limit.floor > 0.0f;
-      if (rows_ != nullptr) {
+      if (rows_ != nullptr && !counts_rows()) {
         set_need(f);
       }
     }
@@ -205,11 +227,13 @@ class LaneSearch : public RangeSearch {
         while (i < runs_.size() && meets(runs_[i])) {
           ++i;
         }
-        if (rows_->takes(b)) {
+        if (counts_rows()) {
+          tile_->count(b, start, i);
+        } else if (rows_->takes(b)) {
           tile_->filter(b, start, i, needs_.data());
         }
         for (size_t r = start; r < i; ++r) {
-          search_row_block(b, rows_->takes(b) ? tile_->passing(r) : nullptr, runs_[r], lists);
+          search_row_block(b, r, lists);
         }
       }
     }
@@ -219,10 +243,14 @@ class LaneSearch : public RangeSearch {
     }
   }
 
-  // 512 last SNPs, those of the given bits (null: all), 16 at a time.
-  void search_row_block(size_t b, const uint64_t* passing, const RunOfCombinations& run,
-                        std::vector<CandidateList>& lists) {
+  // Run r of the tile with 512 last SNPs, 16 at a time.
+  void search_row_block(size_t b, size_t r, std::vector<CandidateList>& lists) {
+    const RunOfCombinations& run = runs_[r];
+    const uint64_t* passing = !counts_rows() && rows_->takes(b) ? tile_->passing(r) : nullptr;
     bool joined = false;
+    if (counts_rows()) {
+      complete_prefix_ = complete_prefix(run);
+    }
     for (size_t part = 0; part < kRowLanes / kLanes; ++part) {
       const size_t start = b * kRowLanes + part * kLanes;
       if (start >= run.end || start + kLanes <= run.first) {
@@ -232,13 +260,18 @@ class LaneSearch : public RangeSearch {
       if (passing != nullptr) {
         lanes &= static_cast<uint32_t>(passing[part / 4] >> (kLanes * (part % 4)));
       }
-      if (lanes != 0) {
-        if (!joined) {
-          join_prefix(run);
-          joined = true;
-        }
-        search_block(start / kLanes, lanes, run, lists);
+      if (lanes == 0) {
+        continue;
       }
+      if (counts_rows()) {
+        search_counted(start / kLanes, tile_->counted(r, part * kLanes, start / kLanes), lanes, run, lists);
+        continue;
+      }
+      if (!joined) {
+        join_prefix(run);
+        joined = true;
+      }
+      search_block(start / kLanes, lanes, run, lists);
     }
   }
 
@@ -282,21 +315,44 @@ class LaneSearch : public RangeSearch {
   void search_block(size_t b, uint32_t lanes, const RunOfCombinations& run,
                     std::vector<CandidateList>& lists) {
     const bool complete_block = !planes_.block_missing(b);
-    const bool complete = complete_block && complete_prefix_;
     kernels_.count({prefix_.data(), prefix_pairs_.data(), prefix_cells_, planes_.words(), planes_.block(b),
                     segments_.first_word.data(), n_pairs_, complete_block,
-                    rules_.order == 2 && complete ? planes_.marginals(b) : nullptr},
+                    rules_.order == 2 && complete_block && complete_prefix_ ? planes_.marginals(b) : nullptr},
                    counts_.data());
-    if (!bounded_) {
-      offer_all(b, lanes, run, lists);
-      set_limits(lists);
-      return;
+    if (bounded_) {
+      lanes &= kernels_.bound(bound_input(b), counts_.data(), 3 * prefix_cells_, n_pairs_);
     }
-    lanes &= kernels_.bound({counts_.data(), 3 * prefix_cells_, n_pairs_, limits_.data(), limits_.size(),
-                             complete, rules_.own_thresholds(),
-                             has_difference_ ? LaneBoundKind::kDifference : LaneBoundKind::kTable,
-                             has_plain_weights(rules_.measure), rules_.measure, rules_.tie, all_cases_,
-                             all_controls_, totals_.data()});
+    offer_lanes(b, lanes, run, lists);
+  }
+
+  // The same from what the tile has counted.
+  void search_counted(size_t b, const LaneDeriveInput& counted, uint32_t lanes, const RunOfCombinations& run,
+                      std::vector<CandidateList>& lists) {
+    if (bounded_) {
+      lanes &= kernels_.derived_bound(bound_input(b), counted);
+    }
+    if (lanes != 0) {
+      kernels_.derive(counted, counts_.data());
+      offer_lanes(b, lanes, run, lists);
+    }
+  }
+
+  LaneBoundInput bound_input(size_t b) {
+    return {limits_.data(),
+            limits_.size(),
+            complete_prefix_ && !planes_.block_missing(b),
+            rules_.own_thresholds(),
+            has_difference_ ? LaneBoundKind::kDifference : LaneBoundKind::kTable,
+            has_plain_weights(rules_.measure),
+            rules_.measure,
+            rules_.tie,
+            all_cases_,
+            all_controls_,
+            totals_.data()};
+  }
+
+  void offer_lanes(size_t b, uint32_t lanes, const RunOfCombinations& run,
+                   std::vector<CandidateList>& lists) {
     if (std::popcount(lanes) > kFewLanes) {
       offer_all(b, lanes, run, lists);
       set_limits(lists);
@@ -383,16 +439,22 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
 
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
                                                    const Segments& segments, const LanePlanes& planes) {
-  if (problem.transposed || !has_bound(setup.rules.measure, setup.rules.tie) || setup.rules.order < 2 ||
-      setup.rules.order > RowTile::kMaxOrder) {
+  if (problem.transposed || setup.rules.order < 2 || setup.rules.order > RowTile::kMaxOrder) {
     return nullptr;
   }
-  const ClassSizes sizes(segments, setup.folds.size());
-  const std::optional<RowWeights> weights =
-      row_weights(sizes.training_cases, sizes.training_controls, segments, setup.rules.measure == kAccuracy);
-  return weights ? std::make_unique<const SampleRows>(problem, planes, segments, *weights,
-                                                      shares_decide(setup.rules))
-                 : nullptr;
+  const auto make = [&](RowWeights weights, bool with_missing) {
+    return std::make_unique<const SampleRows>(problem, planes, segments, weights, with_missing);
+  };
+  if (has_bound(setup.rules.measure, setup.rules.tie) &&
+      missing_share(problem, planes, segments) <= (shares_decide(setup.rules) ? kMissingForValues : 0.0)) {
+    const ClassSizes sizes(segments, setup.folds.size());
+    const std::optional<RowWeights> weights = row_weights(sizes.training_cases, sizes.training_controls,
+                                                          segments, setup.rules.measure == kAccuracy);
+    if (weights) {
+      return make(*weights, shares_decide(setup.rules));
+    }
+  }
+  return make({RowValues::kCounts, true, 1, 1}, true);
 }
 
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,

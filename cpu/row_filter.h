@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A first look at 512 combinations at once: an upper bound of every fold's value in small integers. Most
-// combinations of a search end here.
+// 512 combinations at once: an upper bound of every fold's value in small integers, at which most
+// combinations of a search end, or exact counts.
 //
 // Counting. A row has one bit per last SNP, 512 side by side, for one sample and one genotype. A prefix (the
 // other SNPs of the combination) comes as lists of the samples that have each of its genotype patterns; the
@@ -38,6 +38,10 @@ constexpr size_t kRowBytes = kRowLanes / 8;
 constexpr size_t kGroupLanes = 64;
 constexpr size_t kRowGroups = kRowLanes / kGroupLanes;
 
+// Counts of two cells are this far apart: not a power of two, which would have the cells of a combination
+// drive each other out of the cache.
+constexpr size_t kCountStride = kRowLanes + 16;
+
 // Rows of genotypes 1 and 2 of a sample stand side by side.
 constexpr size_t kSampleBytes = 2 * kRowBytes;
 
@@ -50,16 +54,24 @@ constexpr size_t word_in_group(size_t lane) {
   return lane % 16 / 8 * 32 + lane % 64 / 16 * 8 + lane % 8;
 }
 
-// A piece holds at most this many samples, so that counts fit a byte, and rows about the first-level cache.
+// Where SNP `lane` stands in a row of the counts, whose bytes are interleaved twice, so that pairs of counts
+// stand in the SNPs' order: 4 SNPs stay together.
+constexpr size_t count_row_bit(size_t lane) {
+  return row_bit(lane / 64 * 64 + lane % 16 / 4 * 16 + lane % 64 / 16 * 4 + lane % 4);
+}
+
+// A piece holds fewer samples than this, of bytes, or of each class, of words and counts: sums fit a byte.
 constexpr size_t kPieceSamples = 256;
 
 // A list's length is a multiple of this; what is missing refers to a sample whose rows have no bits.
 constexpr size_t kListStep = 4;
 
-// How values are kept. Both give upper bounds; bytes are twice as many to a register.
+// What comes of the rows: values for an upper bound, of which bytes are twice as many to a register, or
+// counts.
 enum class RowValues {
-  kBytes,  // both weights 1, every pair of segments one piece with at most 127 samples of a class
-  kWords,  // a times all plus samples and b times all minus samples fit in 16 bits with sign
+  kBytes,   // both weights 1, every pair of segments one piece with at most 127 samples of a class
+  kWords,   // a times all plus samples and b times all minus samples fit in 16 bits with sign
+  kCounts,  // of cases and controls; rows of both classes hold the bits of the samples that have the genotype
 };
 constexpr int kLargestRowWord = 28671;
 // Of a SNP and of a prefix: with two of these, sums still fit.
@@ -85,10 +97,11 @@ struct RowList {
 struct RowPrefix {
   const uint16_t* samples;  // of each list: byte offsets of samples from the first of the piece
   // Samples with patterns 1, 2, ...: bytes: [pieces][patterns - 1]; words: [pieces][patterns - 1][2], plus
-  // and minus class.
+  // and minus class; counts: the same, cases and controls, and behind the last pattern of each piece those
+  // without all genotypes where RowListInput says so.
   const RowList* lists;
   // Of the pattern, whatever the last SNP: bytes: [n_folds][patterns] tested, then [patterns] of all samples;
-  // words: [n_folds][patterns] of training samples.
+  // words: [n_folds][patterns] of training samples; counts: none.
   const int16_t* values;
   int16_t slack;
   // Groups of last SNPs that are wanted: first_group .. end_group - 1.
@@ -120,6 +133,25 @@ struct RowFilterInput {
   uint64_t* passing;  // out [n_prefixes][kRowGroups]: a bit for each wanted SNP that may pass a fold's floor
 };
 
+struct RowCountInput {
+  const uint8_t* rows;  // of the block of last SNPs, as above
+  const uint8_t*
+      missing_rows;  // kRowBytes for each sample, a bit where the genotype is missing; null: nowhere
+  const RowPiece* pieces;
+  size_t n_pieces;
+  size_t n_pairs;
+  size_t n_lists;  // of each piece: patterns - 1, and one of samples without all genotypes
+  const RowPrefix* prefixes;
+  size_t n_prefixes;
+  // out: [n_prefixes][n_pairs][counted_cells][kCountStride], of the wanted groups: controls in the lower,
+  // cases in the upper 16 bits. Cells: lists, and of each genotypes 1, 2 and, where some are, missing ones.
+  uint32_t* counts;
+};
+
+[[maybe_unused]] static inline size_t counted_cells(const RowCountInput& in) {
+  return in.n_lists * (in.missing_rows != nullptr ? 3 : 2);
+}
+
 // The samples of one class in a piece.
 struct RowPart {
   uint32_t first_byte;  // of a plane: 8 samples a byte
@@ -134,17 +166,19 @@ struct RowListInput {
   size_t n_snps;
   size_t plane_bytes;
   size_t n_patterns;
+  bool list_missing;     // samples without all genotypes, too
   const RowPart* parts;  // [n_pieces][2]: controls and cases
   size_t n_pieces;
   bool cases_plus;
   uint16_t* samples;  // out: room for all samples, kListStep for each list, and 64 more
   RowList* lists;     // out
-  uint16_t* counts;   // out [n_pieces][patterns - 1][2]: controls and cases with the pattern
+  uint16_t* counts;   // out [n_pieces][lists of a piece][2]: controls and cases with the pattern
 };
 
 struct RowKernels {
   void (*list)(RowValues form, const RowListInput& input);
   void (*filter)(RowValues form, const RowFilterInput& input);
+  void (*count)(const RowCountInput& input);
 };
 
 const RowKernels& row_kernels_avx512();

@@ -4,38 +4,10 @@
 // forms of values, and the bounds of row_bounds.h.
 #pragma once
 
-#include "cpu/bit_sums.h"
 #include "cpu/row_bounds.h"
+#include "cpu/row_sums.h"
 
 namespace {
-
-#define TAVO_INLINE __attribute__((always_inline)) inline
-
-// The rows of genotypes 1 and 2 of a list's samples, added up side by side where registers suffice.
-TAVO_INLINE void add_up(const uint8_t* rows, const uint16_t* samples, size_t n, BitSums& one, BitSums& two) {
-  const auto row_of_one = [&](size_t i) { return load(rows + samples[i]); };
-  const auto row_of_two = [&](size_t i) { return load(rows + kRowBytes + samples[i]); };
-  BitSums a;
-  BitSums b;
-  a.clear();
-  b.clear();
-  const uint16_t* const end = samples + n;
-  for (; samples + 16 <= end; samples += 16) {
-    a.add_sixteen(row_of_one);
-    b.add_sixteen(row_of_two);
-  }
-  if (samples + 8 <= end) {
-    a.carry_into<3>(a.add_eight(row_of_one, 0));
-    b.carry_into<3>(b.add_eight(row_of_two, 0));
-    samples += 8;
-  }
-  if (samples < end) {
-    a.carry_into<2>(a.add_four(row_of_one(0), row_of_one(1), row_of_one(2), row_of_one(3)));
-    b.carry_into<2>(b.add_four(row_of_two(0), row_of_two(1), row_of_two(2), row_of_two(3)));
-  }
-  one = a;
-  two = b;
-}
 
 // One register's lanes of a block, from byte `byte` of the rows on.
 class RowCounter {
@@ -170,7 +142,5 @@ inline void filter(RowValues form, const RowFilterInput& in) {
       return filter_patterns<27>(form, in);
   }
 }
-
-#undef TAVO_INLINE
 
 }  // namespace

@@ -63,6 +63,12 @@ inline size_t write_places(uint64_t bits, size_t first, uint16_t* out) {
 
 #endif
 
+inline uint64_t plane_bits(const uint8_t* plane, size_t byte) {
+  uint64_t bits;
+  memcpy(&bits, plane + byte, sizeof(bits));
+  return bits;
+}
+
 // The samples of a prefix that have a pattern.
 class PatternBits {
  public:
@@ -76,9 +82,7 @@ class PatternBits {
   uint64_t at(size_t byte) const {
     uint64_t bits = ~uint64_t{0};
     for (size_t j = 0; j < n_; ++j) {
-      uint64_t of_snp;
-      memcpy(&of_snp, planes_[j] + byte, sizeof(of_snp));
-      bits &= of_snp;
+      bits &= plane_bits(planes_[j], byte);
     }
     return bits;
   }
@@ -88,7 +92,27 @@ class PatternBits {
   const uint8_t* planes_[8];
 };
 
-inline size_t list_part(const PatternBits& pattern, const RowPart& part, uint16_t* out) {
+// Those without a genotype at one of the SNPs.
+class MissingBits {
+ public:
+  explicit MissingBits(const RowListInput& in) : in_(in) {}
+
+  uint64_t at(size_t byte) const {
+    uint64_t present = ~uint64_t{0};
+    for (size_t j = 0; j < in_.n_snps; ++j) {
+      const uint8_t* planes = in_.planes[j];
+      present &= plane_bits(planes, byte) | plane_bits(planes + in_.plane_bytes, byte) |
+                 plane_bits(planes + 2 * in_.plane_bytes, byte);
+    }
+    return ~present;
+  }
+
+ private:
+  const RowListInput& in_;
+};
+
+template <class Bits>
+size_t list_part(const Bits& pattern, const RowPart& part, uint16_t* out) {
   size_t n = 0;
   for (size_t done = 0; done < part.n; done += kSamplesPerChunk) {
     uint64_t bits = pattern.at(part.first_byte + done / 8);
@@ -100,32 +124,53 @@ inline size_t list_part(const PatternBits& pattern, const RowPart& part, uint16_
   return n;
 }
 
-inline void list(RowValues form, const RowListInput& in) {
-  const size_t plus = in.cases_plus ? 1 : 0;
-  RowList* lists = in.lists;
-  uint16_t* counts = in.counts;
-  size_t at = 0;
-  for (size_t piece = 0; piece < in.n_pieces; ++piece) {
-    const RowPart* parts = in.parts + 2 * piece;
+// Makes the lists of the pieces, one after another.
+class ListMaker {
+ public:
+  ListMaker(RowValues form, const RowListInput& in)
+      : in_(in), form_(form), lists_(in.lists), counts_(in.counts) {}
+
+  // Of the samples with a pattern: one list of both classes, or one of each.
+  template <class Bits>
+  void add(size_t piece, const Bits& pattern) {
+    const RowPart* parts = in_.parts + 2 * piece;
     const auto nobody = static_cast<uint16_t>((size_t{parts[0].n} + parts[1].n) * kSampleBytes);
-    for (size_t p = 1; p < in.n_patterns; ++p, counts += 2) {
-      const PatternBits pattern(in, p);
-      size_t start = at;
-      for (size_t i = 0; i < 2; ++i) {
-        const size_t label = i == 0 ? plus : 1 - plus;
-        const size_t n = list_part(pattern, parts[label], in.samples + at);
-        counts[label] = static_cast<uint16_t>(n);
-        at += n;
-        if (form == RowValues::kBytes && i == 0) {
-          continue;
-        }
-        while ((at - start) % kListStep != 0) {
-          in.samples[at++] = nobody;
-        }
-        *lists++ = {static_cast<uint32_t>(start), static_cast<uint16_t>(at - start),
-                    static_cast<uint16_t>(i == 0 ? 0 : n)};
-        start = at;
+    const size_t plus = in_.cases_plus ? 1 : 0;
+    size_t start = at_;
+    for (size_t i = 0; i < 2; ++i) {
+      const size_t label = i == 0 ? plus : 1 - plus;
+      const size_t n = list_part(pattern, parts[label], in_.samples + at_);
+      counts_[label] = static_cast<uint16_t>(n);
+      at_ += n;
+      if (form_ == RowValues::kBytes && i == 0) {
+        continue;
       }
+      while ((at_ - start) % kListStep != 0) {
+        in_.samples[at_++] = nobody;
+      }
+      *lists_++ = {static_cast<uint32_t>(start), static_cast<uint16_t>(at_ - start),
+                   static_cast<uint16_t>(i == 0 ? 0 : n)};
+      start = at_;
+    }
+    counts_ += 2;
+  }
+
+ private:
+  const RowListInput& in_;
+  const RowValues form_;
+  RowList* lists_;
+  uint16_t* counts_;
+  size_t at_ = 0;
+};
+
+inline void list(RowValues form, const RowListInput& in) {
+  ListMaker maker(form, in);
+  for (size_t piece = 0; piece < in.n_pieces; ++piece) {
+    for (size_t p = 1; p < in.n_patterns; ++p) {
+      maker.add(piece, PatternBits(in, p));
+    }
+    if (in.list_missing) {
+      maker.add(piece, MissingBits(in));
     }
   }
 }

@@ -23,19 +23,27 @@ RowTile::RowTile(const SampleRows& rows, const LanePlanes& planes, const Segment
     snp.words.resize(3 * planes.words() + 1);
     n_patterns_ *= 3;
   }
-  const bool bytes = rows.weights().form == RowValues::kBytes;
-  const size_t scratch = rows.n_pairs() * 2 * (n_patterns_ - 1) * kRowLanes * (bytes ? 1 : 2);
+  n_lists_ = n_patterns_ - (rows.any_missing() ? 0 : 1);
+  const RowValues form = rows.weights().form;
+  const size_t most_cells = n_lists_ * (rows.any_missing() ? 3 : 2);
+  const size_t value_bytes = form == RowValues::kBytes ? 1 : form == RowValues::kWords ? 2 : 4;
+  const size_t scratch = rows.n_pairs() * most_cells * kCountStride * value_bytes;
   const size_t n = std::clamp<size_t>(kScratchBytes / scratch, 1, kMostPrefixes);
-  values_.resize(n * scratch);
+  if (counts()) {
+    pair_counts_.resize(n * scratch / value_bytes);
+  } else {
+    values_.resize(n * scratch);
+  }
   prefixes_.resize(n);
   views_.resize(n);
   passing_.resize(n * kRowGroups);
   for (Prefix& prefix : prefixes_) {
-    prefix.lists.resize(rows.pieces().size() * (n_patterns_ - 1) * (bytes ? 1 : 2));
+    prefix.lists.resize(rows.pieces().size() * n_lists_ * (form == RowValues::kBytes ? 1 : 2));
     prefix.values.resize((n_folds_ + 1) * n_patterns_);
+    prefix.pairs.resize(n_lists_ * (rows.n_pairs() + 1));
     prefix.samples.resize(planes.words() * kSamplesPerPlaneWord + prefix.lists.size() * kListStep + 64);
   }
-  counts_.resize(rows.pieces().size() * (n_patterns_ - 1) * 2);
+  counts_.resize(rows.pieces().size() * n_lists_ * 2);
   by_pair_.resize(rows.n_pairs());
   left_.resize(rows.n_pairs());
 }
@@ -57,10 +65,14 @@ void RowTile::add(const int* comb, size_t first, size_t end) {
   Prefix& prefix = prefixes_[n_prefixes_++];
   kernels_.list(rows_.weights().form,
                 {planes_of_snp, snp_planes_.size(), planes_.words() * sizeof(uint64_t), n_patterns_,
-                 rows_.parts().data(), rows_.pieces().size(), rows_.weights().cases_plus,
-                 prefix.samples.data(), prefix.lists.data(), counts_.data()});
-  set_values(prefix);
-  prefix.slack = slack(comb);
+                 n_lists_ == n_patterns_, rows_.parts().data(), rows_.pieces().size(),
+                 rows_.weights().cases_plus, prefix.samples.data(), prefix.lists.data(), counts_.data()});
+  if (counts()) {
+    set_pairs(prefix);
+  } else {
+    set_values(prefix);
+    prefix.slack = slack(comb);
+  }
   prefix.first_snp = first;
   prefix.end_snp = end;
 }
@@ -95,7 +107,20 @@ void RowTile::set_values(Prefix& prefix) {
   }
 }
 
-void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* needs) {
+void RowTile::set_pairs(Prefix& prefix) {
+  std::fill(prefix.pairs.begin(), prefix.pairs.end(), 0);
+  const uint16_t* counts = counts_.data();
+  for (const RowPiece& piece : rows_.pieces()) {
+    for (size_t list = 0; list < n_lists_; ++list, counts += 2) {
+      const uint32_t pair = counts[0] | uint32_t{counts[1]} << 16;
+      uint32_t* pairs = prefix.pairs.data() + list * (rows_.n_pairs() + 1);
+      pairs[piece.pair] += pair;
+      pairs[rows_.n_pairs()] += pair;
+    }
+  }
+}
+
+void RowTile::make_views(size_t block, size_t first, size_t end) {
   const size_t start = block * kRowLanes;
   for (size_t i = first; i < end; ++i) {
     const Prefix& prefix = prefixes_[i];
@@ -105,10 +130,38 @@ void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* need
                  prefix.values.data(),  static_cast<int16_t>(prefix.slack),
                  from / kGroupLanes,    (to + kGroupLanes - 1) / kGroupLanes};
   }
+}
+
+void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* needs) {
+  make_views(block, first, end);
   const RowWeights& weights = rows_.weights();
   kernels_.filter(weights.form,
                   {rows_.block(block), rows_.pieces().data(), rows_.pieces().size(), rows_.n_pairs(),
                    n_patterns_, weights.plus, weights.minus, views_.data() + first, end - first,
                    rows_.last_bytes(block), rows_.last_words(block), rows_.last_slacks(block), needs,
                    n_folds_, values_.data(), passing_.data() + first * kRowGroups});
+}
+
+void RowTile::count(size_t block, size_t first, size_t end) {
+  make_views(block, first, end);
+  const uint8_t* missing = rows_.missing_block(block);
+  counted_cells_ = n_lists_ * (missing != nullptr ? 3 : 2);
+  first_counted_ = first;
+  kernels_.count({rows_.block(block), missing, rows_.pieces().data(), rows_.pieces().size(), rows_.n_pairs(),
+                  n_lists_, views_.data() + first, end - first, pair_counts_.data()});
+}
+
+LaneDeriveInput RowTile::counted(size_t prefix, size_t lane, size_t b) const {
+  const size_t of_pair = counted_cells_ * kCountStride;
+  const uint32_t* counts = pair_counts_.data() + (prefix - first_counted_) * rows_.n_pairs() * of_pair + lane;
+  return {counts,
+          kCountStride,
+          rows_.n_pairs(),
+          n_folds_ + 1,
+          n_patterns_,
+          n_lists_,
+          counted_cells_ / n_lists_,
+          prefixes_[prefix].pairs.data(),
+          planes_.marginals(b),
+          planes_.totals(b)};
 }

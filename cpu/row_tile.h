@@ -23,8 +23,8 @@ class RowTile {
   bool full() const { return n_prefixes_ == prefixes_.size(); }
   void clear() { n_prefixes_ = 0; }
 
-  // Whether the filter takes the prefix of a combination.
-  bool takes(const int* comb) const { return slack(comb) <= rows_.largest_slack(); }
+  // Whether the filter takes the prefix of a combination; counts are of any.
+  bool takes(const int* comb) const { return counts() || slack(comb) <= rows_.largest_slack(); }
 
   // A prefix that the filter takes; last SNPs from first to end - 1 are wanted.
   void add(const int* comb, size_t first, size_t end);
@@ -32,7 +32,15 @@ class RowTile {
   // Filters prefixes first .. end - 1 with the last SNPs of a block that it takes. needs: [folds].
   void filter(size_t block, size_t first, size_t end, const int16_t* needs);
 
-  // What came of it for one of them: [kRowGroups], a bit for each SNP of the block; of those not wanted any.
+  // Counts the cells of prefixes first .. end - 1 with the last SNPs of a block; of rows that count.
+  void count(size_t block, size_t first, size_t end);
+
+  // Of a prefix and 16 last SNPs from lane on, what came of the latest count of it, for LaneKernels::derive.
+  // b: of the 16, see LanePlanes.
+  LaneDeriveInput counted(size_t prefix, size_t lane, size_t b) const;
+
+  // What came of the filter for one of them: [kRowGroups], a bit for each SNP of the block; of those not
+  // wanted any.
   const uint64_t* passing(size_t prefix) const { return passing_.data() + prefix * kRowGroups; }
 
  private:
@@ -40,6 +48,7 @@ class RowTile {
     std::vector<uint16_t> samples;
     std::vector<RowList> lists;
     std::vector<int16_t> values;
+    std::vector<uint32_t> pairs;  // of counts: see LaneDeriveInput::list_pairs
     int32_t slack = 0;
     size_t first_snp = 0;
     size_t end_snp = 0;
@@ -59,7 +68,10 @@ class RowTile {
     std::vector<uint64_t> words;  // [3][words], and one more
   };
 
+  bool counts() const { return rows_.weights().form == RowValues::kCounts; }
+  void make_views(size_t block, size_t first, size_t end);
   void set_values(Prefix& prefix);
+  void set_pairs(Prefix& prefix);
 
   const SampleRows& rows_;
   const LanePlanes& planes_;
@@ -67,13 +79,17 @@ class RowTile {
   const RowKernels& kernels_;
   const size_t n_folds_;
   size_t n_patterns_ = 1;
+  size_t n_lists_ = 0;  // of a piece, each for both classes
   size_t n_prefixes_ = 0;
   std::vector<Prefix> prefixes_;
   std::vector<RowPrefix> views_;
   std::vector<SnpPlanes> snp_planes_;
-  std::vector<uint16_t> counts_;   // [pieces][patterns - 1][2], see RowListInput
-  std::vector<int32_t> by_pair_;   // [pairs] values of a pattern
-  std::vector<int32_t> left_;      // [pairs] values that no pattern has had
-  AlignedVector<uint8_t> values_;  // scratch of the filter
+  std::vector<uint16_t> counts_;         // [pieces][lists][2], see RowListInput
+  std::vector<int32_t> by_pair_;         // [pairs] values of a pattern
+  std::vector<int32_t> left_;            // [pairs] values that no pattern has had
+  AlignedVector<uint8_t> values_;        // scratch of the filter
+  AlignedVector<uint32_t> pair_counts_;  // [prefixes][pairs][cells][kCountStride], see RowCountInput
+  size_t counted_cells_ = 0;             // of the latest count
+  size_t first_counted_ = 0;             // its first prefix
   std::vector<uint64_t> passing_;
 };

@@ -66,17 +66,36 @@ SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const S
   const auto snps = static_cast<size_t>(problem.n_snps);
   const size_t n_blocks = (snps + kRowLanes - 1) / kRowLanes;
   const bool bytes = weights_.form == RowValues::kBytes;
-  last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
-  last_bytes_.assign(bytes ? n_blocks * n_folds_ * 2 * kRowLanes : 0, 0);
-  slack_bytes_.assign(bytes ? n_blocks * kRowLanes : 0, 0);
-  slack_words_.assign(bytes ? 0 : n_blocks * kRowLanes, 0);
+  const bool words = weights_.form == RowValues::kWords;
   takes_.assign(n_blocks, 1);
-  fill_slacks(planes, segments);
-  for (size_t b = 0; b < n_blocks; ++b) {
-    fill_values(planes, snps, b);
+  block_missing_.assign(n_blocks, 0);
+  if (bytes || words) {
+    last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
+    last_bytes_.assign(bytes ? n_blocks * n_folds_ * 2 * kRowLanes : 0, 0);
+    slack_bytes_.assign(bytes ? n_blocks * kRowLanes : 0, 0);
+    slack_words_.assign(words ? n_blocks * kRowLanes : 0, 0);
+    fill_slacks(planes, segments);
+    for (size_t b = 0; b < n_blocks; ++b) {
+      fill_values(planes, snps, b);
+    }
+  } else {
+    find_missing(planes);
   }
   rows_.assign(n_blocks * n_samples_ * kSampleBytes, 0);
   fill_rows(problem, segments);
+}
+
+void SampleRows::find_missing(const LanePlanes& planes) {
+  bool any = false;
+  for (size_t snp = 0; snp < slacks_.size(); ++snp) {
+    if (planes.snp_missing(static_cast<int>(snp))) {
+      block_missing_[snp / kRowLanes] = 1;
+      any = true;
+    }
+  }
+  if (any) {
+    missing_rows_.assign(block_missing_.size() * n_samples_ * kRowBytes, 0);
+  }
 }
 
 void SampleRows::fill_slacks(const LanePlanes& planes, const Segments& segments) {
@@ -111,29 +130,56 @@ void SampleRows::fill_slacks(const LanePlanes& planes, const Segments& segments)
   }
 }
 
+namespace {
+
+// The first sample of a piece of n of even size, at whole bytes of the planes.
+size_t piece_border(size_t samples, size_t piece, size_t n) {
+  return piece == n ? samples : samples * piece / n / 8 * 8;
+}
+
+// Whether sums of the rows of a piece fit a byte, and places of samples 16 bits. One place is that of the
+// sample whose rows have no bits.
+bool piece_fits(RowValues form, size_t controls, size_t cases) {
+  if (form == RowValues::kBytes) {
+    return controls + cases < kPieceSamples;
+  }
+  return controls < kPieceSamples && cases < kPieceSamples && (controls + cases) * kSampleBytes <= UINT16_MAX;
+}
+
+// The least number of pieces that fit.
+size_t piece_number(RowValues form, size_t controls, size_t cases) {
+  for (size_t n = 1;; ++n) {
+    bool fit = true;
+    for (size_t piece = 0; piece < n; ++piece) {
+      const auto size = [&](size_t all) {
+        return piece_border(all, piece + 1, n) - piece_border(all, piece, n);
+      };
+      fit = fit && piece_fits(form, size(controls), size(cases));
+    }
+    if (fit) {
+      return n;
+    }
+  }
+}
+
+}  // namespace
+
 void SampleRows::lay_out(const Segments& segments) {
   const size_t last = 2 * n_folds_;
   if (!segments.samples[last].empty() || !segments.samples[last + 1].empty()) {
     ++n_pairs_;
   }
-  constexpr size_t kStep = 8;
-  constexpr size_t kEvenPiece = 184;  // rounding to whole steps adds up to a step to either class
-  static_assert(kEvenPiece + 2 * kStep < kPieceSamples);
   for (size_t pair = 0; pair < n_pairs_; ++pair) {
     const size_t controls = segments.samples[2 * pair].size();
     const size_t cases = segments.samples[2 * pair + 1].size();
-    // One place is that of the sample whose rows have no bits. Larger pairs are cut into pieces of even size.
-    const size_t n = controls + cases < kPieceSamples ? 1 : (controls + cases) / kEvenPiece + 1;
-    const auto border = [&](size_t of, size_t piece) {
-      return piece == n ? of : of * piece / n / kStep * kStep;
-    };
+    const size_t n = piece_number(weights_.form, controls, cases);
     for (size_t piece = 0; piece < n; ++piece) {
       pieces_.push_back({static_cast<uint32_t>(n_samples_), static_cast<uint32_t>(pair), piece == 0});
       size_t place = 0;
       for (size_t label = 0; label < 2; ++label) {
         const size_t segment = 2 * pair + label;
-        const size_t first = border(segments.samples[segment].size(), piece);
-        const size_t end = border(segments.samples[segment].size(), piece + 1);
+        const size_t first = piece_border(segments.samples[segment].size(), piece, n);
+        const size_t end = piece_border(segments.samples[segment].size(), piece + 1, n);
         const size_t first_byte =
             static_cast<size_t>(segments.first_word[segment]) * sizeof(uint64_t) + first / 8;
         parts_.push_back({static_cast<uint32_t>(first_byte), static_cast<uint16_t>(end - first),
@@ -158,18 +204,36 @@ void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
       const uint32_t* packed = problem.row(static_cast<size_t>(segments.samples[segment][first + i]));
       const size_t sample = pieces_[p / 2].first_sample + part.first_place + i;
       for (size_t w = 0; w < words; ++w) {
-        const size_t b = w / words_of_row;
-        uint8_t* row = rows_.data() + (b * n_samples_ + sample) * kSampleBytes +
-                       row_bit(w % words_of_row * kGenotypesPerWord) / 8;
-        const uint16_t low = even_bits(packed[w]);
-        const uint16_t high = even_bits(packed[w] >> 1);  // both: missing
-        const int genotypes[2] = {low & ~high, high & ~low};
-        for (size_t g = 0; g < 2; ++g) {
-          const auto bits = static_cast<uint16_t>(minus ? ~genotypes[g] : genotypes[g]);
-          std::memcpy(row + g * kRowBytes, &bits, sizeof(bits));
-        }
+        set_bits(w / words_of_row, sample, w % words_of_row, packed[w], minus);
       }
     }
+  }
+}
+
+// The genotypes of a packed word, 16 SNPs, in the rows of a sample.
+void SampleRows::set_bits(size_t b, size_t sample, size_t word, uint32_t packed, bool minus) {
+  const uint16_t low = even_bits(packed);
+  const uint16_t high = even_bits(packed >> 1);  // both: missing
+  uint8_t* rows = rows_.data() + (b * n_samples_ + sample) * kSampleBytes;
+  const int genotypes[2] = {low & ~high, high & ~low};
+  const size_t first_snp = word * kGenotypesPerWord;
+  if (weights_.form != RowValues::kCounts) {
+    for (size_t g = 0; g < 2; ++g) {
+      const auto bits = static_cast<uint16_t>(minus ? ~genotypes[g] : genotypes[g]);
+      std::memcpy(rows + g * kRowBytes + row_bit(first_snp) / 8, &bits, sizeof(bits));
+    }
+    return;
+  }
+  const auto set = [&](uint8_t* row, int bits) {
+    for (size_t i = 0; i < kGenotypesPerWord; i += 4) {
+      const size_t at = count_row_bit(first_snp + i);
+      row[at / 8] = static_cast<uint8_t>(row[at / 8] | (bits >> i & 15) << at % 8);
+    }
+  };
+  set(rows, genotypes[0]);
+  set(rows + kRowBytes, genotypes[1]);
+  if (block_missing_[b] != 0) {
+    set(missing_rows_.data() + (b * n_samples_ + sample) * kRowBytes, low & high);
   }
 }
 

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What the row filter reads of the last SNPs: bit rows of genotypes 1 and 2 with 512 SNPs side by side, one
-// row per sample and genotype; the weights of cases and controls; and the SNPs' own values.
+// row per sample and genotype (and of missing genotypes, for counts); the weights of cases and controls; and
+// the SNPs' own values.
 #pragma once
 
 #include <cstdint>
@@ -34,7 +35,7 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 
 class SampleRows {
  public:
-  // with_missing: whether SNPs with missing genotypes can be filtered, too.
+  // with_missing: whether SNPs with missing genotypes can be filtered, too; counts are of any.
   SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights,
              bool with_missing);
 
@@ -51,6 +52,14 @@ class SampleRows {
 
   // Of SNPs b * kRowLanes .. b * kRowLanes + 511: rows, and their own values; see RowFilterInput.
   const uint8_t* block(size_t b) const { return rows_.data() + b * n_samples_ * kSampleBytes; }
+  // Of a block that lacks a genotype; otherwise null. See RowCountInput.
+  const uint8_t* missing_block(size_t b) const {
+    return block_missing_[b] != 0 ? missing_rows_.data() + b * n_samples_ * kRowBytes : nullptr;
+  }
+
+  // Whether a genotype is missing anywhere.
+  bool any_missing() const { return !missing_rows_.empty(); }
+
   const uint8_t* last_bytes(size_t b) const { return last_bytes_.data() + b * n_folds_ * 2 * kRowLanes; }
   const int16_t* last_words(size_t b) const { return last_words_.data() + b * words_of_block() * kRowLanes; }
 
@@ -71,7 +80,9 @@ class SampleRows {
  private:
   size_t words_of_block() const { return weights_.form == RowValues::kBytes ? 2 : 2 * n_folds_; }
   void lay_out(const Segments& segments);
+  void find_missing(const LanePlanes& planes);
   void fill_rows(const Problem& problem, const Segments& segments);
+  void set_bits(size_t b, size_t sample, size_t word, uint32_t packed, bool minus);
   void fill_values(const LanePlanes& planes, size_t n_snps, size_t b);
   void fill_slacks(const LanePlanes& planes, const Segments& segments);
 
@@ -82,6 +93,8 @@ class SampleRows {
   std::vector<RowPiece> pieces_;
   std::vector<RowPart> parts_;
   AlignedVector<uint8_t> rows_;
+  AlignedVector<uint8_t> missing_rows_;
+  std::vector<uint8_t> block_missing_;  // [blocks]
   AlignedVector<uint8_t> last_bytes_;
   AlignedVector<int16_t> last_words_;
   AlignedVector<uint8_t> slack_bytes_;

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// Adding up the rows of a list of samples. Only static functions, see bit_lanes.h.
+#pragma once
+
+#include "cpu/bit_sums.h"
+#include "cpu/row_filter.h"
+
+namespace {
+
+// The rows of genotypes 1 and 2 of a list's samples, added up side by side where registers suffice.
+__attribute__((always_inline)) inline void add_up(const uint8_t* rows, const uint16_t* samples, size_t n,
+                                                  BitSums& one, BitSums& two) {
+  const auto row_of_one = [&](size_t i) { return load(rows + samples[i]); };
+  const auto row_of_two = [&](size_t i) { return load(rows + kRowBytes + samples[i]); };
+  BitSums a;
+  BitSums b;
+  a.clear();
+  b.clear();
+  const uint16_t* const end = samples + n;
+  for (; samples + 16 <= end; samples += 16) {
+    a.add_sixteen(row_of_one);
+    b.add_sixteen(row_of_two);
+  }
+  if (samples + 8 <= end) {
+    a.carry_into<3>(a.add_eight(row_of_one, 0));
+    b.carry_into<3>(b.add_eight(row_of_two, 0));
+    samples += 8;
+  }
+  if (samples < end) {
+    a.carry_into<2>(a.add_four(row_of_one(0), row_of_one(1), row_of_one(2), row_of_one(3)));
+    b.carry_into<2>(b.add_four(row_of_two(0), row_of_two(1), row_of_two(2), row_of_two(3)));
+  }
+  one = a;
+  two = b;
+}
+
+// One row of each sample, kRowBytes apart. offsets: those of the two rows of genotypes.
+__attribute__((always_inline)) inline BitSums add_up_one(const uint8_t* rows, const uint16_t* offsets,
+                                                         size_t n) {
+  static_assert(kSampleBytes == 2 * kRowBytes);
+  const auto row = [&](size_t i) { return load(rows + offsets[i] / 2); };
+  BitSums a;
+  a.clear();
+  const uint16_t* const end = offsets + n;
+  for (; offsets + 16 <= end; offsets += 16) {
+    a.add_sixteen(row);
+  }
+  for (; offsets < end; offsets += kListStep) {
+    a.carry_into<2>(a.add_four(row(0), row(1), row(2), row(3)));
+  }
+  return a;
+}
+
+}  // namespace
