@@ -44,6 +44,7 @@ void free_page_locked(void* memory) {
 
 DeviceStream::~DeviceStream() {
   if (stream_ != nullptr) {
+    cudaStreamSynchronize(stream_);
     cudaStreamDestroy(stream_);
   }
 }

@@ -88,8 +88,25 @@ TEST_F(CudaFailures, LittleMemoryMeansMorePasses) {
   // Half of it is for some thirty pairs of the 190.
   host_runtime().free_bytes = 20000;
   host_runtime().launches = 0;
+  EXPECT_EQ(host_runtime().most_streams_busy, 1);
   ASSERT_TRUE(run(2, pairs_).ok());
   EXPECT_GT(host_runtime().launches, 3 * launches);
+  EXPECT_EQ(host_runtime().most_streams_busy, 2);
+  for (size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_EQ(bits_of_float(records_[i]), bits_of_float(expected[i]));
+  }
+}
+
+// Where half of the memory does not hold a pair for each of two lanes, passes of one follow each other.
+TEST_F(CudaFailures, HardlyAnyMemoryMeansOneAtATime) {
+  ASSERT_TRUE(run(2, pairs_).ok());
+  const std::vector<float> expected = records_;
+  host_runtime().memory_left = 700;
+  host_runtime().launches = 0;
+  host_runtime().most_streams_busy = 0;
+  ASSERT_TRUE(run(2, pairs_).ok());
+  EXPECT_EQ(host_runtime().launches, 190 * 4);
+  EXPECT_EQ(host_runtime().most_streams_busy, 1);
   for (size_t i = 0; i < expected.size(); ++i) {
     ASSERT_EQ(bits_of_float(records_[i]), bits_of_float(expected[i]));
   }
@@ -148,8 +165,10 @@ TEST_F(CudaRegressionFailures, LittleMemoryMeansMorePasses) {
   const std::vector<ItemFit> expected = fits_;
   host_runtime().free_bytes = 20000;  // half of it is for some thirty pairs of the 190
   host_runtime().launches = 0;
+  EXPECT_EQ(host_runtime().most_streams_busy, 1);
   ASSERT_TRUE(run_regression(data_.problem, rules, &fits_).ok());
   EXPECT_GT(host_runtime().launches, 5);
+  EXPECT_EQ(host_runtime().most_streams_busy, 2);
   for (size_t k = 0; k < expected.size(); ++k) {
     tavo_test::expect_same_fit(expected[k], fits_[k], rules.columns(1));
   }
