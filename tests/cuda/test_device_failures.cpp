@@ -77,7 +77,7 @@ TEST_F(CudaFailures, AnAllocationNamesItsBytesAndWhatToLower) {
   EXPECT_NE(line.find(" : out of memory.\n"), std::string::npos) << line;
   EXPECT_EQ(status.message(),
             "GPU 0: cannot allocate 400 bytes of device memory for the genotypes (a call of the CUDA runtime "
-            "failed: out of memory); lower --thread, --block or --order");
+            "failed: out of memory); lower --thread, --block or --order, or run with --device cpu");
   EXPECT_EQ(host_runtime().allocations_alive, 0u);
 }
 
