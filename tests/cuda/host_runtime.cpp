@@ -100,7 +100,16 @@ void tavo_test::host_enqueue(CUstream_st* stream, std::function<void()> work) {
 }
 
 tavo_test::HostRuntime& tavo_test::host_runtime() {
-  static HostRuntime runtime;
+  static HostRuntime runtime = [] {
+    HostRuntime wanted;
+    if (const char* bytes = std::getenv("TAVO_STAND_IN_BYTES"); bytes != nullptr) {
+      wanted.free_bytes = std::strtoull(bytes, nullptr, 10);
+    }
+    if (const char* wrapper = std::getenv("TAVO_STAND_IN_FAILS"); wrapper != nullptr) {
+      wanted.failing_launch = wrapper;
+    }
+    return wanted;
+  }();
   return runtime;
 }
 

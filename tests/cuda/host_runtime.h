@@ -35,6 +35,8 @@ struct HostRuntime {
   size_t allocations_alive = 0;
 };
 
+// Of whole programs, the environment variables TAVO_STAND_IN_BYTES and TAVO_STAND_IN_FAILS set free_bytes and
+// failing_launch from the start.
 HostRuntime& host_runtime();
 
 // Counts a launch. False where it is the one that fails, whose error is then remembered.
