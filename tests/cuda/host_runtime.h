@@ -33,6 +33,7 @@ struct HostRuntime {
   uint64_t survivors = 0;                    // of the fused search's bound
   std::map<std::string, int> tile_launches;  // of the fused search, by the name of the kernel
   size_t allocations_alive = 0;
+  int streams_left_busy = 0;  // that went with work in them
 };
 
 // Of whole programs, the environment variables TAVO_STAND_IN_BYTES and TAVO_STAND_IN_FAILS set free_bytes and

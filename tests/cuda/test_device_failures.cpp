@@ -124,6 +124,9 @@ TEST_F(CudaFailures, ALaunchSaysWhichAndWhere) {
       << line;
   EXPECT_NE(line.find(" : invalid configuration argument.\n"), std::string::npos) << line;
   EXPECT_EQ(status.message(), "GPU 0: a CUDA kernel could not be launched: invalid configuration argument");
+  // What was queued before it is waited for before its memory goes.
+  EXPECT_EQ(host_runtime().streams_left_busy, 0);
+  EXPECT_EQ(host_runtime().allocations_alive, 0u);
 }
 
 TEST_F(CudaFailures, OrdersWhoseCellsCannotBeNumberedAreRefused) {
