@@ -3,7 +3,8 @@
 #   scripts/gpu-check.sh [build folder]    default build/gpu
 # Builds for the GPU that is there, runs the tests labelled gpu, whole runs on the CPU against the GPU, compute-sanitizer
 # on small runs, and the bench. What the machine lacks is skipped, and the last lines say so. The status is 0 when all
-# of it ran and passed, 1 when something failed, 2 when nothing failed and something was skipped. Environment:
+# of it ran and passed, 1 when something failed, 2 when nothing failed and something was skipped. Steps that have not
+# ended after 530 s in all fail. Environment:
 #   CMAKE_PREFIX_PATH   where GoogleTest, nlohmann-json and zlib are, if not in the system
 set -uo pipefail
 cd "$(dirname "$0")/.."
@@ -12,6 +13,12 @@ jobs=$(nproc)
 failed=()
 skipped=()
 step_started=$SECONDS
+
+# The seconds that a step may take: as many as given, as long as there are.
+within() {
+  local left=$((530 + step_started - SECONDS))
+  echo $((left < 1 ? 1 : left < $1 ? left : $1))
+}
 
 step() {
   echo "== $1 (at $((SECONDS - step_started)) s)"
@@ -54,14 +61,14 @@ tavo=$PWD/$build/src/tavo
 
 if [ "${#targets[@]}" -gt 2 ]; then
   step "tests labelled gpu"
-  if ! TAVO_REQUIRE_GPU=1 timeout 240 ctest --test-dir "$build" -L '^gpu$' -j 4 --no-tests=error --output-on-failure --timeout 200 | tail -60; then
+  if ! TAVO_REQUIRE_GPU=1 timeout "$(within 240)" ctest --test-dir "$build" -L '^gpu$' -j 4 --no-tests=error --output-on-failure --timeout 200 | tail -60; then
     failed+=("tests labelled gpu")
   fi
 fi
 
 step "whole runs, CPU against GPU"
 if command -v python3 >/dev/null; then
-  timeout 240 python3 scripts/gpu_parity.py "$tavo" || failed+=("whole runs")
+  timeout "$(within 240)" python3 scripts/gpu_parity.py "$tavo" || failed+=("whole runs")
 else
   skipped+=("whole runs: no python3")
 fi
@@ -99,7 +106,7 @@ sanitize_run() {
   mkdir "$work/run$number"
   ln -s "$work"/{data,complete,scores,traits,covariates} "$work/run$number"
   cd "$work/run$number" || return 1
-  env "$environment" timeout 100 compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
+  env "$environment" timeout "$(within 100)" compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
     --thread 32 --block 8 --device cuda "$@" >log 2>&1
   local status=$?
   # A kernel that the GPU has not is refused before anything runs.
@@ -158,7 +165,7 @@ else
 fi
 
 step "bench"
-timeout 240 "$build/bench/gpu/tavo_gpu_bench" || failed+=("bench")
+timeout "$(within 240)" "$build/bench/gpu/tavo_gpu_bench" || failed+=("bench")
 
 step "done"
 for what in "${skipped[@]}"; do
