@@ -126,8 +126,10 @@ cudaError_t cudaMalloc(void** memory, size_t bytes) {
 }
 // Waits for all that was queued, as the runtime does.
 cudaError_t cudaFree(void* memory) {
-  for (const cudaStream_t stream : streams) {
-    stream->run();
+  if (memory != nullptr) {
+    for (const cudaStream_t stream : streams) {
+      stream->run();
+    }
   }
   return release(memory);
 }
