@@ -52,7 +52,7 @@ if ! configure -DTAVO_TOOLS=ON -DTAVO_TESTS=ON; then
 fi
 
 step "build ${targets[*]} with $jobs jobs"
-if ! cmake --build "$build" -j "$jobs" --target "${targets[@]}" >"$build/build.log" 2>&1; then
+if ! timeout -k 5 "$(within 530)" cmake --build "$build" -j "$jobs" --target "${targets[@]}" >"$build/build.log" 2>&1; then
   tail -40 "$build/build.log"
   exit 1
 fi
@@ -61,14 +61,14 @@ tavo=$PWD/$build/src/tavo
 
 if [ "${#targets[@]}" -gt 2 ]; then
   step "tests labelled gpu"
-  if ! TAVO_REQUIRE_GPU=1 timeout "$(within 240)" ctest --test-dir "$build" -L '^gpu$' -j 4 --no-tests=error --output-on-failure --timeout 200 | tail -60; then
+  if ! TAVO_REQUIRE_GPU=1 timeout -k 5 "$(within 240)" ctest --test-dir "$build" -L '^gpu$' -j 4 --no-tests=error --output-on-failure --timeout 200 | tail -60; then
     failed+=("tests labelled gpu")
   fi
 fi
 
 step "whole runs, CPU against GPU"
 if command -v python3 >/dev/null; then
-  timeout "$(within 240)" python3 scripts/gpu_parity.py "$tavo" || failed+=("whole runs")
+  timeout -k 5 "$(within 240)" python3 scripts/gpu_parity.py "$tavo" || failed+=("whole runs")
 else
   skipped+=("whole runs: no python3")
 fi
@@ -106,7 +106,7 @@ sanitize_run() {
   mkdir "$work/run$number"
   ln -s "$work"/{data,complete,scores,traits,covariates} "$work/run$number"
   cd "$work/run$number" || return 1
-  env "$environment" timeout "$(within 100)" compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
+  env "$environment" timeout -k 5 "$(within 100)" compute-sanitizer --tool "$tool" --error-exitcode 9 "$tavo" --out result.csv \
     --thread 32 --block 8 --device cuda "$@" >log 2>&1
   local status=$?
   # A kernel that the GPU has not is refused before anything runs.
@@ -165,7 +165,7 @@ else
 fi
 
 step "bench"
-timeout "$(within 240)" "$build/bench/gpu/tavo_gpu_bench" || failed+=("bench")
+timeout -k 5 "$(within 240)" "$build/bench/gpu/tavo_gpu_bench" || failed+=("bench")
 
 step "done"
 for what in "${skipped[@]}"; do
