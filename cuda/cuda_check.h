@@ -17,5 +17,9 @@ class CudaError : public std::runtime_error {
 // Throws unless the runtime call succeeded. The line names the caller's source file and line.
 void cuda_safe_call(cudaError_t result, std::source_location where = std::source_location::current());
 
+// How the line of a failed launch names its source file: those of the regressions with their extension.
+enum class SourceName { kStem, kWithExtension };
+
 // Throws when the launch just before it failed. text: what failed, as in "cuMdrCount() execution failed.\n".
-void cuda_check_launch(const char* text, std::source_location where = std::source_location::current());
+void cuda_check_launch(const char* text, SourceName name = SourceName::kStem,
+                       std::source_location where = std::source_location::current());

@@ -14,7 +14,7 @@ void check_allocation(cudaError_t result, size_t bytes, const char* kind, const 
     // An allocation that fails leaves its error behind for the next launch check.
     cudaGetLastError();
     throw CudaError("cannot allocate " + std::to_string(bytes) + " bytes of " + kind + " for the " + what +
-                    " (" + error.what() + "); lower --thread, --block or --order");
+                    " (" + error.what() + "); lower --thread, --block or --order, or run with --device cpu");
   }
 }
 
@@ -44,6 +44,7 @@ void free_page_locked(void* memory) {
 
 DeviceStream::~DeviceStream() {
   if (stream_ != nullptr) {
+    cudaStreamSynchronize(stream_);
     cudaStreamDestroy(stream_);
   }
 }

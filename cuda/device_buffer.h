@@ -84,14 +84,15 @@ void upload(DeviceBuffer<T>& buffer, std::span<const T> elements, const char* wh
 
 // Fills the first n elements with zero bits.
 template <typename T>
-void clear(DeviceBuffer<T>& buffer, size_t n, cudaStream_t stream,
+void clear(const DeviceBuffer<T>& buffer, size_t n, cudaStream_t stream,
            std::source_location where = std::source_location::current()) {
   if (n > 0) {
     cuda_safe_call(cudaMemsetAsync(buffer.data(), 0, n * sizeof(T), stream), where);
   }
 }
 
-// A stream of the device that is current when it is opened.
+// A stream of the device that is current when it is opened. Waits for what was queued when it goes, so that
+// memory declared before it outlasts the copies and kernels that use it.
 class DeviceStream {
  public:
   DeviceStream() = default;

@@ -7,8 +7,8 @@
 
 namespace {
 
-// Fits of a pass at most, so that its page-locked buffer stays near 32 MiB.
-constexpr size_t kMostFitsPerPass = 1 << 17;
+// Fits of a pass at most, so that the page-locked buffers stay near 32 MiB.
+constexpr size_t kMostFitsPerPass = (1 << 17) / kPassLanes;
 
 }  // namespace
 
@@ -20,7 +20,7 @@ FitLoop::FitLoop(DeviceData& data, const RegressionRules& rules) : data_(data), 
     send_shared_sums();
   }
   const size_t bytes_per_item = static_cast<size_t>(rules_.order()) * sizeof(int) + sizeof(ItemFit);
-  most_per_pass_ = std::clamp<size_t>(memory_budget() / bytes_per_item, 1, kMostFitsPerPass);
+  plan_.emplace(bytes_per_item, kMostFitsPerPass);
 }
 
 void FitLoop::send_standardized() {
@@ -62,14 +62,15 @@ FitSamples<T> FitLoop::samples() const {
 }
 
 template <typename T>
-void FitLoop::launch_as(uint32_t active) {
-  const cudaStream_t stream = data_.stream.get();
+void FitLoop::launch_as(const Lane& lane) const {
+  const cudaStream_t stream = lane.stream.get();
+  const auto active = static_cast<uint32_t>(lane.n);
   const int n_covariates = data_.problem->n_covariates;
   const CovariateScale scale{n_covariates, scale_.data(), scale_.data() + n_covariates};
   if (rules_.model == RegressionModel::kLinear) {
     LinearArguments<T> arguments{};
     arguments.active = active;
-    arguments.items = pComb_.data();
+    arguments.items = lane.pComb.data();
     arguments.samples = samples<T>();
     arguments.precise_samples = samples<double>();
     arguments.precise_shared = precise_shared_.data();
@@ -79,12 +80,12 @@ void FitLoop::launch_as(uint32_t active) {
       arguments.shared = shared_.data();
     }
     arguments.scale = scale;
-    arguments.stat = pStat_.data();
+    arguments.stat = lane.pStat.data();
     cuRegLinear(arguments, stream);
     return;
   }
-  const LogisticArguments<T> arguments{active, pComb_.data(), samples<T>(), rules_.iterations,
-                                       scale,  pStat_.data()};
+  const LogisticArguments<T> arguments{active, lane.pComb.data(), samples<T>(), rules_.iterations,
+                                       scale,  lane.pStat.data()};
   if (rules_.order() == 1) {
     cuRegLogistic(arguments, stream);
   } else if (rules_.distinct) {
@@ -94,26 +95,27 @@ void FitLoop::launch_as(uint32_t active) {
   }
 }
 
-void FitLoop::launch(uint32_t active) {
+void FitLoop::launch(const Lane& lane) const {
   if (rules_.precision == Precision::kDouble) {
-    launch_as<double>(active);
+    launch_as<double>(lane);
   } else {
-    launch_as<float>(active);
+    launch_as<float>(lane);
   }
 }
 
 void FitLoop::fit(const int* items, uint32_t active, ItemFit* results) {
   const auto order = static_cast<size_t>(rules_.order());
-  for (size_t done = 0; done < active;) {
-    const size_t n = std::min<size_t>(active - done, most_per_pass_);
-    pStat_.reserve(n, "fits");
-    host_stat_.reserve(n, "fits");
-    upload<int>(pComb_, {items + done * order, n * order}, "items", data_.stream.get());
-    launch(static_cast<uint32_t>(n));
-    cuda_safe_call(cudaMemcpyAsync(host_stat_.data(), pStat_.data(), n * sizeof(ItemFit),
-                                   cudaMemcpyDeviceToHost, data_.stream.get()));
-    data_.stream.wait();
-    std::copy_n(host_stat_.data(), n, results + done);
-    done += n;
-  }
+  const auto start = [&](Lane& lane) {
+    const cudaStream_t stream = lane.stream.get();
+    lane.pStat.reserve(lane.n, "fits");
+    lane.host_stat.reserve(lane.n, "fits");
+    upload<int>(lane.pComb, {items + lane.first * order, lane.n * order}, "items", stream);
+    launch(lane);
+    cuda_safe_call(cudaMemcpyAsync(lane.host_stat.data(), lane.pStat.data(), lane.n * sizeof(ItemFit),
+                                   cudaMemcpyDeviceToHost, stream));
+  };
+  const auto finish = [&](const Lane& lane) {
+    std::copy_n(lane.host_stat.data(), lane.n, results + lane.first);
+  };
+  run_passes(lanes_, *plan_, active, start, finish);
 }

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "cuda/device_data.h"
+#include "cuda/pass_lanes.h"
 #include "cuda/regression_ordered.h"
 #include "device/commands.h"
 #include "lib/standardized.h"
@@ -20,18 +21,24 @@ class FitLoop {
   void fit(const int* items, uint32_t active, ItemFit* results);
 
  private:
+  struct Buffers {
+    DeviceBuffer<int> pComb;
+    DeviceBuffer<ItemFit> pStat;
+    PageLockedBuffer<ItemFit> host_stat;
+  };
+  using Lane = PassLane<Buffers>;
+
   void send_standardized();
   void send_shared_sums();
-  // Queues the kernel for items that are on the device.
-  void launch(uint32_t active);
+  // Queues the kernel for the lane's items, which are on the device.
+  void launch(const Lane& lane) const;
   template <typename T>
-  void launch_as(uint32_t active);
+  void launch_as(const Lane& lane) const;
   template <typename T>
   FitSamples<T> samples() const;
 
   DeviceData& data_;
   const RegressionRules rules_;
-  size_t most_per_pass_ = 1;
 
   // Double precision and linear models.
   std::optional<StandardizedCovariates> standardized_;
@@ -41,7 +48,6 @@ class FitLoop {
   DeviceBuffer<NormalEquations<double>> precise_shared_;
   DeviceBuffer<NormalEquations<float>> shared_;
 
-  DeviceBuffer<int> pComb_;
-  DeviceBuffer<ItemFit> pStat_;
-  PageLockedBuffer<ItemFit> host_stat_;
+  std::optional<PassPlan> plan_;  // by the memory that all of the above leaves
+  Lane lanes_[kPassLanes];
 };

@@ -2,7 +2,6 @@
 #include "cuda/record_loop.h"
 
 #include <algorithm>
-#include <cstring>
 #include <vector>
 
 #include "cuda/occupied_cells.h"
@@ -12,8 +11,8 @@ namespace {
 // Tables up to this many cells are held whole; beyond, most cells are empty and only the occupied ones are
 // kept.
 constexpr int64_t kDenseCells = 4096;
-// Records of a pass at most, so that its page-locked buffer stays at 32 MiB.
-constexpr size_t kMostRecordsPerPass = 1 << 18;
+// Records of a pass at most, so that the page-locked buffers stay at 32 MiB.
+constexpr size_t kMostRecordsPerPass = (1 << 18) / kPassLanes;
 
 // Without counted samples every cell is empty, and one stands for all.
 int64_t table_cells(const Problem& problem, const ScoringRules& rules) {
@@ -29,9 +28,9 @@ RecordLoop::RecordLoop(DeviceData& data, const ScoringRules& rules, const FoldVi
       n_testing_(static_cast<int>(fold.testing.size())),
       threshold_(fold.threshold),
       dense_(table_cells(*data.problem, rules) <= kDenseCells),
-      nct_(2 * table_cells(*data.problem, rules)),
+      nct_(dense_ ? 2 * table_cells(*data.problem, rules) : 0),
       n_all_(fold.training.size() + fold.testing.size()),
-      most_per_pass_(std::clamp<size_t>(memory_budget() / bytes_per_combination(), 1, kMostRecordsPerPass)) {
+      plan_(bytes_per_combination(), kMostRecordsPerPass) {
   const cudaStream_t stream = data_.stream.get();
   if (data_.with_scores()) {
     cuGmdrSendIndices(data_.gmdr, fold.training, fold.testing, stream);
@@ -56,32 +55,40 @@ size_t RecordLoop::bytes_per_combination() const {
   return always + n_all_ * sizeof(PlacedSample) + 2 * (n_all_ + 1) * (2 + sums) * sizeof(int32_t);
 }
 
-void RecordLoop::reserve(size_t n) {
-  c_loc_.reserve(n * static_cast<size_t>(rules_.order), "combinations");
-  stat_.reserve(n * kRecordSize, "records");
-  host_stat_.reserve(n * kRecordSize, "records");
+void RecordLoop::send(const int* combinations, Lane& lane) const {
+  const size_t n = lane.n;
+  const cudaStream_t stream = lane.stream.get();
+  const auto order = static_cast<size_t>(rules_.order);
+  lane.stat.reserve(n * kRecordSize, "records");
+  lane.host_stat.reserve(n * kRecordSize, "records");
+  upload<int>(lane.c_loc, {combinations + lane.first * order, n * order}, "combinations", stream);
   const size_t entries = dense_ ? static_cast<size_t>(nct_) : 2 * (n_all_ + 1);
   if (data_.with_scores()) {
-    score_sums_.reserve(n * entries, "score sums");
+    lane.score_sums.reserve(n * entries, "score sums");
   }
   if (!dense_) {
-    placed_.reserve(n * n_all_, "samples by cell");
-    table_train_.reserve(n * 2 * entries, "count tables");
+    lane.placed.reserve(n * n_all_, "samples by cell");
+    lane.table_train.reserve(n * 2 * entries, "count tables");
     return;
   }
-  table_train_.reserve(n * entries, "training count tables");
-  table_test_.reserve(n * entries, "testing count tables");
-  for (DeviceBuffer<int32_t>* counts :
-       {&case_train_, &control_train_, &case_test_, &control_test_, &n_train_, &n_test_}) {
+  lane.table_train.reserve(n * entries, "training count tables");
+  lane.table_test.reserve(n * entries, "testing count tables");
+  for (DeviceBuffer<int32_t>* counts : {&lane.case_train, &lane.control_train, &lane.case_test,
+                                        &lane.control_test, &lane.n_train, &lane.n_test}) {
     counts->reserve(n, "class counts");
   }
-  th_.reserve(n, "thresholds");
+  lane.th.reserve(n, "thresholds");
+  if (!rules_.own_thresholds()) {
+    upload<int32_t>(lane.n_train, {&n_training_, 1}, "class counts", stream);
+    upload<int32_t>(lane.n_test, {&n_testing_, 1}, "class counts", stream);
+    upload<float>(lane.th, {&threshold_, 1}, "thresholds", stream);
+  }
 }
 
-CountArguments RecordLoop::count_arguments(uint32_t active, bool training) {
+CountArguments RecordLoop::count_arguments(const Lane& lane, bool training) const {
   CountArguments arguments{};
-  arguments.active = active;
-  arguments.combinations = c_loc_.data();
+  arguments.active = static_cast<uint32_t>(lane.n);
+  arguments.combinations = lane.c_loc.data();
   arguments.order = rules_.order;
   arguments.c_num = c_num_.data();
   arguments.genotypes = data_.matrix();
@@ -90,62 +97,59 @@ CountArguments RecordLoop::count_arguments(uint32_t active, bool training) {
   arguments.n_samples = training ? n_training_ : n_testing_;
   arguments.nct = nct_;
   arguments.counted = 2 * rules_.counted_cells();
-  arguments.cases = (training ? case_train_ : case_test_).data();
-  arguments.controls = (training ? control_train_ : control_test_).data();
-  arguments.table = (training ? table_train_ : table_test_).data();
+  arguments.cases = (training ? lane.case_train : lane.case_test).data();
+  arguments.controls = (training ? lane.control_train : lane.control_test).data();
+  arguments.table = (training ? lane.table_train : lane.table_test).data();
   if (data_.with_scores() && training) {
     arguments.SC = data_.gmdr.SC.data();
-    arguments.score_sums = score_sums_.data();
+    arguments.score_sums = lane.score_sums.data();
   }
   return arguments;
 }
 
-void RecordLoop::run_tables(uint32_t active) {
-  const cudaStream_t stream = data_.stream.get();
-  const size_t entries = active * static_cast<size_t>(nct_);
-  clear(table_train_, entries, stream);
-  clear(table_test_, entries, stream);
-  for (DeviceBuffer<int32_t>* counts : {&case_train_, &control_train_, &case_test_, &control_test_}) {
-    clear(*counts, active, stream);
+void RecordLoop::run_tables(const Lane& lane) const {
+  const cudaStream_t stream = lane.stream.get();
+  const size_t entries = lane.n * static_cast<size_t>(nct_);
+  clear(lane.table_train, entries, stream);
+  clear(lane.table_test, entries, stream);
+  for (const DeviceBuffer<int32_t>* counts :
+       {&lane.case_train, &lane.control_train, &lane.case_test, &lane.control_test}) {
+    clear(*counts, lane.n, stream);
   }
   if (data_.with_scores()) {
-    clear(score_sums_, entries, stream);
+    clear(lane.score_sums, entries, stream);
   }
   if (!data_.problem->transposed) {
     const auto count = data_.with_scores() ? cuGmdrCount : cuMdrCount;
-    count(count_arguments(active, true), stream);
-    count(count_arguments(active, false), stream);
+    count(count_arguments(lane, true), stream);
+    count(count_arguments(lane, false), stream);
   }
   MeasureArguments measures{};
-  measures.active = active;
-  measures.n_train = n_train_.data();
-  measures.n_test = n_test_.data();
-  measures.th = th_.data();
-  measures.case_train = case_train_.data();
-  measures.control_train = control_train_.data();
-  measures.case_test = case_test_.data();
-  measures.control_test = control_test_.data();
-  measures.table_train = table_train_.data();
-  measures.table_test = table_test_.data();
-  measures.score_sums = score_sums_.data();
+  measures.active = static_cast<uint32_t>(lane.n);
+  measures.n_train = lane.n_train.data();
+  measures.n_test = lane.n_test.data();
+  measures.th = lane.th.data();
+  measures.case_train = lane.case_train.data();
+  measures.control_train = lane.control_train.data();
+  measures.case_test = lane.case_test.data();
+  measures.control_test = lane.control_test.data();
+  measures.table_train = lane.table_train.data();
+  measures.table_test = lane.table_test.data();
+  measures.score_sums = lane.score_sums.data();
   measures.nct = nct_;
   measures.tie = rules_.tie;
   measures.missing = rules_.missing;
-  measures.stat = stat_.data();
+  measures.stat = lane.stat.data();
   if (rules_.own_thresholds()) {
     (data_.with_scores() ? cuGmdrCalcSV : cuMdrCalcSV)(measures, stream);
-  } else {
-    upload<int32_t>(n_train_, {&n_training_, 1}, "class counts", stream);
-    upload<int32_t>(n_test_, {&n_testing_, 1}, "class counts", stream);
-    upload<float>(th_, {&threshold_, 1}, "thresholds", stream);
   }
   (data_.with_scores() ? cuGmdrCalc : cuMdrCalc)(measures, stream);
 }
 
-void RecordLoop::run_occupied(uint32_t active) {
+void RecordLoop::run_occupied(const Lane& lane) const {
   OccupiedRecordArguments arguments{};
-  arguments.active = active;
-  arguments.combinations = c_loc_.data();
+  arguments.active = static_cast<uint32_t>(lane.n);
+  arguments.combinations = lane.c_loc.data();
   arguments.order = rules_.order;
   arguments.base = rules_.base();
   arguments.cells = rules_.cells();
@@ -159,29 +163,28 @@ void RecordLoop::run_occupied(uint32_t active) {
   arguments.threshold = threshold_;
   arguments.tie = rules_.tie;
   arguments.missing = rules_.missing;
-  arguments.stat = stat_.data();
-  arguments.placed = placed_.data();
-  arguments.tables = table_train_.data();
-  arguments.score_sums = data_.with_scores() ? score_sums_.data() : nullptr;
-  cuOccupiedRecords(arguments, data_.stream.get());
+  arguments.stat = lane.stat.data();
+  arguments.placed = lane.placed.data();
+  arguments.tables = lane.table_train.data();
+  arguments.score_sums = data_.with_scores() ? lane.score_sums.data() : nullptr;
+  cuOccupiedRecords(arguments, lane.stream.get());
 }
 
 void RecordLoop::evaluate(const int* combinations, uint32_t active, float* results) {
-  const auto order = static_cast<size_t>(rules_.order);
-  for (size_t done = 0; done < active;) {
-    const size_t n = std::min<size_t>(active - done, most_per_pass_);
-    reserve(n);
-    upload<int>(c_loc_, {combinations + done * order, n * order}, "combinations", data_.stream.get());
+  const auto start = [&](Lane& lane) {
+    // All that is sent goes before the kernels: sending waits for what the lane has queued.
+    send(combinations, lane);
     if (dense_) {
-      run_tables(static_cast<uint32_t>(n));
+      run_tables(lane);
     } else {
-      run_occupied(static_cast<uint32_t>(n));
+      run_occupied(lane);
     }
-    const size_t bytes = n * kRecordSize * sizeof(float);
-    cuda_safe_call(
-        cudaMemcpyAsync(host_stat_.data(), stat_.data(), bytes, cudaMemcpyDeviceToHost, data_.stream.get()));
-    data_.stream.wait();
-    std::memcpy(results + done * kRecordSize, host_stat_.data(), bytes);
-    done += n;
-  }
+    cuda_safe_call(cudaMemcpyAsync(lane.host_stat.data(), lane.stat.data(),
+                                   lane.n * kRecordSize * sizeof(float), cudaMemcpyDeviceToHost,
+                                   lane.stream.get()));
+  };
+  const auto finish = [&](const Lane& lane) {
+    std::copy_n(lane.host_stat.data(), lane.n * kRecordSize, results + lane.first * kRecordSize);
+  };
+  run_passes(lanes_, plan_, active, start, finish);
 }

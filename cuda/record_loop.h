@@ -5,6 +5,7 @@
 
 #include "cuda/device_data.h"
 #include "cuda/occupied_body.h"
+#include "cuda/pass_lanes.h"
 #include "device/commands.h"
 
 class RecordLoop {
@@ -17,12 +18,26 @@ class RecordLoop {
   void evaluate(const int* combinations, uint32_t active, float* results);
 
  private:
-  // Queues the kernels for combinations that are on the device.
-  void run_tables(uint32_t active);
-  void run_occupied(uint32_t active);
-  CountArguments count_arguments(uint32_t active, bool training);
+  struct Buffers {
+    DeviceBuffer<int> c_loc;
+    DeviceBuffer<int32_t> table_train, table_test;
+    DeviceBuffer<float> score_sums;
+    DeviceBuffer<int32_t> case_train, control_train, case_test, control_test;
+    DeviceBuffer<int32_t> n_train, n_test;
+    DeviceBuffer<float> th;
+    DeviceBuffer<PlacedSample> placed;
+    DeviceBuffer<float> stat;
+    PageLockedBuffer<float> host_stat;
+  };
+  using Lane = PassLane<Buffers>;
+
+  // Queues the kernels for the lane's combinations, which are on the device.
+  void run_tables(const Lane& lane) const;
+  void run_occupied(const Lane& lane) const;
+  CountArguments count_arguments(const Lane& lane, bool training) const;
   size_t bytes_per_combination() const;
-  void reserve(size_t n);
+  // Makes room for the lane's combinations and sends them, with all else that their kernels read.
+  void send(const int* combinations, Lane& lane) const;
 
   DeviceData& data_;
   const ScoringRules rules_;
@@ -32,16 +47,8 @@ class RecordLoop {
   const bool dense_;    // whole tables, not the occupied cells
   const int64_t nct_;   // entries of a whole table
   const size_t n_all_;  // samples of both sets
-  const size_t most_per_pass_;
+  const PassPlan plan_;
 
   DeviceBuffer<int> c_num_;
-  DeviceBuffer<int> c_loc_;
-  DeviceBuffer<int32_t> table_train_, table_test_;
-  DeviceBuffer<float> score_sums_;
-  DeviceBuffer<int32_t> case_train_, control_train_, case_test_, control_test_;
-  DeviceBuffer<int32_t> n_train_, n_test_;
-  DeviceBuffer<float> th_;
-  DeviceBuffer<PlacedSample> placed_;
-  DeviceBuffer<float> stat_;
-  PageLockedBuffer<float> host_stat_;
+  Lane lanes_[kPassLanes];
 };

@@ -37,20 +37,20 @@ void cuRegSendBase(RegressionSampleData& data, std::span<const float> phenotype,
 
 void cuRegLogistic(const LogisticArguments<float>& arguments, cudaStream_t stream) {
   launch_logistic(arguments, stream);
-  cuda_check_launch("cuRegLogistic() execution failed.\n");
+  cuda_check_launch("cuRegLogistic() execution failed.\n", SourceName::kWithExtension);
 }
 
 void cuRegLogistic(const LogisticArguments<double>& arguments, cudaStream_t stream) {
   launch_logistic(arguments, stream);
-  cuda_check_launch("cuRegLogistic() execution failed.\n");
+  cuda_check_launch("cuRegLogistic() execution failed.\n", SourceName::kWithExtension);
 }
 
 void cuRegLinear(const LinearArguments<float>& arguments, cudaStream_t stream) {
   launch_linear(arguments, stream);
-  cuda_check_launch("cuRegLinear() execution failed.\n");
+  cuda_check_launch("cuRegLinear() execution failed.\n", SourceName::kWithExtension);
 }
 
 void cuRegLinear(const LinearArguments<double>& arguments, cudaStream_t stream) {
   launch_linear(arguments, stream);
-  cuda_check_launch("cuRegLinear() execution failed.\n");
+  cuda_check_launch("cuRegLinear() execution failed.\n", SourceName::kWithExtension);
 }

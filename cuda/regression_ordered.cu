@@ -57,20 +57,20 @@ void cuRegOrderedSendBase(RegressionSampleData& data, std::span<const float> phe
 // Launches of pairs report themselves under the name of those of single SNPs, in this file.
 void cuRegOrderedLogistic(const LogisticArguments<float>& arguments, cudaStream_t stream) {
   launch_ordered(arguments, stream);
-  cuda_check_launch("cuRegLogistic() execution failed.\n");
+  cuda_check_launch("cuRegLogistic() execution failed.\n", SourceName::kWithExtension);
 }
 
 void cuRegOrderedLogistic(const LogisticArguments<double>& arguments, cudaStream_t stream) {
   launch_ordered(arguments, stream);
-  cuda_check_launch("cuRegLogistic() execution failed.\n");
+  cuda_check_launch("cuRegLogistic() execution failed.\n", SourceName::kWithExtension);
 }
 
 void cuRegOrderedLogisticDistinct(const LogisticArguments<float>& arguments, cudaStream_t stream) {
   launch_distinct(arguments, stream);
-  cuda_check_launch("cuRegLogistic() execution failed.\n");
+  cuda_check_launch("cuRegLogistic() execution failed.\n", SourceName::kWithExtension);
 }
 
 void cuRegOrderedLogisticDistinct(const LogisticArguments<double>& arguments, cudaStream_t stream) {
   launch_distinct(arguments, stream);
-  cuda_check_launch("cuRegLogistic() execution failed.\n");
+  cuda_check_launch("cuRegLogistic() execution failed.\n", SourceName::kWithExtension);
 }

@@ -5,7 +5,7 @@
 // lanes, those of the matrix instructions' accumulators.
 //
 // A product asks its warp for two things: each(f) runs f(lane, registers) for every lane, and multiply_*
-// issues one matrix instruction. On the GPU a thread is its lane (tile_warp.cuh); on the host a loop and the
+// issues one matrix instruction. On the GPU a thread is its lane (tile_block.cuh); on the host a loop and the
 // instructions' definition (tests/cuda/host_block.h) take their place.
 #pragma once
 

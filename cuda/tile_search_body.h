@@ -12,8 +12,8 @@
 //
 // A team is the block: phase(f) runs f(thread) for every thread, all of them done when it returns; any(f) is
 // whether f(thread) holds for one; warps<Lane>(f) runs f(warp number, warp) for every warp. shared() is the
-// block's memory. On the GPU that is tile_warp.cuh, on the host tests/cuda/host_block.h. Nothing here depends
-// on CUDA.
+// block's memory. On the GPU that is tile_block.cuh, on the host tests/cuda/host_block.h. Nothing here
+// depends on CUDA.
 #pragma once
 
 #include "cuda/tile_products.h"

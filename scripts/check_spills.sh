@@ -22,12 +22,33 @@ known_from_10='^regression_linear<(float|double)>$'
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+# Writes what the assembler says of one source and architecture to a log of its own.
+compile() {
+  local out=$work/$1.$2
+  # The flags of cmake/flags.cmake that decide about code.
+  nvcc -std=c++20 -O3 --fmad=false --expt-relaxed-constexpr -I. -gencode "arch=compute_$2,code=sm_$2" \
+    -Xptxas -v -c "cuda/$1.cu" -o "$out.o" >"$out.log" 2>&1 || touch "$out.failed"
+}
+
+for source in "${sources[@]}"; do
+  for architecture in "${architectures[@]}"; do
+    # As many at once as there are processors.
+    while [ "$(jobs -rp | wc -l)" -ge "$(nproc)" ]; do
+      wait -n
+    done
+    compile "$source" "$architecture" &
+  done
+done
+wait
+
 bad=0
 for source in "${sources[@]}"; do
   for architecture in "${architectures[@]}"; do
-    # The flags of cmake/flags.cmake that decide about code.
-    nvcc -std=c++20 -O3 --fmad=false --expt-relaxed-constexpr -I. -gencode "arch=compute_$architecture,code=sm_$architecture" \
-      -Xptxas -v -c "cuda/$source.cu" -o "$work/$source.o" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+    log=$work/$source.$architecture.log
+    if [ -e "$work/$source.$architecture.failed" ]; then
+      cat "$log"
+      exit 1
+    fi
     awk -v source="$source" -v architecture="$architecture" -v known="$known" -v known_from_10="$known_from_10" '
       /Compiling entry function/ {
         name = $0
@@ -60,7 +81,7 @@ for source in "${sources[@]}"; do
         printf "sm_%-4s %-46s %4d registers, %5d bytes of arrays, spills: %d stored, %d loaded%s\n", architecture, name, registers, frame, stores, loads, note
         ++kernels
       }
-      END { if (kernels == 0) { print "no kernel found in " source; bad = 1 } exit bad }' "$work/log" || bad=1
+      END { if (kernels == 0) { print "no kernel found in " source; bad = 1 } exit bad }' "$log" || bad=1
   done
 done
 if [ "$bad" -ne 0 ]; then

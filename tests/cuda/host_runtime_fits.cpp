@@ -15,34 +15,40 @@ void check(const char* wrapper) {
 }
 
 template <typename T, int Order>
-void launch_logistic(const char* wrapper, const LogisticArguments<T>& arguments) {
+void launch_logistic(const char* wrapper, const LogisticArguments<T>& arguments, cudaStream_t stream) {
   if (tavo_test::host_launch_begins(wrapper)) {
-    with_covariate_class(arguments.samples.n_covariates, [&](auto most) {
-      for (uint64_t t = 0; t < arguments.active + tavo_test::kSurplusThreads; ++t) {
-        fit_logistic<T, Order, decltype(most)::kMost>(arguments, t);
-      }
+    tavo_test::host_enqueue(stream, [arguments] {
+      with_covariate_class(arguments.samples.n_covariates, [&](auto most) {
+        for (uint64_t t = 0; t < arguments.active + tavo_test::kSurplusThreads; ++t) {
+          fit_logistic<T, Order, decltype(most)::kMost>(arguments, t);
+        }
+      });
     });
   }
   check("cuRegLogistic()");
 }
 
 template <typename T>
-void launch_linear(const LinearArguments<T>& arguments) {
+void launch_linear(const LinearArguments<T>& arguments, cudaStream_t stream) {
   if (tavo_test::host_launch_begins("cuRegLinear()")) {
-    for (uint64_t t = 0; t < arguments.active + tavo_test::kSurplusThreads; ++t) {
-      fit_linear(arguments, t);
-    }
+    tavo_test::host_enqueue(stream, [arguments] {
+      for (uint64_t t = 0; t < arguments.active + tavo_test::kSurplusThreads; ++t) {
+        fit_linear(arguments, t);
+      }
+    });
   }
   check("cuRegLinear()");
 }
 
 template <typename T>
-void launch_distinct(const LogisticArguments<T>& arguments) {
+void launch_distinct(const LogisticArguments<T>& arguments, cudaStream_t stream) {
   if (tavo_test::host_launch_begins("cuRegOrderedLogisticDistinct()")) {
-    for (uint32_t pair = 0; pair < arguments.active; ++pair) {
-      tavo_test::HostTeam<T> team(pair);
-      fit_distinct(arguments, pair, team);
-    }
+    tavo_test::host_enqueue(stream, [arguments] {
+      for (uint32_t pair = 0; pair < arguments.active; ++pair) {
+        tavo_test::HostTeam<T> team(pair);
+        fit_distinct(arguments, pair, team);
+      }
+    });
   }
   check("cuRegLogistic()");
 }
@@ -58,27 +64,27 @@ void cuRegOrderedSendBase(RegressionSampleData& data, std::span<const float> phe
                           std::span<const float> covariates, cudaStream_t stream) {
   cuRegSendBase(data, phenotype, covariates, stream);
 }
-void cuRegLogistic(const LogisticArguments<float>& arguments, cudaStream_t) {
-  launch_logistic<float, 1>("cuRegLogistic()", arguments);
+void cuRegLogistic(const LogisticArguments<float>& arguments, cudaStream_t stream) {
+  launch_logistic<float, 1>("cuRegLogistic()", arguments, stream);
 }
-void cuRegLogistic(const LogisticArguments<double>& arguments, cudaStream_t) {
-  launch_logistic<double, 1>("cuRegLogistic()", arguments);
+void cuRegLogistic(const LogisticArguments<double>& arguments, cudaStream_t stream) {
+  launch_logistic<double, 1>("cuRegLogistic()", arguments, stream);
 }
-void cuRegLinear(const LinearArguments<float>& arguments, cudaStream_t) {
-  launch_linear(arguments);
+void cuRegLinear(const LinearArguments<float>& arguments, cudaStream_t stream) {
+  launch_linear(arguments, stream);
 }
-void cuRegLinear(const LinearArguments<double>& arguments, cudaStream_t) {
-  launch_linear(arguments);
+void cuRegLinear(const LinearArguments<double>& arguments, cudaStream_t stream) {
+  launch_linear(arguments, stream);
 }
-void cuRegOrderedLogistic(const LogisticArguments<float>& arguments, cudaStream_t) {
-  launch_logistic<float, 2>("cuRegOrderedLogistic()", arguments);
+void cuRegOrderedLogistic(const LogisticArguments<float>& arguments, cudaStream_t stream) {
+  launch_logistic<float, 2>("cuRegOrderedLogistic()", arguments, stream);
 }
-void cuRegOrderedLogistic(const LogisticArguments<double>& arguments, cudaStream_t) {
-  launch_logistic<double, 2>("cuRegOrderedLogistic()", arguments);
+void cuRegOrderedLogistic(const LogisticArguments<double>& arguments, cudaStream_t stream) {
+  launch_logistic<double, 2>("cuRegOrderedLogistic()", arguments, stream);
 }
-void cuRegOrderedLogisticDistinct(const LogisticArguments<float>& arguments, cudaStream_t) {
-  launch_distinct(arguments);
+void cuRegOrderedLogisticDistinct(const LogisticArguments<float>& arguments, cudaStream_t stream) {
+  launch_distinct(arguments, stream);
 }
-void cuRegOrderedLogisticDistinct(const LogisticArguments<double>& arguments, cudaStream_t) {
-  launch_distinct(arguments);
+void cuRegOrderedLogisticDistinct(const LogisticArguments<double>& arguments, cudaStream_t stream) {
+  launch_distinct(arguments, stream);
 }

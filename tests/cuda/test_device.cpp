@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "cuda/cuda_backend.h"
+#include "cuda/occupied_search_body.h"
 #include "device/candidate_list.h"
 #include "tests/cuda/comparisons.h"
 #include "tests/cuda/gpu_required.h"
@@ -114,6 +115,17 @@ TEST_P(CudaDevice, MoreCandidatesThanTheBufferHoldsAreAllFound) {
     seen[candidate.rank * folds.size() + static_cast<size_t>(candidate.fold)] = 1;
   }
   EXPECT_EQ(std::count(seen.begin(), seen.end(), 1), static_cast<ptrdiff_t>(seen.size()));
+}
+
+// Cells in base 4 whose numbers just fit 63 bits.
+TEST_P(CudaDevice, TakesTheHighestOrder) {
+  std::mt19937 random(24);
+  const Scene scene(random, 40, kMaxCudaOrder + 1, 0.005, 2, false);
+  const std::vector<FoldView> folds = scene.folds.views(0);
+  for (const int missing : {kMissingLevel, kMissingAvailable}) {
+    tavo_test::expect_records(scene, {kMaxCudaOrder, missing, 1, 0}, folds[1], device_records);
+    tavo_test::expect_search(scene, {kMaxCudaOrder, missing, 1, kBalancedAccuracy}, 0, device_search);
+  }
 }
 
 TEST_P(CudaDevice, ShortListsHoldTheBest) {

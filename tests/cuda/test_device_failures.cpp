@@ -77,7 +77,7 @@ TEST_F(CudaFailures, AnAllocationNamesItsBytesAndWhatToLower) {
   EXPECT_NE(line.find(" : out of memory.\n"), std::string::npos) << line;
   EXPECT_EQ(status.message(),
             "GPU 0: cannot allocate 400 bytes of device memory for the genotypes (a call of the CUDA runtime "
-            "failed: out of memory); lower --thread, --block or --order");
+            "failed: out of memory); lower --thread, --block or --order, or run with --device cpu");
   EXPECT_EQ(host_runtime().allocations_alive, 0u);
 }
 
@@ -88,8 +88,25 @@ TEST_F(CudaFailures, LittleMemoryMeansMorePasses) {
   // Half of it is for some thirty pairs of the 190.
   host_runtime().free_bytes = 20000;
   host_runtime().launches = 0;
+  EXPECT_EQ(host_runtime().most_streams_busy, 1);
   ASSERT_TRUE(run(2, pairs_).ok());
   EXPECT_GT(host_runtime().launches, 3 * launches);
+  EXPECT_EQ(host_runtime().most_streams_busy, 2);
+  for (size_t i = 0; i < expected.size(); ++i) {
+    ASSERT_EQ(bits_of_float(records_[i]), bits_of_float(expected[i]));
+  }
+}
+
+// Where half of the memory does not hold a pair for each of two lanes, passes of one follow each other.
+TEST_F(CudaFailures, HardlyAnyMemoryMeansOneAtATime) {
+  ASSERT_TRUE(run(2, pairs_).ok());
+  const std::vector<float> expected = records_;
+  host_runtime().memory_left = 700;
+  host_runtime().launches = 0;
+  host_runtime().most_streams_busy = 0;
+  ASSERT_TRUE(run(2, pairs_).ok());
+  EXPECT_EQ(host_runtime().launches, 190 * 4);
+  EXPECT_EQ(host_runtime().most_streams_busy, 1);
   for (size_t i = 0; i < expected.size(); ++i) {
     ASSERT_EQ(bits_of_float(records_[i]), bits_of_float(expected[i]));
   }
@@ -107,6 +124,9 @@ TEST_F(CudaFailures, ALaunchSaysWhichAndWhere) {
       << line;
   EXPECT_NE(line.find(" : invalid configuration argument.\n"), std::string::npos) << line;
   EXPECT_EQ(status.message(), "GPU 0: a CUDA kernel could not be launched: invalid configuration argument");
+  // What was queued before it is waited for before its memory goes.
+  EXPECT_EQ(host_runtime().streams_left_busy, 0);
+  EXPECT_EQ(host_runtime().allocations_alive, 0u);
 }
 
 TEST_F(CudaFailures, OrdersWhoseCellsCannotBeNumberedAreRefused) {
@@ -148,8 +168,10 @@ TEST_F(CudaRegressionFailures, LittleMemoryMeansMorePasses) {
   const std::vector<ItemFit> expected = fits_;
   host_runtime().free_bytes = 20000;  // half of it is for some thirty pairs of the 190
   host_runtime().launches = 0;
+  EXPECT_EQ(host_runtime().most_streams_busy, 1);
   ASSERT_TRUE(run_regression(data_.problem, rules, &fits_).ok());
   EXPECT_GT(host_runtime().launches, 5);
+  EXPECT_EQ(host_runtime().most_streams_busy, 2);
   for (size_t k = 0; k < expected.size(); ++k) {
     tavo_test::expect_same_fit(expected[k], fits_[k], rules.columns(1));
   }

@@ -64,6 +64,26 @@ std::vector<SearchCandidate> search_in_parts(const Scene& scene, const WorkerSet
   return search(scene, setup, std::vector<SearchFloor>(setup.folds.size()), 0, total, total * 2 / 5 + 3);
 }
 
+// Everything that passes the floors of empty lists, in one range. Before that nothing passes, so that
+// launches have become large.
+std::vector<SearchCandidate> search_after_nothing(const Scene& scene, const WorkerSetupCommand& setup,
+                                                  uint64_t total) {
+  const std::unique_ptr<Device> device = open_device(scene.problem);
+  EXPECT_EQ(device->set_up(setup).message(), "");
+  std::vector<SearchCandidate> candidates;
+  WorkerBatchCommand batch;
+  batch.n_ranks = total;
+  batch.candidates = &candidates;
+  const std::vector<SearchFloor> high(setup.folds.size(), SearchFloor{2.0f, 0});
+  batch.floors = high.data();
+  EXPECT_EQ(device->search_range(batch).message(), "");
+  EXPECT_TRUE(candidates.empty());
+  const std::vector<SearchFloor> low(setup.folds.size());
+  batch.floors = low.data();
+  EXPECT_EQ(device->search_range(batch).message(), "");
+  return candidates;
+}
+
 using ByFold = std::vector<std::map<uint64_t, uint32_t>>;
 
 ByFold by_fold(const std::vector<SearchCandidate>& candidates, size_t n_folds) {
@@ -154,6 +174,8 @@ std::string without_hyphens(const testing::TestParamInfo<std::string>& parameter
 INSTANTIATE_TEST_SUITE_P(Kernels, FusedSearch, testing::Values("popcount", "mma-b1", "mma-u8"),
                          without_hyphens);
 
+class ForcedSearch : public tavo_test::NeedsGpu {};
+
 // Every measure, missing method and tie rule of small problems, some of them for each kernel.
 TEST_P(FusedSearch, FindsTheBitsOfTheRecords) {
   const ForcedKernel forced(GetParam());
@@ -209,6 +231,29 @@ TEST_P(FusedSearch, TakesAnyClassSizes) {
   }
 }
 
+// Sample numbers whose products wrap around at 32 bits: of cases and controls, and for tau-c the square. A
+// SNP tells the classes apart, so that the bound's sums come near the products.
+TEST_F(ForcedSearch, DoesNotTrustABoundBeyond32Bits) {
+  const ForcedKernel forced("popcount");
+  std::mt19937 random(46);
+  struct Size {
+    int cases;
+    int controls;
+    int n_folds;
+    int measure;
+  };
+  for (const Size& size : {Size{60000, 60000, 5, kBalancedAccuracy}, Size{20000, 65000, 7, kTauC}}) {
+    Scene scene(random, size.cases + size.controls, 12, 0.0, size.n_folds, false);
+    for (size_t s = 0; s < scene.data.classes.size(); ++s) {
+      const bool is_case = s < static_cast<size_t>(size.cases);
+      scene.data.classes[s] = is_case ? 1 : 0;
+      scene.words[s] = (scene.words[s] & ~3u) | (is_case ? 2u : random() % 2);
+    }
+    scene.deal({}, size.n_folds);
+    expect_floors(scene, {2, kMissingNone, 1, 0}, std::vector<int>(6, size.measure), 0, random);
+  }
+}
+
 // Every SNP four times: all values come in ties.
 TEST_P(FusedSearch, DecidesTiesByRank) {
   const ForcedKernel forced(GetParam());
@@ -232,25 +277,26 @@ TEST_P(FusedSearch, FindsMoreThanTheBufferHolds) {
   const uint64_t total = comb_count(scene.problem.n_snps, 2).value();
   const std::vector<FoldView> folds = scene.folds.views(0);
   const WorkerSetupCommand setup = search_setup({2, kMissingNone, 1, kBalancedAccuracy}, folds, scene, total);
-  const std::unique_ptr<Device> device = open_device(scene.problem);
-  ASSERT_TRUE(device->set_up(setup).ok());
-  std::vector<SearchCandidate> candidates;
-  WorkerBatchCommand batch;
-  batch.n_ranks = total;
-  batch.candidates = &candidates;
-  // First nothing passes, so that launches become large.
-  const std::vector<SearchFloor> high(folds.size(), SearchFloor{2.0f, 0});
-  batch.floors = high.data();
-  ASSERT_TRUE(device->search_range(batch).ok());
-  EXPECT_TRUE(candidates.empty());
-  const std::vector<SearchFloor> low(folds.size());
-  batch.floors = low.data();
-  ASSERT_TRUE(device->search_range(batch).ok());
+  const std::vector<SearchCandidate> candidates = search_after_nothing(scene, setup, total);
   size_t n = 0;
   for (const auto& fold : by_fold(candidates, folds.size())) {
     n += fold.size();
   }
   EXPECT_EQ(n, total * folds.size());
+}
+
+// More combinations than the list of what passed a bound holds: their exact values are not made from half a
+// list.
+TEST_F(ForcedSearch, FindsMoreThanTheListOfSurvivorsHolds) {
+  const ForcedKernel forced("popcount");
+  std::mt19937 random(47);
+  const Scene scene(random, 40, 740, 0.0, 2, false);
+  const uint64_t total = comb_count(scene.problem.n_snps, 2).value();
+  ASSERT_GT(total, uint64_t{1} << 18);
+  const std::vector<FoldView> folds = scene.folds.views(1);
+  ASSERT_EQ(folds.size(), 1u);
+  const WorkerSetupCommand setup = search_setup({2, kMissingNone, 1, kBalancedAccuracy}, folds, scene, total);
+  EXPECT_EQ(search_after_nothing(scene, setup, total).size(), total);
 }
 
 // More folds than a block's memory holds counts of.
@@ -260,8 +306,6 @@ TEST_P(FusedSearch, LeavesManyFoldsToTheOtherSearch) {
   const Scene scene(random, 300, 9, 0.0, 120, false);
   tavo_test::expect_search(scene, {2, kMissingNone, 1, kBalancedAccuracy}, 0, search_in_parts);
 }
-
-class ForcedSearch : public tavo_test::NeedsGpu {};
 
 TEST_F(ForcedSearch, UnknownNamesAreRefused) {
   const ForcedKernel forced("fastest");
