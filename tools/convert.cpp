@@ -156,9 +156,15 @@ class Conversion {
     if (status.ok() && options_.covar_out) {
       status = covariates_.write(*options_.covar_out, selection_, &covariate_note);
     }
-    for (const auto& writer : writers_) {
-      status = status.ok() ? writer->finish() : status;
+    std::vector<OutputFile*> files;
+    if (options_.covar_out) {
+      files.push_back(&covariates_.file());
     }
+    for (const auto& writer : writers_) {
+      const std::vector<OutputFile*> more = writer->files();
+      files.insert(files.end(), more.begin(), more.end());
+    }
+    status = status.ok() ? commit_together(files) : status;
     if (status.ok()) {
       tell(counts[kMissingGenotype], covariate_note);
     }

@@ -79,5 +79,5 @@ Status CovariateOutput::write(const std::string& path, const Selection& selectio
   *note = path + ": " + std::to_string(columns_.names.size()) + " covariates of " +
           std::to_string(selection.n_samples()) + " samples, " + std::to_string(n_missing) +
           " of them with a missing one";
-  return status.ok() ? file_.commit() : status;
+  return status;
 }
