@@ -223,6 +223,9 @@ TEST(Bed, RefusesWhatIsNotThereOrNoFile) {
   EXPECT_EQ(folder.refusal_of("--bfile p --out p.fam"), "p.fam: --out is the same file as --bfile");
   EXPECT_EQ(folder.refusal_of("--bfile p --out q.bim --make-bed q"),
             "q.bim: --make-bed is the same file as --out");
+  std::filesystem::create_symlink(".", folder / "here");
+  EXPECT_EQ(folder.refusal_of("--bfile p --out here/q.bim --make-bed q"),
+            "q.bim: --make-bed is the same file as --out");
 }
 
 TEST(TavoInput, RefusesEveryShorterFile) {
