@@ -176,7 +176,9 @@ Status OutputFile::keep_older() {
 void OutputFile::take_back() {
   // Where both are names of one file this does nothing, and the second one goes with the object.
   if (!older_.empty()) {
-    std::rename(older_.c_str(), target_.c_str());
+    if (std::rename(older_.c_str(), target_.c_str()) != 0) {
+      older_.clear();  // rather left over than lost
+    }
   } else if (published_) {
     unlink(target_.c_str());
   }
