@@ -57,7 +57,8 @@ class Conversion {
       status = read_input();
     }
     if (status.ok()) {
-      status = index_.build(*source_);
+      status =
+          index_.build(options_.input + (options_.format == InputFormat::kBed ? kFamEnding : ""), *source_);
     }
     if (status.ok()) {
       status = read_phenotypes();
@@ -172,6 +173,12 @@ class Conversion {
   }
 
   void tell(int64_t missing, const std::string& covariate_note) {
+    if (std::string warning = one_class_warning(selection_); !warning.empty()) {
+      // Classes in the 0/1 coding look like missing ones and controls there.
+      const bool from_fam = options_.format == InputFormat::kBed && !options_.pheno;
+      report_.warnings.push_back(
+          warning + (from_fam ? " (in the .fam file 1 is a control, 2 a case; --pheno takes 0/1)" : ""));
+    }
     if (options_.output) {
       notes_.push_back(
           data_set_summary(*options_.output, selection_, missing, layout_name(options_.layout) + " layout"));

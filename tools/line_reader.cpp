@@ -2,10 +2,12 @@
 #include "tools/line_reader.h"
 
 #include <cstring>
+#include <string_view>
 
 namespace {
 
 constexpr size_t kBufferSize = 1 << 17;
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 }  // namespace
 
@@ -57,6 +59,9 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
     return {};
   }
   ++line_number_;
+  if (line_number_ == 1 && line->starts_with(kByteOrderMark)) {
+    line->erase(0, kByteOrderMark.size());
+  }
   if (line->ends_with('\r')) {
     line->pop_back();
   }

@@ -9,15 +9,11 @@
 namespace {
 
 constexpr size_t kIdentifierFields = 2;
-constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 Status choose_columns(const FieldReader& reader, const std::optional<std::vector<std::string>>& wanted,
                       SampleColumns* columns) {
   const std::vector<std::string_view>& header = reader.fields();
-  std::string_view first = header[0];
-  if (first.starts_with(kByteOrderMark)) {
-    first.remove_prefix(kByteOrderMark.size());
-  }
+  const std::string_view first = header[0];
   if ((first != "FID" && first != "#FID") || header.size() < kIdentifierFields || header[1] != "IID") {
     return Status::failure(reader.place() + ": found " + quoted(first) +
                            (header.size() > 1 ? " " + quoted(header[1]) : "") +

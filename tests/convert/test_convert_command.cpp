@@ -127,7 +127,7 @@ TEST(ConvertCommand, ConvertsTheExamples) {
 
 TEST(ConvertCommand, WarnsAndConvertsOnRepeatedNames) {
   const ConvertFolder folder;
-  write_file(folder / "t", "a b a Class\n0 1 2 1\n");
+  write_file(folder / "t", "a b a Class\n0 1 2 1\n0 1 2 0\n");
   const RunResult run = folder.run({"--in", "t", "--out", "g"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.err,

@@ -56,7 +56,28 @@ TEST_F(Phenotype, TheFamColumnIsOneTwo) {
   EXPECT_EQ(folder_.read("g"), file_with({{0, 1}, {3, 0}}));
   folder_.write("p.fam", "F1 I1 0 0 1 NA\nF2 I2 0 0 1 0\nF3 I3 0 0 1 -9\nF4 I4 0 0 1 0\n");
   EXPECT_EQ(folder_.refusal_of("--bfile p --out h"),
-            "no phenotype: 4 samples dropped, 0 left, expected at least one");
+            "no phenotype: 4 samples dropped, 0 left, expected at least one; p.fam: the phenotype is "
+            "the sixth column, 1 control, 2 case; 0, -9 and NA missing");
+  folder_.write("y.txt", "FID IID A\nF8 I1 1\nF9 I2 2\n");
+  EXPECT_EQ(folder_.refusal_of("--bfile p --out h --pheno y.txt"),
+            "no phenotype: 4 samples dropped, 0 left, expected at least one; y.txt: the phenotype is A, 0 "
+            "control, 1 "
+            "case; -9 and NA missing (2 lines match no sample)");
+}
+
+// Cases of the 0/1 coding are controls in a .fam file, and its controls missing.
+TEST_F(Phenotype, OneClassGivesAWarning) {
+  folder_.write("p.fam", "F1 I1 0 0 1 1\nF2 I2 0 0 1 0\nF3 I3 0 0 1 1\nF4 I4 0 0 1 0\n");
+  EXPECT_EQ(
+      folder_.run_line("--bfile p --out g").err,
+      "tavo-convert: warning: all 2 samples are controls; a search needs cases, too (in the .fam file 1 is "
+      "a control, 2 a case; --pheno takes 0/1)\n");
+  folder_.write("y.txt", "FID IID A\nF1 I1 1\nF2 I2 2\nF3 I3 2\n");
+  folder_.write("k", "F2 I2\nF3 I3\n");
+  EXPECT_EQ(folder_.run_line("--bfile p --out g --pheno y.txt --keep k").err,
+            "tavo-convert: warning: all 2 samples are cases; a search needs controls, too\n");
+  EXPECT_EQ(folder_.run_line("--bfile p --out g --pheno y.txt").err, "");
+  EXPECT_EQ(folder_.run_line("--bfile p --out g --pheno y.txt --keep k --quantitative").err, "");
 }
 
 TEST_F(Phenotype, TheValuesTellTheCoding) {
