@@ -4,6 +4,8 @@
 #include <cstring>
 #include <string_view>
 
+#include "util/stop_signal.h"
+
 namespace {
 
 constexpr size_t kBufferSize = 1 << 17;
@@ -24,6 +26,10 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
     if (begin_ == end_) {
       begin_ = 0;
       Status status = source_.read(buffer_.data(), buffer_.size(), &end_);
+      if (stop_signal() != 0) {
+        end_ = 0;
+        return stopped(stop_signal());
+      }
       if (!status.ok()) {
         end_ = 0;
         return line_number_ == 0

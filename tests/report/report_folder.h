@@ -25,6 +25,10 @@ class ReportFolder {
   void regress(const std::string& kind, const Words& more = {}) const;
 
   RunResult report(const Words& words) const;
+  // While it reads from `pipe`, into which `begun` goes and whose end does not come: a signal, as soon as a
+  // file whose name begins with `file` is there.
+  RunResult interrupted_report(const Words& words, const std::string& begun, const std::string& file,
+                               int signal) const;
   // By a tavo-report that was built without the plotting library.
   RunResult report_without_pages(const Words& words) const;
   // The JSON of a report on `input`; `more` follows.
@@ -35,6 +39,8 @@ class ReportFolder {
   std::filesystem::path path(const std::string& name) const { return dir_ / name; }
   std::string read(const std::string& name) const { return read_file(path(name)); }
   void write(const std::string& name, const std::string& text) const { write_file(path(name), text); }
+  // The names of the files, sorted.
+  Words names() const;
   bool exists(const std::string& name) const { return std::filesystem::exists(path(name)); }
 
   const GenotypeData& data() const { return data_; }
