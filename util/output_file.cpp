@@ -109,7 +109,9 @@ Status OutputFile::open_temporary() {
     close(descriptor);
     return failure("create");
   }
-  std::setvbuf(stream_, nullptr, _IOFBF, kBufferSize);
+  // The library takes the size only together with a buffer.
+  buffer_.resize(kBufferSize);
+  std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size());
   return {};
 }
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "util/status.h"
 
@@ -62,6 +63,7 @@ class OutputFile {
   Status publish();
   void take_back();
 
+  std::vector<char> buffer_;  // of the stream
   std::FILE* stream_ = nullptr;
   std::string path_;       // as given, for messages
   std::string target_;     // behind symbolic links
