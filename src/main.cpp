@@ -54,7 +54,7 @@ int run(int argc, char** argv) {
     return *status != 0 ? *status : status_of_output("");
   }
   // Whoever reads standard output may leave: the result file is written all the same.
-  ignore_broken_pipes();
+  ignore_write_signals();
   RunArguments arguments;
   if (const std::optional<int> status = scan_arguments(argc, argv, &arguments)) {
     return *status;
