@@ -65,8 +65,6 @@ class Conversion {
     }
     if (status.ok() && options_.covar) {
       status = covariates_.read(*options_.covar, options_.covar_names, *source_, index_);
-      report_.warnings.insert(report_.warnings.end(), covariates_.warnings().begin(),
-                              covariates_.warnings().end());
     }
     if (status.ok()) {
       status = select();
@@ -74,6 +72,8 @@ class Conversion {
     if (status.ok()) {
       status = write();
     }
+    report_.warnings.insert(report_.warnings.end(), covariates_.warnings().begin(),
+                            covariates_.warnings().end());
     return status;
   }
 

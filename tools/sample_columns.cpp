@@ -49,6 +49,10 @@ Status choose_columns(const FieldReader& reader, const std::optional<std::vector
 
 }  // namespace
 
+std::string SampleColumns::unknown_text() const {
+  return unknown_lines == 0 ? "" : " (" + std::to_string(unknown_lines) + " lines match no sample)";
+}
+
 std::string SampleColumns::place(size_t sample, size_t column) const {
   return field_place(path, lines[sample], fields[column], names[column]);
 }

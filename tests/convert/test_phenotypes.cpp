@@ -164,15 +164,23 @@ TEST_F(Phenotype, CovariatesComeInTheOrderOfTheSamples) {
   folder_.write("c.txt",
                 "FID IID age dose sex\nF4 I4 40 0.25 1\nF9 I9 tall x y\nF1 I1 10 NA 2\nF2 I2 20 1e-3 1\n");
   const std::string run = "--bfile p --out g --covar c.txt --covar-out cov ";
-  EXPECT_TRUE(
-      folder_.output_of(run).ends_with("\ncov: 3 covariates of 4 samples, 2 of them with a missing one\n"));
+  EXPECT_TRUE(folder_.output_of(run).ends_with(
+      "\ncov: 3 covariates of 4 samples, 2 of them with a missing one (1 lines match no sample)\n"));
   EXPECT_EQ(folder_.read("cov"),
             "FID\tIID\tage\tdose\tsex\nF1\tI1\t10\tNA\t2\nF2\tI2\t20\t1e-3\t1\nF3\tI3\tNA\tNA\tNA\n"
             "F4\tI4\t40\t0.25\t1\n");
   folder_.write("k.txt", "F4 I4\nF2 I2\n");
-  EXPECT_TRUE(folder_.output_of(run + "--covar-name sex,age --keep k.txt")
-                  .ends_with("\ncov: 2 covariates of 2 samples, 0 of them with a missing one\n"));
+  EXPECT_TRUE(
+      folder_.output_of(run + "--covar-name sex,age --keep k.txt")
+          .ends_with(
+              "\ncov: 2 covariates of 2 samples, 0 of them with a missing one (1 lines match no sample)\n"));
   EXPECT_EQ(folder_.read("cov"), "FID\tIID\tsex\tage\nF2\tI2\t1\t20\nF4\tI4\t1\t40\n");
+  // Other family identifiers.
+  folder_.write("c.txt", "FID IID age\n1 I1 10\n2 I2 20\n");
+  const RunResult nobody = folder_.run_line(run);
+  EXPECT_TRUE(nobody.out.ends_with("4 of them with a missing one (2 lines match no sample)\n")) << nobody.out;
+  EXPECT_EQ(nobody.err,
+            "tavo-convert: warning: cov: every sample lacks a covariate; a regression has nobody left\n");
 }
 
 TEST_F(Phenotype, RefusesCovariatesThatAreNoNumbers) {
@@ -186,7 +194,7 @@ TEST_F(Phenotype, RefusesCovariatesThatAreNoNumbers) {
   folder_.write("c.txt", "FID IID a b c d e f g h i j k\n");
   EXPECT_EQ(folder_.refusal_of(run),
             "c.txt: 11 covariates, expected at most 10; --covar-name takes some of them");
-  folder_.write("c.txt", "FID IID a b c d e f g h\n");
+  folder_.write("c.txt", "FID IID a b c d e f g h\nF1 I1 1 2 3 4 5 6 7 8\n");
   EXPECT_EQ(folder_.run_line(run).err,
             "tavo-convert: warning: c.txt: 8 covariates, a regression takes at most 7\n");
 }
