@@ -25,7 +25,9 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
   for (;;) {
     if (begin_ == end_) {
       begin_ = 0;
-      Status status = source_.read(buffer_.data(), buffer_.size(), &end_);
+      end_ = 0;
+      // A read may wait for long; a signal interrupts it.
+      Status status = stop_signal() != 0 ? Status() : source_.read(buffer_.data(), buffer_.size(), &end_);
       if (stop_signal() != 0) {
         end_ = 0;
         return stopped(stop_signal());

@@ -50,19 +50,21 @@ RunResult ReportFolder::report(const Words& words) const {
   return run_program(TAVO_REPORT_PROGRAM, words, dir_.path());
 }
 
-RunResult ReportFolder::interrupted_report(const Words& words, const std::string& begun,
-                                           const std::string& file, int signal) const {
+RunResult ReportFolder::interrupted_report(const Words& words, const std::string& begun, int signal) const {
   write("begun", begun);
   EXPECT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
   std::string command = TAVO_REPORT_PROGRAM;
   for (const std::string& word : words) {
     command += " " + word;
   }
+  // Half a second after the last bytes went into the pipe the program waits for more.
   const RunResult result = interrupt_program(
-      "/bin/sh", {"-c", "(exec > pipe; cat begun; exec sleep 60) & echo $! > sleeper; exec " + command},
-      dir_.path(), file, signal);
+      "/bin/sh",
+      {"-c", "(exec > pipe; cat begun; sleep 0.5; echo > ready; exec sleep 20) & echo $! > sleeper; exec " +
+                 command},
+      dir_.path(), "ready", signal);
   kill(std::stoi(read("sleeper")), SIGKILL);
-  for (const std::string name : {"begun", "pipe", "sleeper"}) {
+  for (const std::string name : {"begun", "pipe", "ready", "sleeper"}) {
     std::filesystem::remove(path(name));
   }
   return result;

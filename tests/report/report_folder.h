@@ -25,10 +25,8 @@ class ReportFolder {
   void regress(const std::string& kind, const Words& more = {}) const;
 
   RunResult report(const Words& words) const;
-  // While it reads from `pipe`, into which `begun` goes and whose end does not come: a signal, as soon as a
-  // file whose name begins with `file` is there.
-  RunResult interrupted_report(const Words& words, const std::string& begun, const std::string& file,
-                               int signal) const;
+  // A signal while it waits for the end of `pipe`, into which `begun` went.
+  RunResult interrupted_report(const Words& words, const std::string& begun, int signal) const;
   // By a tavo-report that was built without the plotting library.
   RunResult report_without_pages(const Words& words) const;
   // The JSON of a report on `input`; `more` follows.

@@ -232,8 +232,8 @@ TEST_F(ReportRefusals, ASignalLeavesNothingBehind) {
     begun += rows;
   }
   for (const int signal : {SIGINT, SIGTERM}) {
-    const RunResult run = folder_.interrupted_report({"--in", "pipe", "--format", "json", "--out", "x.json"},
-                                                     begun, "x.json.tmp", signal);
+    const RunResult run =
+        folder_.interrupted_report({"--in", "pipe", "--format", "json", "--out", "x.json"}, begun, signal);
     EXPECT_EQ(run.status, 128 + signal);
     EXPECT_EQ(run.err, std::string("tavo-report: interrupted by ") +
                            (signal == SIGINT ? "SIGINT" : "SIGTERM") + "; no result was written\n");
