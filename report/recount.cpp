@@ -13,6 +13,7 @@
 #include "lib/packed_genotypes.h"
 #include "tools/quoted.h"
 #include "tools/tavo_source.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -59,7 +60,7 @@ class Recount {
   Status read_rows(int64_t first, int64_t* count) {
     *count = std::min<int64_t>(kGenotypesPerWord, source_.variants().size() - first);
     rows_.resize(static_cast<size_t>(*count * packed_words(source_.n_samples())));
-    return source_.read(first, *count, rows_.data());
+    return stop_signal() != 0 ? stopped(stop_signal()) : source_.read(first, *count, rows_.data());
   }
 
   // The analysed samples, cases first: all, or those without a missing genotype.

@@ -13,6 +13,7 @@
 #include "tools/option_words.h"
 #include "tools/quoted.h"
 #include "util/output_file.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -213,7 +214,9 @@ const char* const kReportUsage =
     "  tavo-report --in result.csv --genotypes data.tavo --out result.html\n"
     "  tavo-report --in logistic.tsv --map study.bim --title \"Study, logistic\" --out logistic.html\n"
     "  tavo-report --in result.tsv --format json | python3 -m json.tool\n\n"
-    "Status: 0 done; 1 the input is refused or the output cannot be written; 2 wrong usage.\n";
+    "Status: 0 done; 1 the input is refused or the output cannot be written; 2 wrong usage; 128 + signal "
+    "when\n"
+    "stopped.\n";
 
 Status parse_report_options(const std::vector<std::string>& words, ReportOptions* options) {
   std::optional<std::string> input;
@@ -273,6 +276,9 @@ Status make_report(const ReportOptions& options, std::vector<std::string>* warni
     data();
   } else {
     write_page(options.title.value_or(std::filesystem::path(options.input).filename().string()), data, take);
+  }
+  if (status.ok() && stop_signal() != 0) {
+    status = stopped(stop_signal());
   }
   return status.ok() ? output.close() : status;
 }

@@ -5,6 +5,7 @@
 #include "report/page_parts.h"
 #include "report/report.h"
 #include "tools/program.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ int run_command(const std::vector<std::string>& words) {
   if (const Status usage = parse_report_options(words, &options); !usage.ok()) {
     return wrong_usage(kProgram, usage);
   }
+  catch_stop_signals();
   std::vector<std::string> warnings;
   const Status status = make_report(options, &warnings);
   return finish_command(kProgram, status, warnings, "");

@@ -2,6 +2,7 @@
 #include "src/corners.h"
 
 #include <algorithm>
+#include <span>
 #include <string>
 
 #include "lib/mdr.h"
@@ -13,24 +14,42 @@ namespace {
 // Products of counts are taken in 32 bits.
 constexpr int64_t kLargestProduct = 2147483647;
 
-// Options that were given, but that a regression does not look at.
+struct OptionUse {
+  bool unused;  // it was given, but the run does not look at it
+  const char* name;
+};
+
+std::string unused_names(std::span<const OptionUse> options) {
+  std::string names;
+  for (const OptionUse& option : options) {
+    if (option.unused) {
+      names += (names.empty() ? "" : ", ") + std::string(option.name);
+    }
+  }
+  return names;
+}
+
+std::string unused_by_search(const RunSettings& settings) {
+  const OptionUse options[] = {
+      {settings.seed && settings.mode >= 2, "--seed"},
+      {settings.seed && settings.mode < 2 && settings.shuffling == 0, "--seed without --shuffling"},
+      {g_logisIter != -1, "--iter"},
+  };
+  return unused_names(options);
+}
+
 std::string unused_by_regression(const RunSettings& settings) {
-  const std::pair<bool, const char*> options[] = {
+  const OptionUse options[] = {
       {g_selidx != -1, "--measure"},
       {g_misidx != -1, "--missing"},
       {g_tieidx != -1, "--tie"},
       {g_shuidx != -1, "--shuffling"},
       {settings.mode != 1, "--mode"},
       {szScore[0] != '\0', "--score"},
+      {settings.seed.has_value(), "--seed"},
       {g_topidx != -1 && g_regression == kLinearRegression, "--top"},
   };
-  std::string names;
-  for (const auto& [given, name] : options) {
-    if (given) {
-      names += (names.empty() ? "" : ", ") + std::string(name);
-    }
-  }
-  return names;
+  return unused_names(options);
 }
 
 void give_regression_option_notices(const RunSettings& settings) {
@@ -60,6 +79,9 @@ void give_option_notices(const RunSettings& settings, const MdrReader& reader) {
   if (g_regression != kNoRegression) {
     give_regression_option_notices(settings);
     return;
+  }
+  if (const std::string names = unused_by_search(settings); !names.empty()) {
+    notice("a search has no use for %s", names.c_str());
   }
   const int lowest = settings.minimum_order_minus_1 + 1;
   if (lowest > settings.maximum_order) {

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The entry point: options, device, driver, exit status.
+#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -36,12 +37,24 @@ Backend* query_device(const RunArguments& arguments) {
   return backend;
 }
 
+// The exit status of a program that did what it was asked for and has printed its last line: 1 when standard
+// output did not take all of it. Whoever reads a pipe may leave, though.
+int status_of_output(const char* rest_of_notice) {
+  errno = 0;
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
+    return 0;
+  }
+  const bool reader_left = errno == EPIPE;
+  notice("standard output could not be written to its end%s", rest_of_notice);
+  return reader_left ? 0 : 1;
+}
+
 int run(int argc, char** argv) {
   if (const std::optional<int> status = answer_question(argc, argv)) {
-    return *status;
+    return *status != 0 ? *status : status_of_output("");
   }
   // Whoever reads standard output may leave: the result file is written all the same.
-  ignore_broken_pipes();
+  ignore_write_signals();
   RunArguments arguments;
   if (const std::optional<int> status = scan_arguments(argc, argv, &arguments)) {
     return *status;
@@ -92,10 +105,7 @@ int run(int argc, char** argv) {
   }
   // Also after a file that could not be opened: the driver has said so.
   std::puts("------------------\n## tavo complete\n------------------");
-  if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-    notice("standard output could not be written to its end; that says nothing about the result file");
-  }
-  return 0;
+  return status_of_output("; that says nothing about the result file");
 }
 
 }  // namespace

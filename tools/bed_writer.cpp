@@ -51,14 +51,9 @@ class BedWriter : public GenotypeWriter {
     return status;
   }
 
-  // The .bed file last: what lies there before it is complete is an older set or nothing to work with.
-  Status finish() override {
-    Status status = fam_.commit();
-    if (status.ok()) {
-      status = bim_.commit();
-    }
-    return status.ok() ? bed_.commit() : status;
-  }
+  // The .bed file last: what lies there while the others get their names is an older set or nothing to work
+  // with.
+  std::vector<OutputFile*> files() override { return {&fam_, &bim_, &bed_}; }
 
  private:
   // A case is 2 and a control 1; nine digits read back to the same float.

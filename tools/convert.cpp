@@ -57,15 +57,14 @@ class Conversion {
       status = read_input();
     }
     if (status.ok()) {
-      status = index_.build(*source_);
+      status =
+          index_.build(options_.input + (options_.format == InputFormat::kBed ? kFamEnding : ""), *source_);
     }
     if (status.ok()) {
       status = read_phenotypes();
     }
     if (status.ok() && options_.covar) {
       status = covariates_.read(*options_.covar, options_.covar_names, *source_, index_);
-      report_.warnings.insert(report_.warnings.end(), covariates_.warnings().begin(),
-                              covariates_.warnings().end());
     }
     if (status.ok()) {
       status = select();
@@ -73,6 +72,8 @@ class Conversion {
     if (status.ok()) {
       status = write();
     }
+    report_.warnings.insert(report_.warnings.end(), covariates_.warnings().begin(),
+                            covariates_.warnings().end());
     return status;
   }
 
@@ -156,9 +157,15 @@ class Conversion {
     if (status.ok() && options_.covar_out) {
       status = covariates_.write(*options_.covar_out, selection_, &covariate_note);
     }
-    for (const auto& writer : writers_) {
-      status = status.ok() ? writer->finish() : status;
+    std::vector<OutputFile*> files;
+    if (options_.covar_out) {
+      files.push_back(&covariates_.file());
     }
+    for (const auto& writer : writers_) {
+      const std::vector<OutputFile*> more = writer->files();
+      files.insert(files.end(), more.begin(), more.end());
+    }
+    status = status.ok() ? commit_together(files) : status;
     if (status.ok()) {
       tell(counts[kMissingGenotype], covariate_note);
     }
@@ -166,6 +173,12 @@ class Conversion {
   }
 
   void tell(int64_t missing, const std::string& covariate_note) {
+    if (std::string warning = one_class_warning(selection_); !warning.empty()) {
+      // Classes in the 0/1 coding look like missing ones and controls there.
+      const bool from_fam = options_.format == InputFormat::kBed && !options_.pheno;
+      report_.warnings.push_back(
+          warning + (from_fam ? " (in the .fam file 1 is a control, 2 a case; --pheno takes 0/1)" : ""));
+    }
     if (options_.output) {
       notes_.push_back(
           data_set_summary(*options_.output, selection_, missing, layout_name(options_.layout) + " layout"));

@@ -16,8 +16,7 @@ struct ConvertReport {
   std::vector<std::string> warnings;
 };
 
-// Makes the files. Gives up when `stop` becomes non-zero. After a failure no target has changed, unless one
-// of several could not be given its name when all were complete.
+// Makes the files. Gives up when `stop` becomes non-zero. After a failure no target has changed.
 Status convert(const ConvertOptions& options, const StopFlag& stop, ConvertReport* report);
 
 // Says what a genotype file holds.

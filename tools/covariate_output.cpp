@@ -78,6 +78,9 @@ Status CovariateOutput::write(const std::string& path, const Selection& selectio
   }
   *note = path + ": " + std::to_string(columns_.names.size()) + " covariates of " +
           std::to_string(selection.n_samples()) + " samples, " + std::to_string(n_missing) +
-          " of them with a missing one";
-  return status.ok() ? file_.commit() : status;
+          " of them with a missing one" + columns_.unknown_text();
+  if (n_missing == selection.n_samples()) {
+    warnings_.push_back(path + ": every sample lacks a covariate; a regression has nobody left");
+  }
+  return status;
 }

@@ -22,8 +22,11 @@ class CovariateOutput {
   Status read(const std::string& path, const std::optional<std::vector<std::string>>& names,
               const GenotypeSource& source, const SampleIndex& index);
 
-  // Writes the lines of the selected samples and completes the file. note: what was written, a line.
+  // Writes the lines of the selected samples. note: what was written, a line.
   Status write(const std::string& path, const Selection& selection, std::string* note);
+
+  // To be committed when the lines are written.
+  OutputFile& file() { return file_; }
 
   // What is odd but not refused, a line each.
   const std::vector<std::string>& warnings() const { return warnings_; }

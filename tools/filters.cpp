@@ -92,9 +92,11 @@ class Filters {
                        : status;
   }
 
+  // Where nobody is left, what is known about the phenotypes says why.
   Status by_phenotype() {
-    return narrow(&selection_.samples, "samples", "no phenotype", false,
-                  [&](uint32_t i) { return selection_.phenotypes->present[i] != 0; });
+    const Status status = narrow(&selection_.samples, "samples", "no phenotype", false,
+                                 [&](uint32_t i) { return selection_.phenotypes->present[i] != 0; });
+    return status.ok() ? status : Status::failure(status.message() + "; " + selection_.phenotypes->note);
   }
 
   Status by_variant_list(const char* option, const std::string& path, bool keeps) {

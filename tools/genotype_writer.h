@@ -6,14 +6,15 @@
 //   writer->open();                          before the work, so that a target that cannot be written shows
 //   writer->begin(selection);
 //   for each block: writer->add(rows, count);
-//   writer->finish();
+//   commit_together(writer->files());       perhaps with other files
 //
-// A file appears under its name only when finish succeeds.
+// A file appears under its name only when it is committed.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "lib/genotype_file.h"
 #include "tools/selection.h"
@@ -34,8 +35,8 @@ class GenotypeWriter {
   // multiple of 16 but for the last call.
   virtual Status add(const uint32_t* rows, int64_t count) = 0;
 
-  // Completes the files, after n_variants rows.
-  virtual Status finish() = 0;
+  // The files, to be committed together after n_variants rows.
+  virtual std::vector<OutputFile*> files() = 0;
 };
 
 // A genotype file. The transposed layout has one byte for a class: quantitative phenotypes are refused.

@@ -2,10 +2,14 @@
 #include "tools/line_reader.h"
 
 #include <cstring>
+#include <string_view>
+
+#include "util/stop_signal.h"
 
 namespace {
 
 constexpr size_t kBufferSize = 1 << 17;
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 }  // namespace
 
@@ -21,7 +25,13 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
   for (;;) {
     if (begin_ == end_) {
       begin_ = 0;
-      Status status = source_.read(buffer_.data(), buffer_.size(), &end_);
+      end_ = 0;
+      // A read may wait for long; a signal interrupts it.
+      Status status = stop_signal() != 0 ? Status() : source_.read(buffer_.data(), buffer_.size(), &end_);
+      if (stop_signal() != 0) {
+        end_ = 0;
+        return stopped(stop_signal());
+      }
       if (!status.ok()) {
         end_ = 0;
         return line_number_ == 0
@@ -57,6 +67,9 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
     return {};
   }
   ++line_number_;
+  if (line_number_ == 1 && line->starts_with(kByteOrderMark)) {
+    line->erase(0, kByteOrderMark.size());
+  }
   if (line->ends_with('\r')) {
     line->pop_back();
   }

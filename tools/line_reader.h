@@ -21,7 +21,7 @@ class LineReader {
 
   // Reads the next line into *line, without its end. At most `limit` bytes of it: memory is bounded also when
   // a file has no line ends. After kTooLong nothing more can be read. The failures are those of ByteSource,
-  // with the place.
+  // with the place, and that of a program that a signal asks to stop.
   Status next(size_t limit, std::string* line, LineState* state);
 
   // The number of the line read last, from 1; 0 before the first.

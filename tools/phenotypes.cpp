@@ -151,9 +151,7 @@ Status file_phenotypes(const std::string& path, const std::optional<std::string>
       [&columns](size_t i) { return columns.lines[i] == 0 ? nullptr : &columns.value(i, 0); },
       [&columns](size_t i) { return columns.place(i, 0); }};
   phenotypes->note = path + ": the phenotype is " + escaped(columns.names[0]) + ", ";
-  const std::string unknown = columns.unknown_lines == 0
-                                  ? ""
-                                  : " (" + std::to_string(columns.unknown_lines) + " lines match no sample)";
+  const std::string unknown = columns.unknown_text();
   if (quantitative) {
     phenotypes->note += "a number; -9 and NA missing" + unknown;
     return read_numbers(texts, phenotypes);

@@ -50,7 +50,7 @@ std::string version_text(const char* program) {
 
 int run_program(const char* program, int argc, char** argv,
                 int (*command)(const std::vector<std::string>& words)) {
-  ignore_broken_pipes();
+  ignore_write_signals();
   try {
     return command(std::vector<std::string>(argv + (argc > 0 ? 1 : 0), argv + argc));
   } catch (const std::bad_alloc&) {

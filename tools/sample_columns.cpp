@@ -9,15 +9,11 @@
 namespace {
 
 constexpr size_t kIdentifierFields = 2;
-constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 Status choose_columns(const FieldReader& reader, const std::optional<std::vector<std::string>>& wanted,
                       SampleColumns* columns) {
   const std::vector<std::string_view>& header = reader.fields();
-  std::string_view first = header[0];
-  if (first.starts_with(kByteOrderMark)) {
-    first.remove_prefix(kByteOrderMark.size());
-  }
+  const std::string_view first = header[0];
   if ((first != "FID" && first != "#FID") || header.size() < kIdentifierFields || header[1] != "IID") {
     return Status::failure(reader.place() + ": found " + quoted(first) +
                            (header.size() > 1 ? " " + quoted(header[1]) : "") +
@@ -52,6 +48,10 @@ Status choose_columns(const FieldReader& reader, const std::optional<std::vector
 }
 
 }  // namespace
+
+std::string SampleColumns::unknown_text() const {
+  return unknown_lines == 0 ? "" : " (" + std::to_string(unknown_lines) + " lines match no sample)";
+}
 
 std::string SampleColumns::place(size_t sample, size_t column) const {
   return field_place(path, lines[sample], fields[column], names[column]);

@@ -23,6 +23,9 @@ struct SampleColumns {
     return values[sample * names.size() + column];
   }
 
+  // " (N lines match no sample)", or empty when all do.
+  std::string unknown_text() const;
+
   // "FILE: line L, field F (NAME)".
   std::string place(size_t sample, size_t column) const;
 };

@@ -3,7 +3,7 @@
 
 #include "tools/quoted.h"
 
-Status SampleIndex::build(const GenotypeSource& source) {
+Status SampleIndex::build(const std::string& path, const GenotypeSource& source) {
   samples_ = &source.samples();
   has_family_ids_ = source.has_family_ids();
   for (size_t i = 0; i < samples_->size(); ++i) {
@@ -11,8 +11,9 @@ Status SampleIndex::build(const GenotypeSource& source) {
     std::vector<size_t>& same = by_iid_[sample.iid];
     for (const size_t other : same) {
       if ((*samples_)[other].fid == sample.fid) {
-        return Status::failure("samples " + std::to_string(other + 1) + " and " + std::to_string(i + 1) +
-                               " have the same identifiers " + quoted(sample.fid) + " " + quoted(sample.iid));
+        return Status::failure(path + ": samples " + std::to_string(other + 1) + " and " +
+                               std::to_string(i + 1) + " have the same identifiers " + quoted(sample.fid) +
+                               " " + quoted(sample.iid));
       }
     }
     same.push_back(i);

@@ -3,6 +3,7 @@
 // Finds samples by the identifiers of other files.
 #pragma once
 
+#include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
@@ -15,7 +16,8 @@ class SampleIndex {
   static constexpr size_t kNone = static_cast<size_t>(-1);
 
   // The samples must outlive the index and not change. Two samples with the same FID and IID are refused.
-  Status build(const GenotypeSource& source);
+  // path: the file that names them, for the message.
+  Status build(const std::string& path, const GenotypeSource& source);
 
   // The sample, or kNone. Where FIDs mean nothing, 0 and the IID itself stand for any.
   size_t find(std::string_view fid, std::string_view iid) const;

@@ -157,15 +157,18 @@ Status simulate(const SimulateOptions& options, const StopFlag& stop, SimulateRe
   if (status.ok() && options.truth) {
     status = write_truth(plan, &truth);
   }
-  if (status.ok() && options.covar_out) {
-    status = covariates.commit();
+  std::vector<OutputFile*> files;
+  if (options.covar_out) {
+    files.push_back(&covariates);
   }
-  if (status.ok() && options.truth) {
-    status = truth.commit();
+  if (options.truth) {
+    files.push_back(&truth);
   }
   for (const auto& writer : writers) {
-    status = status.ok() ? writer->finish() : status;
+    const std::vector<OutputFile*> more = writer->files();
+    files.insert(files.end(), more.begin(), more.end());
   }
+  status = status.ok() ? commit_together(files) : status;
   if (!status.ok()) {
     return status;
   }

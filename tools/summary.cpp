@@ -7,12 +7,17 @@
 
 namespace {
 
+int64_t count_cases(const Selection& selection) {
+  int64_t cases = 0;
+  for (int64_t i = 0; i < selection.n_samples(); ++i) {
+    cases += selection.phenotype_word(i);
+  }
+  return cases;
+}
+
 std::string phenotype_summary(const Selection& selection) {
   if (!selection.phenotypes->quantitative) {
-    int64_t cases = 0;
-    for (int64_t i = 0; i < selection.n_samples(); ++i) {
-      cases += selection.phenotype_word(i);
-    }
+    const int64_t cases = count_cases(selection);
     return std::to_string(cases) + " cases, " + std::to_string(selection.n_samples() - cases) + " controls";
   }
   double sum = 0.0;
@@ -42,4 +47,15 @@ std::string data_set_summary(const std::string& target, const Selection& selecti
   return target + ": " + std::to_string(selection.n_samples()) + " samples (" + phenotype_summary(selection) +
          "), " + std::to_string(selection.n_variants()) + " SNPs, " + std::to_string(missing) +
          " missing genotypes (" + share + "), " + format;
+}
+
+std::string one_class_warning(const Selection& selection) {
+  if (selection.phenotypes->quantitative) {
+    return "";
+  }
+  const int64_t cases = count_cases(selection);
+  const std::string all = "all " + std::to_string(selection.n_samples()) + " samples are ";
+  return cases == 0                       ? all + "controls; a search needs cases, too"
+         : cases == selection.n_samples() ? all + "cases; a search needs controls, too"
+                                          : "";
 }

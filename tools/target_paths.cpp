@@ -17,12 +17,27 @@ void add_bed_paths(std::vector<NamedPath>* paths, const char* option, const std:
   }
 }
 
+namespace {
+
+// Also for files that are not there yet, and that links lead to.
+bool are_the_same(const std::string& a, const std::string& b) {
+  std::error_code error;
+  if (a == b || std::filesystem::equivalent(a, b, error)) {
+    return true;
+  }
+  const auto real = [&error](const std::string& path) {
+    return std::filesystem::weakly_canonical(std::filesystem::absolute(path), error);
+  };
+  return real(a) == real(b) && !error;
+}
+
+}  // namespace
+
 Status check_target_paths(const std::vector<NamedPath>& inputs, const std::vector<NamedPath>& outputs) {
   std::vector<NamedPath> others = inputs;
   for (const NamedPath& output : outputs) {
     for (const NamedPath& other : others) {
-      std::error_code not_there;
-      if (output.path == other.path || std::filesystem::equivalent(output.path, other.path, not_there)) {
+      if (are_the_same(output.path, other.path)) {
         return Status::failure(output.path + ": " + output.option + " is the same file as " + other.option);
       }
     }

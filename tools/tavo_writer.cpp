@@ -45,7 +45,7 @@ class TavoWriter : public GenotypeWriter {
     return status.ok() ? put_classes() : status;
   }
 
-  Status finish() override { return file_.commit(); }
+  std::vector<OutputFile*> files() override { return {&file_}; }
 
  protected:
   virtual Layout layout() const = 0;

@@ -18,7 +18,6 @@ constexpr size_t kMostColumns = size_t{1} << 24;
 // Bytes of a row: room for every field, its separator and blanks for alignment. A longer row holds a mistake.
 constexpr size_t kRowBytesPerField = 32;
 
-constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 constexpr std::string_view kMissingTexts[] = {"NA", "-9", "-1", ""};
 constexpr int kNoGenotype = -1;
 
@@ -59,16 +58,12 @@ Status TextTable::open(const std::string& path, const std::string& class_name) {
     return Status::failure(path_ + ": line 1: longer than " + std::to_string(kLongestHeader) +
                            " bytes, expected a header line of SNP names");
   }
-  std::string_view header = line_;
-  if (header.starts_with(kByteOrderMark)) {
-    header.remove_prefix(kByteOrderMark.size());
-  }
-  if (state == LineState::kEnd || without_leading_blanks(header).empty()) {
+  if (state == LineState::kEnd || without_leading_blanks(line_).empty()) {
     return Status::failure(path_ +
                            ": line 1: empty, expected a header line of SNP names and the class column " +
                            quoted(class_name_));
   }
-  return read_header(header);
+  return read_header(line_);
 }
 
 Status TextTable::read_header(std::string_view line) {

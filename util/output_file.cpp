@@ -16,6 +16,7 @@ namespace {
 constexpr size_t kBufferSize = 1 << 18;
 constexpr mode_t kNewFileMode = 0666;  // less the user's mask
 constexpr int kMostNames = 100;
+constexpr const char* kOlderEnding = ".old";
 
 // The descriptor of standard output or standard error when it leads to this file, else -1.
 int standard_stream_of(const struct stat& file) {
@@ -34,8 +35,10 @@ OutputFile::~OutputFile() {
   if (stream_ != nullptr) {
     std::fclose(stream_);
   }
-  if (!temporary_.empty()) {
-    unlink(temporary_.c_str());
+  for (const std::string& name : {temporary_, older_}) {
+    if (!name.empty()) {
+      unlink(name.c_str());
+    }
   }
 }
 
@@ -106,7 +109,9 @@ Status OutputFile::open_temporary() {
     close(descriptor);
     return failure("create");
   }
-  std::setvbuf(stream_, nullptr, _IOFBF, kBufferSize);
+  // The library takes the size only together with a buffer.
+  buffer_.resize(kBufferSize);
+  std::setvbuf(stream_, buffer_.data(), _IOFBF, buffer_.size());
   return {};
 }
 
@@ -137,19 +142,71 @@ Status OutputFile::patch(int64_t offset, const void* bytes, size_t size) {
   return write(bytes, size);
 }
 
-Status OutputFile::commit() {
+Status OutputFile::complete() {
   // A pipe cannot be synced, and what is written directly has no older file to protect.
   if (std::fflush(stream_) != 0 || (!temporary_.empty() && fsync(fileno(stream_)) != 0)) {
     return failure("write");
   }
   std::FILE* stream = stream_;
   stream_ = nullptr;
-  if (std::fclose(stream) != 0) {
-    return failure("write");
-  }
+  return std::fclose(stream) == 0 ? Status() : failure("write");
+}
+
+Status OutputFile::publish() {
   if (!temporary_.empty() && std::rename(temporary_.c_str(), target_.c_str()) != 0) {
     return failure("rename the complete file to");
   }
+  published_ = !temporary_.empty();
   temporary_.clear();
   return {};
+}
+
+Status OutputFile::keep_older() {
+  struct stat info {};
+  if (temporary_.empty() || stat(target_.c_str(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    return {};
+  }
+  // A second name; where the file system has none, or forbids it, the file moves away.
+  older_ = temporary_ + kOlderEnding;
+  if (link(target_.c_str(), older_.c_str()) != 0 && std::rename(target_.c_str(), older_.c_str()) != 0) {
+    older_.clear();
+    return failure("replace");
+  }
+  return {};
+}
+
+void OutputFile::take_back() {
+  // Where both are names of one file this does nothing, and the second one goes with the object.
+  if (!older_.empty()) {
+    if (std::rename(older_.c_str(), target_.c_str()) != 0) {
+      older_.clear();  // rather left over than lost
+    }
+  } else if (published_) {
+    unlink(target_.c_str());
+  }
+  published_ = false;
+}
+
+Status OutputFile::commit() {
+  Status status = complete();
+  return status.ok() ? publish() : status;
+}
+
+Status commit_together(std::span<OutputFile* const> files) {
+  Status status;
+  for (OutputFile* file : files) {
+    status = status.ok() ? file->complete() : status;
+  }
+  for (OutputFile* file : files) {
+    status = status.ok() && files.size() > 1 ? file->keep_older() : status;
+  }
+  for (OutputFile* file : files) {
+    status = status.ok() ? file->publish() : status;
+  }
+  if (!status.ok()) {
+    for (OutputFile* file : files) {
+      file->take_back();
+    }
+  }
+  return status;
 }

@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "util/status.h"
 
@@ -49,11 +51,27 @@ class OutputFile {
   Status commit();
 
  private:
+  friend Status commit_together(std::span<OutputFile* const> files);
+
   Status failure(const char* what) const;
   Status open_temporary();
 
+  // The steps of a commit: everything is on disk; what stands under the name can be brought back until the
+  // object goes; the file has its name; it has lost it again.
+  Status complete();
+  Status keep_older();
+  Status publish();
+  void take_back();
+
+  std::vector<char> buffer_;  // of the stream
   std::FILE* stream_ = nullptr;
   std::string path_;       // as given, for messages
   std::string target_;     // behind symbolic links
   std::string temporary_;  // empty when there is none: not any more, or the file is written directly
+  std::string older_;      // another name of the file that is replaced, or empty
+  bool published_ = false;
 };
+
+// Commits several files: they get their names when all of them are complete, one right after the other. When
+// one cannot have its name, the others lose theirs again, and what stood there before is back.
+Status commit_together(std::span<OutputFile* const> files);

@@ -43,8 +43,9 @@ const StopFlag& stop_signal() {
   return process_flag;
 }
 
-void ignore_broken_pipes() {
+void ignore_write_signals() {
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void catch_stop_signals() {

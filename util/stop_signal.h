@@ -19,8 +19,9 @@ const StopFlag& stop_signal();
 // holds nothing up.
 void catch_stop_signals();
 
-// From now on a pipe that nobody reads any more makes writes fail and does not end the process.
-void ignore_broken_pipes();
+// From now on a pipe that nobody reads any more makes writes fail and does not end the process; nor does a
+// file beyond the size that the user may write.
+void ignore_write_signals();
 
 // The failure that work ends with when the flag is set.
 Status stopped(const StopFlag& stop);

@@ -255,12 +255,17 @@ function graphFigure({ edges, valueName, show, columns, row }) {
   const least = Math.min(...values);
   const span = Math.max(...values) - least || 1;
   const strongest = edges.reduce((a, b) => (b.value > a.value ? b : a));
+  // Many names point away from the circle, those at the top and the bottom up and down.
+  const pointsAway = names.length > 8;
+  const label = (name) => shortName(name, 22);
+  const heights = names.map((name, i) => label(name).length * Math.abs(Math.sin((2 * Math.PI * (i + 0.5)) / names.length)));
+  const room = pointsAway ? Math.max(50, 24 + 8 * Math.max(...heights)) : 50;
   const make = () => ({
     tooltip: { trigger: "item", formatter: (item) => item.data.hint || plotText(item.name) },
     series: [{
-      type: "graph", layout: "circular", circular: { rotateLabel: names.length > 8 }, roam: false,
-      left: "18%", right: "18%", top: 50, bottom: 50,
-      label: { show: true, color: colour("ink"), fontSize: 13, position: "right", formatter: (item) => plotText(shortName(item.name, 22)) },
+      type: "graph", layout: "circular", circular: { rotateLabel: pointsAway }, roam: false,
+      left: "18%", right: "18%", top: room, bottom: room,
+      label: { show: true, color: colour("ink"), fontSize: 13, position: "right", formatter: (item) => plotText(label(item.name)) },
       emphasis: { focus: "adjacency", lineStyle: { opacity: 1 } },
       data: names.map((name, i) => ({
         id: String(i), name, symbol: "circle", symbolSize: 12 + 5 * Math.sqrt(degree.get(name)),
@@ -278,7 +283,7 @@ function graphFigure({ edges, valueName, show, columns, row }) {
       })),
     }],
   });
-  const picture = plot({ label: `Graph of ${plural(names.length, "SNP")} and ${plural(edges.length, "pair")}`, height: 460, make });
+  const picture = plot({ label: `Graph of ${plural(names.length, "SNP")} and ${plural(edges.length, "pair")}`, height: 360 + 2 * room, make });
   return [h("figure", {}, picture.element, h("figcaption", {}, "The strongest pair, ", h("strong", {}, `${strongest.source} × ${strongest.target}`), `, in another colour: ${valueName} ${show(strongest.value)}.`)),
     dataTable("Pairs", columns, () => edges.map(row))];
 }

@@ -46,6 +46,8 @@ TEST_F(Corners, OfCrossValidatedRunsGiveANotice) {
   const Corner corners[] = {
       {{"--top", "0"}, {"with --top 0 no combination is kept"}},
       {{"--cvfrom", "2"}, {"--cvfrom 2", "first 2 of 10 folds are left out"}},
+      {{"--seed", "3"}, {"a search has no use for --seed without --shuffling"}},
+      {{"--iter", "9", "--seed", "3", "--shuffling", "1"}, {"a search has no use for --iter"}},
       {{"--order", "3-2"}, {"no order is from 3 to 2"}},
       {{"--order", "7"}, {"orders above 6 have no combinations"}},
       {{"--missing", "none"}, {"line 10", "`none`"}},

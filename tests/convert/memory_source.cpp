@@ -59,7 +59,7 @@ Status write_whole_set(GenotypeWriter& writer, const GenotypeData& data, int64_t
   if (status.ok()) {
     status = feed(writer, whole, at_a_time);
   }
-  return status.ok() ? writer.finish() : status;
+  return status.ok() ? commit_together(writer.files()) : status;
 }
 
 }  // namespace tavo_test

@@ -30,10 +30,10 @@ struct WholeSelection {
   Selection selection;
 };
 
-// Feeds the writer with the whole data set, `at_a_time` variants in a block; does not finish.
+// Feeds the writer with the whole data set, `at_a_time` variants in a block; does not commit.
 Status feed(GenotypeWriter& writer, WholeSelection& whole, int64_t at_a_time = 48);
 
-// Opens, feeds and finishes.
+// Opens, feeds and commits.
 Status write_whole_set(GenotypeWriter& writer, const GenotypeData& data, int64_t at_a_time = 48);
 
 }  // namespace tavo_test

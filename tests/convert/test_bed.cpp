@@ -187,7 +187,7 @@ TEST(Bed, RefusesWrongFamFiles) {
             "p.fam: line 1, field 2: found \"I\\x00\", expected neither blanks nor control characters");
   const std::string four = "F1 I1 0 0 1 1\nF2 I2 0 0 1 2\nF3 I3 0 0 1 1\nF4 I4 0 0 1 1\n";
   EXPECT_EQ(refusal_with(".fam", four + "F2 I2 0 0 1 1\n"),
-            "samples 2 and 5 have the same identifiers \"F2\" \"I2\"");
+            "p.fam: samples 2 and 5 have the same identifiers \"F2\" \"I2\"");
   for (const std::string bad : {"3", "-1", "1.0", "case"}) {
     EXPECT_EQ(
         refusal_with(".fam", four + "F5 I5 0 0 1 " + bad + "\n"),
@@ -222,6 +222,9 @@ TEST(Bed, RefusesWhatIsNotThereOrNoFile) {
   EXPECT_EQ(folder.refusal_of("--bfile p --make-bed p"), "p.bed: --make-bed is the same file as --bfile");
   EXPECT_EQ(folder.refusal_of("--bfile p --out p.fam"), "p.fam: --out is the same file as --bfile");
   EXPECT_EQ(folder.refusal_of("--bfile p --out q.bim --make-bed q"),
+            "q.bim: --make-bed is the same file as --out");
+  std::filesystem::create_symlink(".", folder / "here");
+  EXPECT_EQ(folder.refusal_of("--bfile p --out here/q.bim --make-bed q"),
             "q.bim: --make-bed is the same file as --out");
 }
 

@@ -127,7 +127,7 @@ TEST(ConvertCommand, ConvertsTheExamples) {
 
 TEST(ConvertCommand, WarnsAndConvertsOnRepeatedNames) {
   const ConvertFolder folder;
-  write_file(folder / "t", "a b a Class\n0 1 2 1\n");
+  write_file(folder / "t", "a b a Class\n0 1 2 1\n0 1 2 0\n");
   const RunResult run = folder.run({"--in", "t", "--out", "g"});
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.err,
@@ -284,6 +284,18 @@ TEST(ConvertCommand, TheWorkedExampleOfTheDocumentHolds) {
   EXPECT_EQ(folder.run({"--in", "t", "--out", "s", "--transpose", "1"}).status, 0);
   EXPECT_EQ(read_file(folder / "n"), bytes_of_dump(blocks[1]));
   EXPECT_EQ(read_file(folder / "s"), bytes_of_dump(blocks[2]));
+}
+
+// The limit is in blocks of 512 bytes.
+TEST(ConvertCommand, AFileBeyondTheUsersLimitFails) {
+  const ConvertFolder folder;
+  write_file(folder / "g", normal_file(sample_data(20, 100)));
+  const RunResult run = run_program(
+      "/bin/sh", {"-c", "ulimit -f 1; exec " + convert_program().string() + " --in g --make-bed p"},
+      folder.path());
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "tavo-convert: cannot write p.bim: File too large\n");
+  EXPECT_EQ(folder.names(), Words{"g"});
 }
 
 TEST(ConvertTask, AStopLeavesNothingBehind) {

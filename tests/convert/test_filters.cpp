@@ -124,6 +124,10 @@ TEST(Filters, ListsOfSamples) {
   folder.write("r", "I2\n");
   folder.output_of("--bfile p --out g --keep k --remove r");
   EXPECT_EQ(folder.read("g"), normal_file(part_of(data, {2, 4}, all(20))));
+  // As some editors write it.
+  folder.write("m", "\xef\xbb\xbfI2\r\nF3 I3");
+  EXPECT_TRUE(
+      has_line(folder.output_of("--bfile p --out g --keep m"), "--keep m: 4 samples dropped, 2 left"));
   folder.write("none", "I9\n");
   EXPECT_EQ(folder.refusal_of("--bfile p --out h --keep none"),
             "--keep none (1 entry matches no sample): 6 samples dropped, 0 left, expected at least one");

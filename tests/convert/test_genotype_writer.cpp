@@ -93,7 +93,7 @@ TEST(GenotypeWriter, TheLongestNameSetsTheSlots) {
   EXPECT_EQ(file_names(dir.path()), std::vector<std::string>{"g"});
 }
 
-TEST(GenotypeWriter, TheTargetStaysAsItWasUntilFinish) {
+TEST(GenotypeWriter, TheTargetStaysAsItWasUntilTheCommit) {
   const TempDir dir;
   write_file(dir / "g", "before");
   for (const Layout layout : {Layout::kNormal, Layout::kTransposed}) {
@@ -118,7 +118,7 @@ TEST(GenotypeWriter, TwoWritersOfOneTargetDoNotMix) {
   EXPECT_EQ(read_file(dir / "g"), transposed_file(data));
   WholeSelection whole(data);
   ASSERT_TRUE(feed(*first, whole).ok());
-  ASSERT_TRUE(first->finish().ok());
+  ASSERT_TRUE(commit_together(first->files()).ok());
   EXPECT_EQ(read_file(dir / "g"), normal_file(data));
 }
 
@@ -180,6 +180,23 @@ TEST(GenotypeWriter, AFailedWriteLeavesNothingBehind) {
       EXPECT_TRUE(file_names(dir.path()).empty());
     }
   }
+}
+
+// The .bim file is the largest here, and fails when the .fam file is complete.
+TEST(BedWriter, OneFailedFileTakesTheOthersAlong) {
+  const TempDir dir;
+  write_file(dir / "p.fam", "older");
+  const GenotypeData data = small_data(4, 100);
+  std::string message;
+  {
+    const FileSizeLimit limit(1000);
+    message = write_whole_set(*make_bed_writer((dir / "p").string()), data).message();
+  }
+  EXPECT_EQ(message, "cannot write " + (dir / "p.bim").string() + ": File too large");
+  EXPECT_EQ(file_names(dir.path()), std::vector<std::string>{"p.fam"});
+  EXPECT_EQ(read_file(dir / "p.fam"), "older");
+  EXPECT_EQ(write_whole_set(*make_bed_writer((dir / "p").string()), data).message(), "");
+  EXPECT_EQ(file_names(dir.path()), (std::vector<std::string>{"p.bed", "p.bim", "p.fam"}));
 }
 
 GenotypeInfo info_of(const std::string& bytes, Layout assumed = Layout::kNormal) {

@@ -56,7 +56,28 @@ TEST_F(Phenotype, TheFamColumnIsOneTwo) {
   EXPECT_EQ(folder_.read("g"), file_with({{0, 1}, {3, 0}}));
   folder_.write("p.fam", "F1 I1 0 0 1 NA\nF2 I2 0 0 1 0\nF3 I3 0 0 1 -9\nF4 I4 0 0 1 0\n");
   EXPECT_EQ(folder_.refusal_of("--bfile p --out h"),
-            "no phenotype: 4 samples dropped, 0 left, expected at least one");
+            "no phenotype: 4 samples dropped, 0 left, expected at least one; p.fam: the phenotype is "
+            "the sixth column, 1 control, 2 case; 0, -9 and NA missing");
+  folder_.write("y.txt", "FID IID A\nF8 I1 1\nF9 I2 2\n");
+  EXPECT_EQ(folder_.refusal_of("--bfile p --out h --pheno y.txt"),
+            "no phenotype: 4 samples dropped, 0 left, expected at least one; y.txt: the phenotype is A, 0 "
+            "control, 1 "
+            "case; -9 and NA missing (2 lines match no sample)");
+}
+
+// Cases of the 0/1 coding are controls in a .fam file, and its controls missing.
+TEST_F(Phenotype, OneClassGivesAWarning) {
+  folder_.write("p.fam", "F1 I1 0 0 1 1\nF2 I2 0 0 1 0\nF3 I3 0 0 1 1\nF4 I4 0 0 1 0\n");
+  EXPECT_EQ(
+      folder_.run_line("--bfile p --out g").err,
+      "tavo-convert: warning: all 2 samples are controls; a search needs cases, too (in the .fam file 1 is "
+      "a control, 2 a case; --pheno takes 0/1)\n");
+  folder_.write("y.txt", "FID IID A\nF1 I1 1\nF2 I2 2\nF3 I3 2\n");
+  folder_.write("k", "F2 I2\nF3 I3\n");
+  EXPECT_EQ(folder_.run_line("--bfile p --out g --pheno y.txt --keep k").err,
+            "tavo-convert: warning: all 2 samples are cases; a search needs controls, too\n");
+  EXPECT_EQ(folder_.run_line("--bfile p --out g --pheno y.txt").err, "");
+  EXPECT_EQ(folder_.run_line("--bfile p --out g --pheno y.txt --keep k --quantitative").err, "");
 }
 
 TEST_F(Phenotype, TheValuesTellTheCoding) {
@@ -143,15 +164,23 @@ TEST_F(Phenotype, CovariatesComeInTheOrderOfTheSamples) {
   folder_.write("c.txt",
                 "FID IID age dose sex\nF4 I4 40 0.25 1\nF9 I9 tall x y\nF1 I1 10 NA 2\nF2 I2 20 1e-3 1\n");
   const std::string run = "--bfile p --out g --covar c.txt --covar-out cov ";
-  EXPECT_TRUE(
-      folder_.output_of(run).ends_with("\ncov: 3 covariates of 4 samples, 2 of them with a missing one\n"));
+  EXPECT_TRUE(folder_.output_of(run).ends_with(
+      "\ncov: 3 covariates of 4 samples, 2 of them with a missing one (1 lines match no sample)\n"));
   EXPECT_EQ(folder_.read("cov"),
             "FID\tIID\tage\tdose\tsex\nF1\tI1\t10\tNA\t2\nF2\tI2\t20\t1e-3\t1\nF3\tI3\tNA\tNA\tNA\n"
             "F4\tI4\t40\t0.25\t1\n");
   folder_.write("k.txt", "F4 I4\nF2 I2\n");
-  EXPECT_TRUE(folder_.output_of(run + "--covar-name sex,age --keep k.txt")
-                  .ends_with("\ncov: 2 covariates of 2 samples, 0 of them with a missing one\n"));
+  EXPECT_TRUE(
+      folder_.output_of(run + "--covar-name sex,age --keep k.txt")
+          .ends_with(
+              "\ncov: 2 covariates of 2 samples, 0 of them with a missing one (1 lines match no sample)\n"));
   EXPECT_EQ(folder_.read("cov"), "FID\tIID\tsex\tage\nF2\tI2\t1\t20\nF4\tI4\t1\t40\n");
+  // Other family identifiers.
+  folder_.write("c.txt", "FID IID age\n1 I1 10\n2 I2 20\n");
+  const RunResult nobody = folder_.run_line(run);
+  EXPECT_TRUE(nobody.out.ends_with("4 of them with a missing one (2 lines match no sample)\n")) << nobody.out;
+  EXPECT_EQ(nobody.err,
+            "tavo-convert: warning: cov: every sample lacks a covariate; a regression has nobody left\n");
 }
 
 TEST_F(Phenotype, RefusesCovariatesThatAreNoNumbers) {
@@ -165,7 +194,7 @@ TEST_F(Phenotype, RefusesCovariatesThatAreNoNumbers) {
   folder_.write("c.txt", "FID IID a b c d e f g h i j k\n");
   EXPECT_EQ(folder_.refusal_of(run),
             "c.txt: 11 covariates, expected at most 10; --covar-name takes some of them");
-  folder_.write("c.txt", "FID IID a b c d e f g h\n");
+  folder_.write("c.txt", "FID IID a b c d e f g h\nF1 I1 1 2 3 4 5 6 7 8\n");
   EXPECT_EQ(folder_.run_line(run).err,
             "tavo-convert: warning: c.txt: 8 covariates, a regression takes at most 7\n");
 }

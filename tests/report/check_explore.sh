@@ -54,6 +54,15 @@ expect 1 "tavo ended with status 1" "${search[@]}" --out b --measure none
 [ ! -e b/report.html ] || fail "a page without a result"
 [ ! -e b/result.tsv ] || fail "a table without a result"
 
+# Without pages it does not even begin.
+mkdir bare
+cp "$explore" bare/
+ln -s "$(dirname "$explore")/../tools/tavo-convert" "$(dirname "$explore")/../src/tavo" bare/
+printf '#!/bin/sh\necho "pages: none in this build"\n' >bare/tavo-report
+chmod +x bare/tavo-report
+(explore=$work/bare/tavo-explore && expect 1 "tavo-explore: this build makes no pages" "${search[@]}" --out d)
+[ ! -e d ] || fail "it began without pages"
+
 regress=(--bfile "$example" --covar "$covar" --device cpu --out c)
 expect 0 "--map $example.bim" "${regress[@]}" --pheno "$pheno" --pheno-name Y1 --regression logistic --precision double
 grep -q '^number' c/result.tsv || fail "no table of a regression"

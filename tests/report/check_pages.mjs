@@ -130,6 +130,20 @@ const checks = {
     await expectQuiet(page);
   },
 
+  async "long names around the graph"() {
+    const page = await browser.open();
+    await page.load(`file://${folder}/long.html`);
+    const cut = await page.evaluate(`(() => {
+      const plot = document.querySelector("#graph svg").getBoundingClientRect();
+      const names = [...document.querySelectorAll("#graph svg text")];
+      const outside = (name) => { const r = name.getBoundingClientRect(); return r.top < plot.top || r.bottom > plot.bottom || r.left < plot.left || r.right > plot.right; };
+      return { n: names.length, outside: names.filter(outside).map((name) => name.textContent) };
+    })()`);
+    assert.ok(cut.n > 8, `${cut.n} names`);
+    assert.deepEqual(cut.outside, []);
+    await expectQuiet(page);
+  },
+
   async "names that would break out"() {
     const page = await browser.open();
     await page.load(`file://${folder}/hostile.html`);

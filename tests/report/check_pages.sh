@@ -40,7 +40,8 @@ search=(--measure ba --thread 256 --block 16 --device cpu)
   "$convert" --in hostile.txt --out h.tavo
   "$tavo" --in h.tavo --out h.csv --order 1-2 "${search[@]}" --tidy hostile.tsv
 } >log 2>&1 || { cat log; exit 1; }
-for page in mdr one all pairs; do
+sed 's/\bN\([0-9]\)/chr1:1234567:A:G-\1/g' mdr.tsv >long.tsv
+for page in mdr one all pairs long; do
   "$report" --in $page.tsv --out $page.html
 done
 "$report" --in mdr.csv --out csv.html

@@ -2,6 +2,11 @@
 #include "tests/report/report_folder.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
 
 namespace tavo_test {
 
@@ -32,8 +37,37 @@ void ReportFolder::regress(const std::string& kind, const Words& more) const {
   ASSERT_EQ(run.status, 0) << run.out << run.err;
 }
 
+Words ReportFolder::names() const {
+  Words names;
+  for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+    names.push_back(entry.path().filename().string());
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
 RunResult ReportFolder::report(const Words& words) const {
   return run_program(TAVO_REPORT_PROGRAM, words, dir_.path());
+}
+
+RunResult ReportFolder::interrupted_report(const Words& words, const std::string& begun, int signal) const {
+  write("begun", begun);
+  EXPECT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
+  std::string command = TAVO_REPORT_PROGRAM;
+  for (const std::string& word : words) {
+    command += " " + word;
+  }
+  // Half a second after the last bytes went into the pipe the program waits for more.
+  const RunResult result = interrupt_program(
+      "/bin/sh",
+      {"-c", "(exec > pipe; cat begun; sleep 0.5; echo > ready; exec sleep 20) & echo $! > sleeper; exec " +
+                 command},
+      dir_.path(), "ready", signal);
+  kill(std::stoi(read("sleeper")), SIGKILL);
+  for (const std::string name : {"begun", "pipe", "ready", "sleeper"}) {
+    std::filesystem::remove(path(name));
+  }
+  return result;
 }
 
 RunResult ReportFolder::report_without_pages(const Words& words) const {

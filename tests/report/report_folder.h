@@ -25,6 +25,8 @@ class ReportFolder {
   void regress(const std::string& kind, const Words& more = {}) const;
 
   RunResult report(const Words& words) const;
+  // A signal while it waits for the end of `pipe`, into which `begun` went.
+  RunResult interrupted_report(const Words& words, const std::string& begun, int signal) const;
   // By a tavo-report that was built without the plotting library.
   RunResult report_without_pages(const Words& words) const;
   // The JSON of a report on `input`; `more` follows.
@@ -35,6 +37,8 @@ class ReportFolder {
   std::filesystem::path path(const std::string& name) const { return dir_ / name; }
   std::string read(const std::string& name) const { return read_file(path(name)); }
   void write(const std::string& name, const std::string& text) const { write_file(path(name), text); }
+  // The names of the files, sorted.
+  Words names() const;
   bool exists(const std::string& name) const { return std::filesystem::exists(path(name)); }
 
   const GenotypeData& data() const { return data_; }

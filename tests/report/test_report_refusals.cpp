@@ -3,6 +3,8 @@
 // Input that is not what it should be: a message with its place, status 1, and no output.
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 #include "tests/report/report_folder.h"
 
 namespace tavo_test {
@@ -218,6 +220,25 @@ TEST_F(ReportRefusals, OutputsThatCannotBeWritten) {
   EXPECT_EQ(run.status, 1);
   EXPECT_NE(run.err.find("--out is the same file as --in"), std::string::npos);
   EXPECT_EQ(folder_.read("t.tsv"), before);
+}
+
+// More than the readers hold at a time has come, so that the output is begun.
+TEST_F(ReportRefusals, ASignalLeavesNothingBehind) {
+  folder_.regress("linear");
+  const std::string table = folder_.read("t.tsv");
+  const std::string rows = table.substr(table.find('\n') + 1);
+  std::string begun = table;
+  while (begun.size() < 1 << 19) {
+    begun += rows;
+  }
+  for (const int signal : {SIGINT, SIGTERM}) {
+    const RunResult run =
+        folder_.interrupted_report({"--in", "pipe", "--format", "json", "--out", "x.json"}, begun, signal);
+    EXPECT_EQ(run.status, 128 + signal);
+    EXPECT_EQ(run.err, std::string("tavo-report: interrupted by ") +
+                           (signal == SIGINT ? "SIGINT" : "SIGTERM") + "; no result was written\n");
+    EXPECT_EQ(folder_.names(), (Words{"g.dat", "r.csv", "t.tsv"}));
+  }
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 // Files that are written and read at places of them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <string>
+#include <vector>
 
 #include "tests/support/run_program.h"
 #include "util/output_file.h"
@@ -46,6 +49,59 @@ TEST(OutputFile, PlacesAndAppendedBytesMakeOneFile) {
   EXPECT_FALSE(std::filesystem::exists(dir / "f"));
   EXPECT_TRUE(file.commit().ok());
   EXPECT_EQ(read_file(dir / "f"), std::string("head\0\0midend", 12));
+}
+
+class FilesTogether : public ::testing::Test {
+ protected:
+  void begin(OutputFile& file, const std::string& name) const {
+    ASSERT_TRUE(file.open((dir_ / name).string()).ok());
+    ASSERT_TRUE(file.write(name.data(), name.size()).ok());
+  }
+
+  std::vector<std::string> names() const {
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(dir_.path())) {
+      names.push_back(entry.path().filename().string());
+    }
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+
+  TempDir dir_;
+};
+
+TEST_F(FilesTogether, GetTheirNamesAndReplaceOlderOnes) {
+  write_file(dir_ / "b", "older");
+  {
+    OutputFile a;
+    OutputFile b;
+    begin(a, "a");
+    begin(b, "b");
+    EXPECT_EQ(commit_together(std::vector<OutputFile*>{&a, &b}).message(), "");
+  }
+  EXPECT_EQ(names(), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(read_file(dir_ / "a"), "a");
+  EXPECT_EQ(read_file(dir_ / "b"), "b");
+}
+
+// A folder has taken the last name in the meantime.
+TEST_F(FilesTogether, LoseThemWhenOneCannotHaveIts) {
+  write_file(dir_ / "b", "older");
+  std::filesystem::permissions(dir_ / "b", std::filesystem::perms::owner_read);
+  {
+    OutputFile a;
+    OutputFile b;
+    OutputFile c;
+    begin(a, "a");
+    begin(b, "b");
+    begin(c, "c");
+    std::filesystem::create_directory(dir_ / "c");
+    EXPECT_EQ(commit_together(std::vector<OutputFile*>{&a, &b, &c}).message(),
+              "cannot rename the complete file to " + (dir_ / "c").string() + ": Is a directory");
+    EXPECT_EQ(read_file(dir_ / "b"), "older");
+  }
+  EXPECT_EQ(names(), (std::vector<std::string>{"b", "c"}));
+  EXPECT_EQ(read_file(dir_ / "b"), "older");
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ TEST(StopSignalDeathTest, WhatTheParentIgnoredStaysIgnored) {
 TEST(StopSignalDeathTest, AClosedPipeMakesWritesFail) {
   EXPECT_EXIT(
       {
-        ignore_broken_pipes();
+        ignore_write_signals();
         int ends[2];
         if (pipe(ends) != 0 || close(ends[0]) != 0) {
           _exit(5);
