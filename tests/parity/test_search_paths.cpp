@@ -252,6 +252,7 @@ TEST(LaneSearch, TheBoundsHoldWhereTheirSumsAreLargest) {
 // counts, samples that no fold tests, missing genotypes, a SNP that decides.
 TEST(LaneSearch, FindsTheSameInEveryLayout) {
   std::mt19937 random(4714);
+  size_t turn = 0;
   struct Layout {
     int order;
     int n_samples;
@@ -290,7 +291,9 @@ TEST(LaneSearch, FindsTheSameInEveryLayout) {
         }
       }
       const std::vector<FoldView> folds = scene.folds.views(0);
-      for (int measure = kBalancedAccuracy; measure <= kLr; ++measure) {
+      // One of each kind, and the others in turn.
+      const int others[] = {kAccuracy, kTauC, kGamma, kTauB, kSomersDy, kNmi, kLr};
+      for (const int measure : {+kBalancedAccuracy, +kSomersDx, +kChiSquare, others[turn++ % 7]}) {
         const WorkerSetupCommand setup =
             search_setup({layout.order, 4, 1 + decides, measure}, folds, scene, 0);
         const std::optional<RowValues> form = expect_same_lists(scene, setup, 1 + random() % 5, random);
