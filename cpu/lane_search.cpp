@@ -430,11 +430,12 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
   for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
     classes[segment % 2] += segments.samples[segment].size();
   }
+  // N * N of tau-c wraps around at 32 bits beyond this; P * Q and H * L do not for classes of that size.
+  constexpr size_t kLargestSquare = 46340;
   return rules.order <= kMaxPlaneOrder && rules.counted_cells() == rules.cells() &&
          classes[0] <= static_cast<size_t>(kMaxClassSize) &&
          classes[1] <= static_cast<size_t>(kMaxClassSize) &&
-         // N * N of tau-c wraps around at 32 bits beyond this.
-         classes[0] + classes[1] <= 46340;
+         (rules.measure != kTauC || classes[0] + classes[1] <= kLargestSquare);
 }
 
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
