@@ -2,7 +2,7 @@
 """The measurements of compare.sh: CPU seconds (user and system) of whole processes, pinned to one core, in turn, the
 median of 7. A ratio is that of two medians of one run of this script.
 
-    bench/compare.py BUILD_FOLDER [search|regression|scaling|growth ...]
+    bench/compare.py BUILD_FOLDER [search|scores|regression|scaling|growth ...]
 """
 import os
 import statistics
@@ -116,14 +116,25 @@ def compare_regression():
           ("fit", "covariates", "SNPs per CPU second", "ratio to plink2 logistic"), rows)
 
 
+def compare_scores():
+    data = make_data("q", 2000, 1000, covariates=1, seed=9)
+    subprocess.run([os.path.join(BUILD, "tools", "tavo-score"), "--in", data + ".tavo", "--covariate", data + ".cov",
+                    "--out", data + ".score"], check=True)
+    scored = search(data) + ["--score", data + ".score"]
+    ten, one = medians([scored, scored + ["--cvfrom", "9"]])
+    table("Score-based, 2,000 samples, 1,000 SNPs", ("million pairs per CPU second, ten folds", "the last fold alone",
+                                                     "ten folds, of ten scans of one"),
+          [("%.2f" % (pairs(1000) / ten / 1e6), "%.2f" % (pairs(1000) / one / 1e6), "1/%.1f" % (10 * one / ten))])
+
+
 def compare_scaling():
-    data = make_data("a", 2000, 8000)
+    data = make_data("a", 2000, 20000)
     times = {1: [], 2: []}
     for _ in range(ROUNDS):
         for workers in times:
             times[workers].append(run(tavo(data, "--order", "2", "--measure", "ba", workers=workers), {0, 1})[1])
     one, two = (statistics.median(times[w]) for w in (1, 2))
-    table("Two workers, 2,000 samples, 8,000 SNPs", ("wall seconds of one", "of two", "ratio"),
+    table("Two workers, 2,000 samples, 20,000 SNPs", ("wall seconds of one", "of two", "ratio"),
           [("%.2f" % one, "%.2f" % two, "%.2f" % (one / two))])
 
 
@@ -146,7 +157,7 @@ def processor():
 
 
 def main():
-    kinds = {"search": compare_search, "regression": compare_regression, "scaling": compare_scaling,
+    kinds = {"search": compare_search, "scores": compare_scores, "regression": compare_regression, "scaling": compare_scaling,
              "growth": compare_growth}
     wanted = sys.argv[2:] or list(kinds)
     with tempfile.TemporaryDirectory() as work:

@@ -15,7 +15,9 @@
 struct SearchData {
   SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set_)
       : set(set_), segments(problem, setup.folds) {
-    if (problem.scores != nullptr) {
+    if (problem.scores != nullptr && score_planes_fit(setup.rules)) {
+      score_planes.emplace(problem, setup, segments);
+    } else if (problem.scores != nullptr) {
       scores.emplace(problem, setup, segments);
     } else if (lane_search_fits(setup.rules, segments)) {
       lane_planes.emplace(problem, segments);
@@ -31,8 +33,12 @@ struct SearchData {
   std::unique_ptr<const SampleRows> sample_rows;
   std::optional<BitPlanes> planes;
   std::optional<ScoreData> scores;
+  std::optional<ScorePlanes> score_planes;
 
   std::unique_ptr<RangeSearch> make_search(const Problem& problem, const WorkerSetupCommand& setup) const {
+    if (score_planes) {
+      return make_score_plane_search(problem, setup, *score_planes, set);
+    }
     if (scores) {
       return make_score_search(problem, setup, *scores);
     }

@@ -49,7 +49,7 @@ std::unique_ptr<RangeSearch> make_cell_search(const Problem& problem, const Work
                                               const Segments& segments);
 
 // What a score-based search reads, laid out in the order of the sums: positions run from the last of the
-// run's sample list to the first.
+// run's sample list to the first. A transposed problem has no genotypes here.
 struct ScoreData {
   // setup.samples is the run's sample list; the problem has scores.
   ScoreData(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments);
@@ -70,3 +70,23 @@ struct ScoreData {
 // Adding 0 for the fold that leaves a sample out changes nothing.
 std::unique_ptr<RangeSearch> make_score_search(const Problem& problem, const WorkerSetupCommand& setup,
                                                const ScoreData& data);
+
+// The same with bit planes, two combinations at a time; for what score_planes_fit. Places of samples in the
+// planes are in the order of the sums, controls first. A transposed problem has no genotypes here, either.
+struct ScorePlanes {
+  ScorePlanes(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments);
+
+  size_t words = 0;
+  size_t case_word = 0;            // first word of the cases
+  size_t fold_groups = 0;          // of kFoldLanes folds
+  std::vector<float> scores;       // [64 * words]
+  std::vector<uint16_t> training;  // [64 * words][fold_groups]: a bit for each fold that trains on the sample
+  std::vector<uint64_t> planes;    // [snp][3][words]
+
+  const uint64_t* of_snp(int snp) const { return planes.data() + static_cast<size_t>(snp) * 3 * words; }
+};
+
+bool score_planes_fit(const ScoringRules& rules);
+std::unique_ptr<RangeSearch> make_score_plane_search(const Problem& problem, const WorkerSetupCommand& setup,
+                                                     const ScorePlanes& planes,
+                                                     InstructionSet instruction_set);

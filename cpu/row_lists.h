@@ -9,36 +9,18 @@
 #include <string.h>
 
 #include "cpu/row_filter.h"
-
-#ifdef __AVX512VBMI2__
-#include <immintrin.h>
-#endif
+#include "cpu/set_bits.h"
 
 namespace {
 
 constexpr size_t kSamplesPerChunk = 64;
 
-inline size_t ones(uint64_t bits) {
-#ifdef __POPCNT__
-  return static_cast<size_t>(__builtin_popcountll(bits));
-#else
-  bits -= bits >> 1 & 0x5555555555555555;
-  bits = (bits & 0x3333333333333333) + (bits >> 2 & 0x3333333333333333);
-  bits = (bits + (bits >> 4)) & 0x0f0f0f0f0f0f0f0f;
-  return static_cast<size_t>(bits * 0x0101010101010101 >> 56);
-#endif
-}
-
 #ifdef __AVX512VBMI2__
 
 // Writes the places of the bits, as offsets of samples, and up to 64 in all. first: of bit 0.
 inline size_t write_places(uint64_t bits, size_t first, uint16_t* out) {
-  alignas(64) static constexpr uint8_t kPlaces[64] = {
-      0,  1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21,
-      22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43,
-      44, 45, 46, 47, 48, 49, 50, 51, 52, 53, 54, 55, 56, 57, 58, 59, 60, 61, 62, 63};
   const size_t n = ones(bits);
-  const __m512i places = _mm512_maskz_compress_epi8(bits, _mm512_load_si512(kPlaces));
+  const __m512i places = set_bits(bits);
   const __m512i start = _mm512_set1_epi16(static_cast<short>(first));
   const auto offsets = [&](__m256i bytes) {
     static_assert(kSampleBytes == size_t{1} << 7);

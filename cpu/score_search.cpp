@@ -11,7 +11,7 @@
 namespace {
 
 // Folds whose sums are added side by side.
-constexpr size_t kFoldLanes = 8;
+constexpr size_t kFoldWidth = 8;
 
 // Tables up to this many cells are held whole; beyond, the samples are sorted by cell.
 constexpr int64_t kDenseCells = 729;
@@ -77,8 +77,8 @@ class ScoreSearch : public RangeSearch {
     ++counts_[cell * data_.n_segments + data_.segment_of[i]];
     float* sums = sums_.data() + (2 * cell + data_.segment_of[i] % 2) * data_.width;
     const float* scores = data_.scores.data() + i * data_.width;
-    for (size_t lane = 0; lane < data_.width; lane += kFoldLanes) {
-      for (size_t f = 0; f < kFoldLanes; ++f) {
+    for (size_t lane = 0; lane < data_.width; lane += kFoldWidth) {
+      for (size_t f = 0; f < kFoldWidth; ++f) {
         sums[lane + f] += scores[lane + f];
       }
     }
@@ -157,7 +157,7 @@ class ScoreSearch : public RangeSearch {
 ScoreData::ScoreData(const Problem& problem, const WorkerSetupCommand& setup, const Segments& segments)
     : n_samples(setup.samples.size()),
       n_segments(static_cast<size_t>(segments.count())),
-      width((setup.folds.size() + kFoldLanes - 1) / kFoldLanes * kFoldLanes) {
+      width((setup.folds.size() + kFoldWidth - 1) / kFoldWidth * kFoldWidth) {
   std::vector<size_t> segment_by_sample(static_cast<size_t>(problem.n_samples), 0);
   for (size_t segment = 0; segment < n_segments; ++segment) {
     for (const int sample : segments.samples[segment]) {
@@ -173,7 +173,8 @@ ScoreData::ScoreData(const Problem& problem, const WorkerSetupCommand& setup, co
       scores[i * width + f] = segment_of[i] / 2 == f ? 0.0f : problem.scores[sample];
     }
     for (size_t snp = 0; snp < static_cast<size_t>(problem.n_snps); ++snp) {
-      genotype_rows[snp * n_samples + i] = static_cast<uint8_t>(packed_genotype(problem.row(sample), snp));
+      genotype_rows[snp * n_samples + i] = static_cast<uint8_t>(
+          problem.transposed ? kMissingGenotype : packed_genotype(problem.row(sample), snp));
     }
   }
 }

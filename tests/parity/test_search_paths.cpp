@@ -21,7 +21,7 @@ namespace {
 using tavo_test::Scene;
 using tavo_test::search_setup;
 
-enum class Path { kPlanes, kCells, kScores, kLanes };
+enum class Path { kPlanes, kCells, kScores, kScorePlanes, kLanes };
 
 // The lane search of an instruction set, with all that it reads.
 struct Lanes {
@@ -46,7 +46,7 @@ std::vector<InstructionSet> sets_here() {
   return sets;
 }
 
-// set: of the lanes.
+// set: of lanes and of score planes.
 void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path path,
              InstructionSet set = InstructionSet::kScalar) {
   const uint64_t total = comb_count(scene.problem.n_snps, rules.order).value();
@@ -58,12 +58,17 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
   if (path == Path::kScores) {
     scores.emplace(scene.problem, setup, segments);
   }
+  std::optional<ScorePlanes> score_planes;
+  if (path == Path::kScorePlanes) {
+    score_planes.emplace(scene.problem, setup, segments);
+  }
   std::optional<Lanes> lanes;
   if (path == Path::kLanes) {
     lanes.emplace(scene, setup, segments, set);
   }
   const std::unique_ptr<RangeSearch> search =
       path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
+      : score_planes          ? make_score_plane_search(scene.problem, setup, *score_planes, set)
       : lanes                 ? std::move(lanes->search)
       : path == Path::kPlanes ? make_plane_search(scene.problem, setup, segments, planes)
                               : make_cell_search(scene.problem, setup, segments);
@@ -372,7 +377,13 @@ TEST_P(ScoreSearchPath, FindsTheBitsOfTheRecords) {
     for (int missing = 1; missing <= 4; ++missing) {
       for (int tie = 0; tie <= 2; ++tie) {
         const int first_fold = static_cast<int>(random() % static_cast<unsigned>(n_folds));
-        compare(scene, {order, missing, tie, kBalancedAccuracy}, first_fold, Path::kScores);
+        const ScoringRules rules = {order, missing, tie, kBalancedAccuracy};
+        compare(scene, rules, first_fold, Path::kScores);
+        for (const InstructionSet set : sets_here()) {
+          if (score_planes_fit(rules)) {
+            compare(scene, rules, first_fold, Path::kScorePlanes, set);
+          }
+        }
         ASSERT_FALSE(HasFatalFailure()) << "missing " << missing << ", tie " << tie;
       }
     }
@@ -403,7 +414,18 @@ TEST(SearchPathsExtreme, TheTransposedLayoutHasEmptyTablesOnEveryPath) {
   std::mt19937 random(6);
   Scene scene(random, 40, 5, 0.1, 3, false);
   scene.problem.transposed = true;
+  scene.draw_scores(random);
+  const float* scores = scene.problem.scores;
   for (int missing = 1; missing <= 4; ++missing) {
+    scene.problem.scores = scores;
+    const ScoringRules rules = {2, missing, 1, kBalancedAccuracy};
+    compare(scene, rules, 0, Path::kScores);
+    for (const InstructionSet set : sets_here()) {
+      if (score_planes_fit(rules)) {
+        compare(scene, rules, 0, Path::kScorePlanes, set);
+      }
+    }
+    scene.problem.scores = nullptr;
     for (int measure = 0; measure <= 9; ++measure) {
       compare(scene, {2, missing, 1, measure}, 0, Path::kPlanes);
       compare(scene, {5, missing, 1, measure}, 0, Path::kCells);
