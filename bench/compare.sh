@@ -18,5 +18,5 @@ if [ ${#missing[@]} -gt 0 ]; then
   "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
 fi
 cmake --preset release >/dev/null
-cmake --build --preset release --target tavo tavo-simulate -- --quiet
+cmake --build --preset release --target tavo tavo-score tavo-simulate -- --quiet
 exec python3 bench/compare.py build/release "$@"
