@@ -11,6 +11,7 @@
 #include "device/backend.h"
 #include "src/FileIO.h"
 #include "src/MDRResult.h"
+#include "src/checkpoint.h"
 #include "src/exhaustive.h"
 #include "src/progress.h"
 #include "src/regression.h"
@@ -37,6 +38,7 @@ struct RunSettings {
   std::string progress = "auto";
   std::string precision = "single";  // or "double": arithmetic of regressions
   std::string tidy;                  // path of the tidy table, or empty
+  std::string checkpoint;            // path of the checkpoint, or empty
   double null_level = 0.999;         // of the permutation threshold
   int null_combinations = 100;       // sampled for the null distribution
   int null_permutations = 100;       // of each
@@ -61,8 +63,10 @@ class TFmMDR {
   // Runs the analysis and returns the exit status of the process. Messages and timings go to standard output.
   int MdrMethod(const RunSettings& settings);
 
-  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run.
-  Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results);
+  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. A search of
+  // mode 1 goes on from the checkpoint.
+  Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
+                         Checkpoint& checkpoint);
 
   // Ranks the combinations of one order by weighted cross-validation consistency in `measure`, from the
   // per-fold lists in result->kept, into the summary of *result. permutation: with p-values.

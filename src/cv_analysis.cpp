@@ -5,6 +5,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 
 #include "device/worker_pool.h"
 #include "lib/comb.h"
@@ -49,8 +50,9 @@ Status write_list_file(int fold, const std::vector<KeptCombination>& list, std::
 class CrossValidation {
  public:
   CrossValidation(WorkerPool& pool, const MdrReader& reader, const RunSettings& settings,
-                  const FoldLists& folds)
+                  const FoldLists& folds, Checkpoint& checkpoint)
       : pool_(pool),
+        checkpoint_(checkpoint),
         settings_(settings),
         n_snps_(reader.GetColCount()),
         samples_(folds.samples),
@@ -76,7 +78,8 @@ class CrossValidation {
         static_cast<size_t>(std::min<uint64_t>(total, static_cast<uint64_t>(settings_.top)));
     std::vector<std::vector<RankedValue>> lists(folds_.size());
     if (list_size > 0) {
-      Status status = search_folds(pool_, rules, samples_, folds_, total, list_size, progress_, &lists);
+      Status status =
+          search_folds(pool_, rules, samples_, folds_, total, list_size, progress_, checkpoint_, &lists);
       if (!status.ok()) {
         return status;
       }
@@ -220,6 +223,7 @@ class CrossValidation {
   }
 
   WorkerPool& pool_;
+  Checkpoint& checkpoint_;
   const RunSettings& settings_;
   const int n_snps_;
   const std::span<const int> samples_;
@@ -232,14 +236,20 @@ class CrossValidation {
 }  // namespace
 
 Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings,
-                               const ResultArray& results) {
+                               const ResultArray& results, Checkpoint& checkpoint) {
   const std::vector<uint8_t> coded = code_classes(reader.classes(), settings.case_value);
   const std::vector<uint8_t> left_out =
       settings.missing + 1 == kMissingComplete ? samples_with_missing(reader) : std::vector<uint8_t>();
   const SampleList list = make_sample_list(coded, left_out);
   std::vector<int> labels = deal_folds(list.n_cases, list.n_controls, settings.folds);
   if (settings.shuffling != 0) {
-    shuffle_folds(labels, list.n_cases, list.n_controls, settings.seed);
+    std::optional<unsigned> seed = settings.seed;
+    if (!seed && checkpoint.is_open()) {
+      // The run that goes on needs the same folds.
+      seed = checkpoint.seed().value_or(static_cast<unsigned>(std::time(nullptr)));
+      checkpoint.set_seed(*seed);
+    }
+    shuffle_folds(labels, list.n_cases, list.n_controls, seed);
   }
   const FoldLists folds = split_folds(list, labels, settings.folds);
   give_cv_notices(reader, settings, list);
@@ -260,7 +270,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   const ExhaustiveData null_data =
       by_threshold ? make_exhaustive_data(reader, settings.case_value, settings.missing + 1)
                    : ExhaustiveData();
-  CrossValidation analysis(pool, reader, settings, folds);
+  CrossValidation analysis(pool, reader, settings, folds, checkpoint);
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
     if (by_threshold) {

@@ -96,6 +96,7 @@ int run(int argc, char** argv) {
     settings.precision = arguments.precision;
   }
   settings.tidy = arguments.tidy;
+  settings.checkpoint = arguments.checkpoint;
 
   catch_stop_signals();
   std::puts("Enter to MDR methods...");

@@ -9,6 +9,7 @@
 #include "src/covariates.h"
 #include "src/notice.h"
 #include "src/run_config.h"
+#include "src/run_identity.h"
 #include "src/score_file.h"
 #include "src/tidy_mdr.h"
 #include "util/stop_signal.h"
@@ -38,7 +39,8 @@ bool same_place(const std::string& a, const std::string& b) {
 // (A pipe is not tried: whoever reads it would take the trial for the whole.) Otherwise the exit status.
 std::optional<int> refuse_output(const RunSettings& settings) {
   for (const std::string& source : {settings.input, std::string(szScore), std::string(g_covFileName)}) {
-    for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy}}) {
+    for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy},
+                                       std::pair{"checkpoint", settings.checkpoint}}) {
       if (same_file(path, source)) {
         notice("--%s names the input file %s, which the result would replace", option, source.c_str());
         return 1;
@@ -48,6 +50,12 @@ std::optional<int> refuse_output(const RunSettings& settings) {
   if (!settings.tidy.empty() && same_place(settings.tidy, settings.output)) {
     notice("--tidy and --out name the same file");
     return 1;
+  }
+  for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy}}) {
+    if (!settings.checkpoint.empty() && !path.empty() && same_place(settings.checkpoint, path)) {
+      notice("--checkpoint and --%s name the same file", option);
+      return 1;
+    }
   }
   if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
     MdrWriter proof;
@@ -78,6 +86,20 @@ int end_interrupted() {
   return stopped_status(stop_signal());
 }
 
+// Begins the checkpoint, when one is wanted. The exit status when it cannot be.
+std::optional<int> open_checkpoint(const RunSettings& settings, const MdrReader& reader,
+                                   Checkpoint* checkpoint) {
+  if (settings.checkpoint.empty()) {
+    return std::nullopt;
+  }
+  if (const Status status = checkpoint->open(settings.checkpoint, run_identity(reader, settings));
+      !status.ok()) {
+    notice("%s", status.message().c_str());
+    return 1;
+  }
+  return std::nullopt;
+}
+
 // The end of a run whose analysis failed or was stopped. One that was stopped leaves nothing of its result,
 // not even the empty file of the proof. Returns the exit status.
 int give_up(const Status& reason, const RunSettings& settings) {
@@ -86,6 +108,9 @@ int give_up(const Status& reason, const RunSettings& settings) {
     return kDeviceFailure;
   }
   std::error_code unknown;
+  if (!settings.checkpoint.empty() && std::filesystem::exists(settings.checkpoint, unknown)) {
+    notice("%s holds what is done: the same command goes on from there", settings.checkpoint.c_str());
+  }
   if (OutputFile::is_replaceable(settings.output)) {
     std::filesystem::remove(std::filesystem::canonical(settings.output, unknown), unknown);
   }
@@ -225,6 +250,10 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
 }
 
 int TFmMDR::MdrMethod(const RunSettings& settings) {
+  if (!settings.checkpoint.empty() && (settings.mode != 1 || g_regression != kNoRegression)) {
+    notice("--checkpoint is for cross-validated searches (--mode 1): other runs cannot go on from one");
+    return 1;
+  }
   MdrReader reader;
   if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
     if (stop_signal() != 0) {
@@ -252,6 +281,10 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (const std::optional<int> status = refuse_output(settings)) {
     return *status;
   }
+  Checkpoint checkpoint;
+  if (const std::optional<int> status = open_checkpoint(settings, reader, &checkpoint)) {
+    return *status;
+  }
   TidyMdr tidy;
   if (const std::optional<int> status = open_tidy(settings, &tidy)) {
     return *status;
@@ -259,8 +292,8 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   const RunClock clock;
   const bool exhaustive = settings.mode >= 2;
   const ResultArray results = make_results(settings);
-  const Status analysis =
-      exhaustive ? CalcMdrMethodALL(reader, settings, results) : CalcMdrMethodCV(reader, settings, results);
+  const Status analysis = exhaustive ? CalcMdrMethodALL(reader, settings, results)
+                                     : CalcMdrMethodCV(reader, settings, results, checkpoint);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
     return give_up(analysis, settings);
@@ -273,6 +306,9 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (report.ok() && !settings.tidy.empty()) {
     tidy.write(reader, settings, results);
     report = tidy.close();
+  }
+  if (report.ok()) {
+    checkpoint.remove();
   }
   return finish(report, elapsed_seconds);
 }

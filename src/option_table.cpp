@@ -148,8 +148,9 @@ Refusal take_precision(const char* name, const char* value, int, RunArguments* a
   return take_keyword<&RunArguments::precision>(name, value, kPrecisions, arguments);
 }
 
-Refusal take_tidy(const char*, const char* value, int, RunArguments* arguments) {
-  arguments->tidy = value;
+template <std::string RunArguments::*field>
+Refusal take_path(const char*, const char* value, int, RunArguments* arguments) {
+  arguments->*field = value;
   return kAccepted;
 }
 
@@ -224,7 +225,12 @@ constexpr Option kOptions[] = {
     {"seed", "integer", "seed of --shuffling in place of the time of day, so that a run repeats", false,
      take_seed},
     {"precision", "single|double", "arithmetic of regressions (default single)", false, take_precision},
-    {"tidy", "path", "writes the results a second time, as a tab-separated table", false, take_tidy},
+    {"tidy", "path", "writes the results a second time, as a tab-separated table", false,
+     take_path<&RunArguments::tidy>},
+    {"checkpoint", "path",
+     "keeps how far a cross-validated search has come in a file, from which the same command goes on after a "
+     "fault or a signal",
+     false, take_path<&RunArguments::checkpoint>},
     {"progress", "auto|on|off", "progress on standard error (default auto: on a terminal)", false,
      take_progress},
 };

@@ -21,6 +21,7 @@ struct RunArguments {
   std::string progress = "auto";  // auto, on, off
   std::string precision;          // empty when not given
   std::string tidy;               // path, empty when not given
+  std::string checkpoint;         // path, empty when not given
 };
 
 // Each step returns the exit status to end with, or nothing to go on.

@@ -127,15 +127,22 @@ RunResult run_program(const fs::path& program, const std::vector<std::string>& a
   return run_with(program, arguments, directory, environment, [](pid_t) {});
 }
 
-RunResult interrupt_program(const fs::path& program, const std::vector<std::string>& arguments,
-                            const fs::path& directory, const std::string& file, int signal) {
-  return run_with(program, arguments, directory, {}, [&](pid_t child) {
+RunResult interrupt_program_when(const fs::path& program, const std::vector<std::string>& arguments,
+                                 const fs::path& directory, const Environment& environment,
+                                 const std::function<bool()>& ready, int signal) {
+  return run_with(program, arguments, directory, environment, [&](pid_t child) {
     // A process that has ended stays until it is waited for, so the number cannot be another's.
-    for (int i = 0; i < 2000 && !has_file(directory, file); ++i) {
-      std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    for (int i = 0; i < 4000 && !ready(); ++i) {
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     kill(child, signal);
   });
+}
+
+RunResult interrupt_program(const fs::path& program, const std::vector<std::string>& arguments,
+                            const fs::path& directory, const std::string& file, int signal) {
+  return interrupt_program_when(
+      program, arguments, directory, {}, [&] { return has_file(directory, file); }, signal);
 }
 
 fs::path tavo_program() {

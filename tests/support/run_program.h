@@ -4,6 +4,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,6 +27,12 @@ RunResult run_program(const std::filesystem::path& program, const std::vector<st
 // The same, but as soon as a file whose name begins with `file` stands in the folder, the signal is sent.
 RunResult interrupt_program(const std::filesystem::path& program, const std::vector<std::string>& arguments,
                             const std::filesystem::path& directory, const std::string& file, int signal);
+
+// The same, but the signal is sent as soon as `ready` says so.
+RunResult interrupt_program_when(const std::filesystem::path& program,
+                                 const std::vector<std::string>& arguments,
+                                 const std::filesystem::path& directory, const Environment& environment,
+                                 const std::function<bool()>& ready, int signal);
 
 // The built programs.
 std::filesystem::path tavo_program();

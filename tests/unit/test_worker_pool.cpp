@@ -10,6 +10,7 @@
 #include "src/combination_loop.h"
 #include "src/cv_search.h"
 #include "tests/support/fake_backend.h"
+#include "tests/support/run_program.h"
 
 namespace {
 
@@ -158,8 +159,9 @@ TEST_F(Workers, TheSearchCoversEveryRankOnceAndKeepsTheFirstOfEqualValues) {
   script_.late = std::chrono::milliseconds(5);
   const std::vector<FoldView> folds(2);
   Progress progress("off");
+  Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
   std::sort(script_.ranges.begin(), script_.ranges.end());
   uint64_t next = 0;
   for (const auto& [first, n] : script_.ranges) {
@@ -180,8 +182,9 @@ TEST_F(Workers, ASearchPrintsNoMarks) {
   start(2);
   const std::vector<FoldView> folds(1);
   Progress progress("off");
+  Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 10, 4, progress, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 10, 4, progress, checkpoint, &lists).ok());
   EXPECT_EQ(quiet_.text().find('*'), std::string::npos);
 }
 
@@ -191,8 +194,52 @@ TEST_F(Workers, AFailingRangeEndsTheSearch) {
   start(2);
   const std::vector<FoldView> folds(1);
   Progress progress("off");
+  Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
-  EXPECT_FALSE(search_folds(*pool_, ScoringRules{}, {}, folds, 1000000, 4, progress, &lists).ok());
+  EXPECT_FALSE(
+      search_folds(*pool_, ScoringRules{}, {}, folds, 1000000, 4, progress, checkpoint, &lists).ok());
+}
+
+TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
+  const tavo_test::TempDir folder;
+  const std::string path = (folder / "ck").string();
+  const std::vector<FoldView> folds(2);
+  Progress progress("off");
+  std::vector<std::vector<RankedValue>> lists;
+  {
+    script_.fail_in = "search_range";
+    script_.fail_device = 1;
+    script_.fail_call = 3;
+    start(2);
+    Checkpoint checkpoint;
+    ASSERT_TRUE(checkpoint.open(path, {}).ok());
+    ASSERT_FALSE(
+        search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
+  }
+  Checkpoint checkpoint;
+  ASSERT_EQ(checkpoint.open(path, {}).message(), "");
+  ASSERT_NE(checkpoint.state(2), nullptr);
+  uint64_t next = checkpoint.state(2)->next;
+  EXPECT_GT(next, 0u);
+  EXPECT_LT(next, 20000u);
+  script_.ranges.clear();
+  script_.fail_in.clear();
+  start(3);
+  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
+  std::sort(script_.ranges.begin(), script_.ranges.end());
+  for (const auto& [first, n] : script_.ranges) {
+    EXPECT_EQ(first, next);
+    next = first + n;
+  }
+  EXPECT_EQ(next, 20000u);
+  // Equal values everywhere: the first four ranks, which the first search found.
+  ASSERT_EQ(lists.size(), 2u);
+  for (const std::vector<RankedValue>& list : lists) {
+    ASSERT_EQ(list.size(), 4u);
+    for (uint64_t i = 0; i < 4; ++i) {
+      EXPECT_EQ(list[i].rank, i);
+    }
+  }
 }
 
 TEST_F(Workers, ACodeThatIsNoCommandIsIgnoredAndNotCountedDown) {
