@@ -215,6 +215,7 @@ TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
     ASSERT_TRUE(checkpoint.open(path, {}).ok());
     ASSERT_FALSE(
         search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
+    pool_.reset();
   }
   Checkpoint checkpoint;
   ASSERT_EQ(checkpoint.open(path, {}).message(), "");
