@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The lane search for processors with AVX2 and POPCNT, behind the byte filter, which lets few combinations
-// pass: plain loops that the compiler vectorises where it can. Only static functions, and no library
+// The lane search for processors without AVX-512, behind the row filter, which lets few combinations pass:
+// counting in plain loops that the compiler vectorises where it can. Only static functions, and no library
 // templates.
 #include "cpu/lane_bounds_body.h"
 #include "cpu/lane_kernels.h"
