@@ -31,16 +31,17 @@ inline constexpr int kMaxPlaneOrder = 6;
 std::unique_ptr<RangeSearch> make_plane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                                const Segments& segments, const BitPlanes& planes);
 
-// Lanes: the last SNP's planes interleaved, a combination per vector lane; upper bounds turn most combinations
-// away before their exact value is computed: a first one of 512 combinations at once in small integers, or
-// exact counts of them (rows; null for none), a second one of 16. For what lane_search_fits.
+// Lanes: the last SNP's planes interleaved, a combination per vector lane; upper bounds turn most
+// combinations away before their exact value is computed: a first one of 512 combinations at once in small
+// integers, or exact counts of them (rows; null for none), a second one of 16. For what lane_search_fits.
 bool lane_search_fits(const ScoringRules& rules, const Segments& segments);
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,
                                               const Segments& segments, const LanePlanes& planes,
                                               const SampleRows* rows, InstructionSet instruction_set);
 
-// The rows of the first bound, where it applies (measures that have one, classes of sizes that suit it, next to
-// no missing genotypes), or of counts; null for other orders than they are made for, and transposed problems.
+// The rows of the first bound, where it applies (measures that have one, classes of sizes that suit it, next
+// to no missing genotypes), or of counts; null for other orders than they are made for, and transposed
+// problems.
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
                                                    const Segments& segments, const LanePlanes& planes);
 

@@ -24,8 +24,8 @@
 // combinations are given a mp + b mm on top, their slack, where the measure depends on these shares alone.
 // Counts need no slack: missing genotypes have rows and lists of their own.
 //
-// For bounds, rows of the minus class hold the bits of the samples that do NOT have the genotype, so that rows
-// of both classes can be added up alike: minus samples of a list less those with the genotype.
+// For bounds, rows of the minus class hold the bits of the samples that do NOT have the genotype, so that
+// rows of both classes can be added up alike: minus samples of a list less those with the genotype.
 //
 // Plain pointers only: the files behind this are compiled for wider processors than the rest.
 #pragma once
