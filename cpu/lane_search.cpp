@@ -7,12 +7,11 @@
 #include "cpu/fold_scores.h"
 #include "cpu/lane_kernels.h"
 #include "cpu/lane_planes.h"
+#include "cpu/prefix_runs.h"
 #include "cpu/range_search.h"
 #include "cpu/row_tile.h"
 #include "cpu/sample_rows.h"
 #include "lib/bits.h"
-#include "lib/comb.h"
-#include "lib/comb_rank.h"
 #include "lib/search_bound.h"
 
 namespace {
@@ -86,27 +85,18 @@ class LaneSearch : public RangeSearch {
     }
     prefix_pairs_.resize(prefix_cells_ * n_pairs_);
     counts_.resize(3 * prefix_cells_ * n_pairs_ * kLanes);
-    totals_.resize((3 * prefix_cells_ + 3) * kLanes);
+    totals_.resize(3 * prefix_cells_ * kLanes);
     lane_counts_.resize(3 * prefix_cells_ * 2 * n_pairs_);
     set_class_totals(setup);
   }
 
   void run(uint64_t first_rank, uint64_t n_ranks, std::vector<CandidateList>& lists) override {
     set_limits(lists);
-    std::vector<int> comb(static_cast<size_t>(rules_.order));
-    comb_unrank(n_snps_, rules_.order, first_rank, comb.data());
-    for (uint64_t done = 0; done < n_ranks;) {
-      // The run of combinations with this prefix: last SNPs first .. end - 1.
-      const int first = comb.back();
-      const int end = static_cast<int>(std::min<uint64_t>(static_cast<uint64_t>(n_snps_),
-                                                          static_cast<uint64_t>(first) + (n_ranks - done)));
-      add_run({comb, static_cast<size_t>(first), static_cast<size_t>(end), first_rank + done}, lists);
-      done += static_cast<uint64_t>(end - first);
-      comb.back() = n_snps_ - 1;
-      if (comb_nextstep(&rules_.order, &n_snps_, comb.data()) != 0) {
-        break;
-      }
-    }
+    for_each_prefix_run(
+        rules_.order, n_snps_, first_rank, n_ranks,
+        [&](const std::vector<int>& comb, int end, uint64_t rank) {
+          add_run({comb, static_cast<size_t>(comb.back()), static_cast<size_t>(end), rank}, lists);
+        });
     search_tile(lists);
   }
 

@@ -2,9 +2,8 @@
 #include <bit>
 
 #include "cpu/fold_scores.h"
+#include "cpu/prefix_runs.h"
 #include "cpu/range_search.h"
-#include "lib/comb.h"
-#include "lib/comb_rank.h"
 
 namespace {
 
@@ -27,21 +26,18 @@ class PlaneSearch : public RangeSearch {
   }
 
   void run(uint64_t first_rank, uint64_t n_ranks, std::vector<CandidateList>& lists) override {
-    std::vector<int> comb(static_cast<size_t>(order_));
-    comb_unrank(n_snps_, order_, first_rank, comb.data());
-    for (uint64_t done = 0; done < n_ranks;) {
-      join_prefix(comb.data());
-      for (int& last = comb.back(); last < n_snps_ && done < n_ranks; ++last, ++done) {
-        count(last);
-        scores_.offer(first_rank + done, counts_.data(), static_cast<int64_t>(3 * prefix_cells_),
-                      counted_.data(), lists);
-      }
-      // One past the end of the run: the step to the next prefix starts from its last combination.
-      comb.back() = n_snps_ - 1;
-      if (comb_nextstep(&order_, &n_snps_, comb.data()) != 0) {
-        break;
-      }
-    }
+    for_each_prefix_run(
+        order_, n_snps_, first_rank, n_ranks, [&](const std::vector<int>& comb, int end, uint64_t rank) {
+          join_prefix_planes(
+              comb, words_,
+              [&](int snp, size_t genotype) { return planes_.plane(snp, static_cast<int>(genotype)); },
+              &prefix_);
+          for (int last = comb.back(); last < end; ++last, ++rank) {
+            count(last);
+            scores_.offer(rank, counts_.data(), static_cast<int64_t>(3 * prefix_cells_), counted_.data(),
+                          lists);
+          }
+        });
   }
 
  private:
@@ -56,23 +52,6 @@ class PlaneSearch : public RangeSearch {
         weight *= rules.base();
       }
       counted_.push_back(table_cell < rules.counted_cells() ? 1 : 0);
-    }
-  }
-
-  // prefix_: the planes of all genotype patterns of the combination's SNPs but the last, first SNP lowest
-  // digit.
-  void join_prefix(const int* comb) {
-    for (size_t cell = 0; cell < prefix_cells_; ++cell) {
-      uint64_t* joined = prefix_.data() + cell * words_;
-      for (size_t w = 0; w < words_; ++w) {
-        joined[w] = ~uint64_t{0};
-      }
-      for (size_t digits = cell, j = 0; j + 1 < static_cast<size_t>(order_); ++j, digits /= 3) {
-        const uint64_t* plane = planes_.plane(comb[j], static_cast<int>(digits % 3));
-        for (size_t w = 0; w < words_; ++w) {
-          joined[w] &= plane[w];
-        }
-      }
     }
   }
 

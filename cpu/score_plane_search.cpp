@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 
+#include "cpu/prefix_runs.h"
 #include "cpu/range_search.h"
 #include "cpu/score_kernels.h"
-#include "lib/comb.h"
-#include "lib/comb_rank.h"
 #include "lib/cv_measures.h"
 #include "lib/packed_genotypes.h"
 
@@ -24,39 +23,21 @@ class ScorePlaneSearch : public RangeSearch {
   }
 
   void run(uint64_t first_rank, uint64_t n_ranks, std::vector<CandidateList>& lists) override {
-    std::vector<int> comb(static_cast<size_t>(rules_.order));
-    comb_unrank(n_snps_, rules_.order, first_rank, comb.data());
-    for (uint64_t done = 0; done < n_ranks;) {
-      // The run of combinations with this prefix: last SNPs first .. end - 1.
-      const int first = comb.back();
-      const int end = static_cast<int>(std::min<uint64_t>(static_cast<uint64_t>(n_snps_),
-                                                          static_cast<uint64_t>(first) + (n_ranks - done)));
-      join_prefix(comb);
-      for (int last = first; last < end; last += kScoreCombinations) {
-        const int n = std::min<int>(end - last, kScoreCombinations);
-        search(last, n, first_rank + done + static_cast<uint64_t>(last - first), lists);
-      }
-      done += static_cast<uint64_t>(end - first);
-      comb.back() = n_snps_ - 1;
-      if (comb_nextstep(&rules_.order, &n_snps_, comb.data()) != 0) {
-        break;
-      }
-    }
+    for_each_prefix_run(
+        rules_.order, n_snps_, first_rank, n_ranks,
+        [&](const std::vector<int>& comb, int end, uint64_t rank) {
+          join_prefix_planes(
+              comb, planes_.words,
+              [&](int snp, size_t genotype) { return planes_.of_snp(snp) + genotype * planes_.words; },
+              &prefix_);
+          for (int last = comb.back(); last < end; last += kScoreCombinations) {
+            search(last, std::min<int>(end - last, kScoreCombinations),
+                   rank + static_cast<uint64_t>(last - comb.back()), lists);
+          }
+        });
   }
 
  private:
-  void join_prefix(const std::vector<int>& comb) {
-    for (size_t cell = 0; cell < prefix_cells_; ++cell) {
-      for (size_t w = 0; w < planes_.words; ++w) {
-        uint64_t bits = ~uint64_t{0};
-        for (size_t j = 0, digits = cell; j + 1 < comb.size(); ++j, digits /= 3) {
-          bits &= planes_.of_snp(comb[j])[digits % 3 * planes_.words + w];
-        }
-        prefix_[cell * planes_.words + w] = bits;
-      }
-    }
-  }
-
   // n last SNPs from `last` on.
   void search(int last, int n, uint64_t rank, std::vector<CandidateList>& lists) {
     static_assert(kScoreCombinations == 2);
