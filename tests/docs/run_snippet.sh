@@ -8,6 +8,7 @@ interpreter=python3
 [ "$language" = r ] && interpreter=Rscript
 if ! command -v "$interpreter" >/dev/null; then
   echo "SKIPPED: $interpreter is missing"
+  [ "${TAVO_REQUIRE_TOOLS:-}" != 1 ] || exit 1
   exit 77
 fi
 

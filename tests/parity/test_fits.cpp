@@ -15,6 +15,7 @@
 #include "lib/standardized.h"
 #include "tests/reference/naive_regression.h"
 #include "tests/support/regression_data.h"
+#include "tests/support/required.h"
 #include "tests/support/run_program.h"
 
 namespace tavo_test {
@@ -285,12 +286,10 @@ TEST(SinglePrecisionFits, EqualGlmAndLmOfRAsFarAsRoundingLets) {
   }
 }
 
-// The recorded values are those of R: where R is installed, it computes them again.
+// The recorded values are those of R, which computes them again.
 TEST(RecordedFits, AreWhatRPrints) {
   const std::filesystem::path rscript = "/usr/bin/Rscript";
-  if (!std::filesystem::exists(rscript)) {
-    GTEST_SKIP() << "R is not installed";
-  }
+  TAVO_NEEDS(std::filesystem::exists(rscript), "Rscript");
   const std::filesystem::path root = source_root();
   const RunResult run = run_program(rscript,
                                     {(root / "tests/reference/regression.R").string(), "fits",

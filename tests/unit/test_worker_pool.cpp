@@ -41,6 +41,27 @@ class Workers : public testing::Test {
                                           [&](const std::string& line) { return line.starts_with(what); }));
   }
 
+  // That the ranges searched are next .. end - 1, each rank once.
+  void expect_ranges(uint64_t next, uint64_t end) {
+    std::sort(script_.ranges.begin(), script_.ranges.end());
+    for (const auto& [first, n] : script_.ranges) {
+      EXPECT_EQ(first, next);
+      next = first + n;
+    }
+    EXPECT_EQ(next, end);
+  }
+
+  // Values are equal everywhere: of both folds, the first four ranks.
+  static void expect_first_ranks(const std::vector<std::vector<RankedValue>>& lists) {
+    ASSERT_EQ(lists.size(), 2u);
+    for (const std::vector<RankedValue>& list : lists) {
+      ASSERT_EQ(list.size(), 4u);
+      for (uint64_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(list[i].rank, i);
+      }
+    }
+  }
+
   QuietStdout quiet_;
   FakeScript script_;
   FakeBackend backend_{script_};
@@ -162,20 +183,8 @@ TEST_F(Workers, TheSearchCoversEveryRankOnceAndKeepsTheFirstOfEqualValues) {
   Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
   ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
-  std::sort(script_.ranges.begin(), script_.ranges.end());
-  uint64_t next = 0;
-  for (const auto& [first, n] : script_.ranges) {
-    EXPECT_EQ(first, next);
-    next = first + n;
-  }
-  EXPECT_EQ(next, 20000u);
-  ASSERT_EQ(lists.size(), 2u);
-  for (const std::vector<RankedValue>& list : lists) {
-    ASSERT_EQ(list.size(), 4u);
-    for (uint64_t i = 0; i < 4; ++i) {
-      EXPECT_EQ(list[i].rank, i);
-    }
-  }
+  expect_ranges(0, 20000);
+  expect_first_ranks(lists);
 }
 
 TEST_F(Workers, ASearchPrintsNoMarks) {
@@ -220,27 +229,15 @@ TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
   Checkpoint checkpoint;
   ASSERT_EQ(checkpoint.open(path, {}).message(), "");
   ASSERT_NE(checkpoint.state(2), nullptr);
-  uint64_t next = checkpoint.state(2)->next;
+  const uint64_t next = checkpoint.state(2)->next;
   EXPECT_GT(next, 0u);
   EXPECT_LT(next, 20000u);
   script_.ranges.clear();
   script_.fail_in.clear();
   start(3);
   ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
-  std::sort(script_.ranges.begin(), script_.ranges.end());
-  for (const auto& [first, n] : script_.ranges) {
-    EXPECT_EQ(first, next);
-    next = first + n;
-  }
-  EXPECT_EQ(next, 20000u);
-  // Equal values everywhere: the first four ranks, which the first search found.
-  ASSERT_EQ(lists.size(), 2u);
-  for (const std::vector<RankedValue>& list : lists) {
-    ASSERT_EQ(list.size(), 4u);
-    for (uint64_t i = 0; i < 4; ++i) {
-      EXPECT_EQ(list[i].rank, i);
-    }
-  }
+  expect_ranges(next, 20000);
+  expect_first_ranks(lists);  // which the first search found
 }
 
 TEST_F(Workers, ACodeThatIsNoCommandIsIgnoredAndNotCountedDown) {
