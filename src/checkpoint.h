@@ -1,14 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The checkpoint of a cross-validated search: a file from which an interrupted run goes on. It says what the
-// run is, and how far each order has come. A text file of tab-separated lines:
-//   tavo checkpoint   1
-//   run    NAME   VALUE              what decides the result, see run_identity.h
-//   seed   NUMBER                    of the fold shuffle, where the run drew it
-//   order  K      NEXT   FOLDS       all ranks below NEXT are searched
-//   fold   N                         of each fold in turn, and of its N entries, best first:
-//   RANK   VALUE                     the float's bits, hexadecimal
-//   end    CRC                       CRC-32 of the bytes before this line, hexadecimal
+// run is, and how far each order has come; docs/formats.md has its lines.
 #pragma once
 
 #include <chrono>
