@@ -49,9 +49,7 @@ int randomize() {
 }
 
 void permuteValues(uint8_t* values, const int* n) {
-  for (int i = *n; i >= 2; --i) {
-    std::swap(values[draw_below(static_cast<size_t>(i))], values[i - 1]);
-  }
+  permute(std::span(values, static_cast<size_t>(std::max(*n, 0))));
 }
 
 void permuteValuesByIndex(uint8_t* values, const int* index, const int* n) {

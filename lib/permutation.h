@@ -4,13 +4,27 @@
 // its quantiles and p-values. Host analysis thread only. A draw is reduced to a range m by the remainder.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <span>
+#include <utility>
+
+#include "lib/rng.h"
 
 // Seeds the system's rand from the time of day, draws r, sets s = r mod 2147483647, discards s draws, returns
 // s. No analysis calls it.
 int randomize();
 
-// Shuffles values[*n] in place: for i = n down to 2 swap the last of the first i with one of them.
+// The shuffle of permuteValues, for values of any type: for i = n down to 2 swap the last of the first i with
+// one of them.
+template <typename T>
+void permute(std::span<T> values) {
+  for (size_t i = values.size(); i >= 2; --i) {
+    std::swap(values[int32_rand() % i], values[i - 1]);
+  }
+}
+
+// Shuffles values[*n] in place.
 void permuteValues(uint8_t* values, const int* n);
 
 // The same among the positions index[*n] of values; all other entries stay.

@@ -1,7 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/MDRResult.h"
 
+#include <algorithm>
+#include <functional>
 #include <utility>
+
+namespace {
+
+bool is_filled(const std::vector<int>& snps, const std::vector<double>& values) {
+  return std::adjacent_find(snps.begin(), snps.end(), std::greater_equal<>()) == snps.end() &&
+         std::any_of(values.begin(), values.end(), [](double value) { return value != 0.0; });
+}
+
+}  // namespace
+
+bool KeptCombination::is_filled() const {
+  return ::is_filled(snps, record);
+}
 
 MDRResult::MDRResult(int maximum_order_, int minimum_order_minus_1_, int n_groups, int n_slots, int top,
                      int mode_, int subset_value_1_, int subset_value_2_, std::vector<int> subset_)
@@ -21,6 +36,19 @@ void MDRResult::clear_ranking() {
   best_snps.clear();
   best_keys.clear();
   weighted_cvc.clear();
+  ranking_testing.clear();
   p_values.clear();
   measures = {};
+}
+
+bool MDRResult::is_filled(size_t rank) const {
+  std::vector<double> values;
+  for (const MeasurePair& pair : measures) {
+    for (const std::vector<double>* column : {&pair.training, &pair.testing}) {
+      if (!column->empty()) {
+        values.push_back((*column)[rank]);
+      }
+    }
+  }
+  return ::is_filled(best_snps[rank], values);
 }

@@ -17,6 +17,9 @@ struct KeptCombination {
   std::string key;             // lib/comb.h, such as ",3,17,"
   std::vector<int> snps;       // [order]
   std::vector<double> record;  // [32] training and testing measures, or [16] of an exhaustive analysis
+
+  // Places of a list that no combination filled hold the first SNP throughout and zeros.
+  bool is_filled() const;
 };
 
 // Training and testing value of one measure, per rank.
@@ -34,6 +37,9 @@ class MDRResult {
 
   // Empties the summary.
   void clear_ranking();
+
+  // Whether a combination stands at this rank: places of the lists that none filled are ranked, too.
+  bool is_filled(size_t rank) const;
 
   int maximum_order;
   int minimum_order_minus_1;
@@ -56,6 +62,7 @@ class MDRResult {
   std::vector<std::vector<int>> best_snps;
   std::vector<std::string> best_keys;
   std::vector<double> weighted_cvc;
+  std::vector<double> ranking_testing;              // testing value of the ranking measure; cross-validated
   std::vector<double> p_values;                     // permutation runs only
   std::array<MeasurePair, kMeasureCount> measures;  // [measure]; accuracy (1) is not kept
 };

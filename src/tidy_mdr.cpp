@@ -47,7 +47,7 @@ const char* kind_word(Kind kind) {
 // The places of the columns. Lists such as the SNPs take a column for each of the largest order.
 class Columns {
  public:
-  explicit Columns(int maximum_order) : order_(static_cast<size_t>(maximum_order)) {
+  Columns(int maximum_order, bool permuted) : order_(static_cast<size_t>(maximum_order)) {
     row = take("row");
     setting = take("setting");
     value = take("value");
@@ -73,11 +73,19 @@ class Columns {
     controls = take("controls");
     score_sum = take("score_sum");
     risk = take("risk");
+    if (permuted) {
+      p_testing = take("p_testing");
+      p_consistency = take("p_consistency");
+      p_testing_all_orders = take("p_testing_all_orders");
+      p_consistency_all_orders = take("p_consistency_all_orders");
+    }
   }
 
   std::vector<std::string> names;
   size_t row, setting, value, order, rank, combination, snp, position, fold, weighted_consistency,
       folds_listed, folds_first, training, p, threshold, genotype, n, cases, controls, score_sum, risk;
+  // Of runs with a permutation test.
+  size_t p_testing = 0, p_consistency = 0, p_testing_all_orders = 0, p_consistency_all_orders = 0;
 
  private:
   size_t take(const std::string& name) {
@@ -95,38 +103,25 @@ class Columns {
   size_t order_;
 };
 
-// Places of a list that no combination filled hold the first SNP throughout and zeros.
-template <typename Values>
-bool is_filled(const std::vector<int>& snps, const Values& values) {
-  return std::adjacent_find(snps.begin(), snps.end(), std::greater_equal<>()) == snps.end() &&
-         std::any_of(values.begin(), values.end(), [](double value) { return value != 0.0; });
-}
+// What permuted runs record of an order.
+struct Statistic {
+  double BestOfOrder::*value;
+  const char* threshold_name;  // of the setting
+};
 
-bool is_filled(const KeptCombination& kept) {
-  return is_filled(kept.snps, kept.record);
-}
-
-bool is_filled(const MDRResult& result, size_t rank) {
-  std::vector<double> values;
-  for (const MeasurePair& pair : result.measures) {
-    if (!pair.training.empty()) {
-      values.push_back(pair.training[rank]);
-    }
-    if (!pair.testing.empty()) {
-      values.push_back(pair.testing[rank]);
-    }
-  }
-  return is_filled(result.best_snps[rank], values);
-}
+constexpr Statistic kStatistics[] = {{&BestOfOrder::testing, "testing_threshold_5_percent"},
+                                     {&BestOfOrder::consistency, "consistency_threshold_5_percent"}};
 
 class Writer {
  public:
-  Writer(MdrWriter& file, const MdrReader& reader, const RunSettings& settings, const ResultArray& results)
+  Writer(MdrWriter& file, const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
+         const PermutationNull& null)
       : file_(file),
         reader_(reader),
         settings_(settings),
         results_(results),
-        columns_(settings.maximum_order),
+        null_(null),
+        columns_(settings.maximum_order, settings.permutations > 0),
         names_(reader.ReadHeader()),
         exhaustive_(settings.mode >= 2),
         by_threshold_(settings.mode == 0 || settings.mode == 2),
@@ -181,6 +176,16 @@ class Writer {
     write_setting("cases", std::to_string(analysed_.n_cases));
     write_setting("controls", std::to_string(analysed_.n_controls));
     write_setting("snps", std::to_string(reader_.GetColCount()));
+    if (permuted()) {
+      write_setting("permutations", std::to_string(null_.permutations()));
+      if (settings_.stop_after > 0) {
+        write_setting("stop_after", std::to_string(settings_.stop_after));
+      }
+      for (const Statistic& statistic : kStatistics) {
+        write_setting(statistic.threshold_name,
+                      tidy_number(permutation_threshold(null_.of_all_orders(statistic.value))));
+      }
+    }
   }
 
   void write_setting(const char* name, const std::string& value, int order = 0) {
@@ -199,20 +204,27 @@ class Writer {
     if (by_threshold_) {
       write_setting("permutation_threshold", tidy_number(result.threshold), order);
     }
+    if (permuted()) {
+      for (const Statistic& statistic : kStatistics) {
+        write_setting(statistic.threshold_name,
+                      tidy_number(permutation_threshold(null_.of_order(null_order(order), statistic.value))),
+                      order);
+      }
+    }
     for (size_t rank = 0; rank < result.best_snps.size(); ++rank) {
-      if (is_filled(result, rank)) {
+      if (result.is_filled(rank)) {
         write_combination(result, rank);
       }
     }
     for (size_t group = 0; group < result.kept.size(); ++group) {
       for (size_t place = 0; place < result.kept[group].size(); ++place) {
-        if (is_filled(result.kept[group][place])) {
+        if (result.kept[group][place].is_filled()) {
           write_kept(group, place, result.kept[group][place]);
         }
       }
     }
     for (size_t rank = 0; rank < std::min(kRanksWithCells, result.best_snps.size()); ++rank) {
-      if (is_filled(result, rank)) {
+      if (result.is_filled(rank)) {
         write_cells(rank, result.best_snps[rank]);
       }
     }
@@ -254,7 +266,7 @@ class Writer {
       size_t first = 0;
       for (const std::vector<KeptCombination>& list : result.kept) {
         const auto entry = std::find_if(list.begin(), list.end(), [&](const KeptCombination& kept) {
-          return kept.snps == snps && is_filled(kept);
+          return kept.snps == snps && kept.is_filled();
         });
         listed += entry != list.end() ? 1 : 0;
         first += entry == list.begin() && entry != list.end() ? 1 : 0;
@@ -274,12 +286,35 @@ class Writer {
     if (by_threshold_ && (settings_.measure == kBalancedAccuracy || settings_.measure == kChiSquare)) {
       row.set(columns_.p, result.p_values[rank]);
     }
+    if (permuted()) {
+      set_permutation_p_values(result, rank, &row);
+    }
     const CellTable table = cells_of(snps);
     row.set(columns_.threshold, table.threshold);
     row.set(columns_.n, table.cases + table.controls);
     row.set(columns_.cases, table.cases);
     row.set(columns_.controls, table.controls);
     file_.WriteLine(row.line());
+  }
+
+  bool permuted() const { return settings_.permutations > 0; }
+
+  // The place of an order among those of the permuted runs.
+  size_t null_order(int order) const {
+    return static_cast<size_t>(order - settings_.minimum_order_minus_1 - 1);
+  }
+
+  void set_permutation_p_values(const MDRResult& result, size_t rank, TidyRow* row) const {
+    const size_t order = null_order(static_cast<int>(result.best_snps[rank].size()));
+    const auto set = [&](size_t column, const std::vector<double>& null, double observed) {
+      row->set(column, permutation_p_value(null, observed, settings_.stop_after));
+    };
+    const double testing = result.ranking_testing[rank];
+    const double consistency = result.weighted_cvc[rank];
+    set(columns_.p_testing, null_.of_order(order, &BestOfOrder::testing), testing);
+    set(columns_.p_consistency, null_.of_order(order, &BestOfOrder::consistency), consistency);
+    set(columns_.p_testing_all_orders, null_.of_all_orders(&BestOfOrder::testing), testing);
+    set(columns_.p_consistency_all_orders, null_.of_all_orders(&BestOfOrder::consistency), consistency);
   }
 
   // A list's entry: of a fold, or of the one list of an exhaustive run.
@@ -356,6 +391,7 @@ class Writer {
   const MdrReader& reader_;
   const RunSettings& settings_;
   const ResultArray& results_;
+  const PermutationNull& null_;
   const Columns columns_;
   const std::vector<std::string> names_;
   const bool exhaustive_;
@@ -368,6 +404,7 @@ class Writer {
 
 }  // namespace
 
-void TidyMdr::write(const MdrReader& reader, const RunSettings& settings, const ResultArray& results) {
-  Writer(writer_, reader, settings, results).write();
+void TidyMdr::write(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
+                    const PermutationNull& null) {
+  Writer(writer_, reader, settings, results, null).write();
 }

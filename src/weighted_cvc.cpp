@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "lib/comb.h"
 #include "lib/utils.h"
@@ -28,10 +29,15 @@ std::vector<MergedCombination> mdrColSum(const std::vector<WeightedEntry>& entri
   return distinct;
 }
 
-void TFmMDR::CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result) {
+namespace {
+
+// The at most `top` combinations of the folds' lists with the largest weighted consistency in `measure`, best
+// first, their records averaged over the folds that hold them.
+std::vector<MergedCombination> rank_by_consistency(const std::vector<std::vector<KeptCombination>>& lists,
+                                                   int measure, int top) {
   std::vector<WeightedEntry> entries;
   size_t n_first = 0;
-  for (const std::vector<KeptCombination>& list : result->kept) {
+  for (const std::vector<KeptCombination>& list : lists) {
     double largest = 0.0;
     for (const KeptCombination& kept : list) {
       largest = std::max(largest, kept.record[static_cast<size_t>(measure)]);
@@ -60,14 +66,25 @@ void TFmMDR::CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result
   std::vector<int> ascending(distinct.size());
   shellsortIndex(ascending.data(), weights.data(), &n, &element_size, cmp_double);
 
-  result->top_count = std::min(result->top_count, n);
+  std::vector<MergedCombination> ranked;
+  for (int rank = 0; rank < std::min(top, n); ++rank) {
+    ranked.push_back(std::move(distinct[static_cast<size_t>(ascending[static_cast<size_t>(n - 1 - rank)])]));
+  }
+  return ranked;
+}
+
+}  // namespace
+
+void rank_kept_combinations(int measure, MDRResult* result) {
+  const std::vector<MergedCombination> ranking =
+      rank_by_consistency(result->kept, measure, result->top_count);
+  result->top_count = static_cast<int>(ranking.size());
   result->clear_ranking();
-  for (int rank = 0; rank < result->top_count; ++rank) {
-    const MergedCombination& ranked =
-        distinct[static_cast<size_t>(ascending[static_cast<size_t>(n - 1 - rank)])];
+  for (const MergedCombination& ranked : ranking) {
     result->best_snps.push_back(ranked.snps);
     result->best_keys.push_back(comb_key(ranked.snps.data(), static_cast<int>(ranked.snps.size())));
     result->weighted_cvc.push_back(ranked.weight);
+    result->ranking_testing.push_back(ranked.record[kTestingEntry + static_cast<size_t>(measure)]);
     for (size_t m = 0; m < kMeasureCount; ++m) {
       if (m != kAccuracy) {
         result->measures[m].training.push_back(ranked.record[m]);
@@ -75,5 +92,9 @@ void TFmMDR::CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result
       }
     }
   }
+}
+
+void TFmMDR::CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result) {
+  rank_kept_combinations(measure, result);
   rank_p_values(measure, permutation, result);
 }

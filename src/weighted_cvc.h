@@ -28,3 +28,7 @@ struct WeightedEntry {
 // Merges equal combinations. The first n_first entries, those of the first fold that has any, stay distinct
 // without being compared with each other; every later entry joins the first that it equals, or is appended.
 std::vector<MergedCombination> mdrColSum(const std::vector<WeightedEntry>& entries, size_t n_first);
+
+// Ranks the combinations of the folds' lists, result->kept, by weighted consistency in `measure` into the
+// summary of *result, but its p-values.
+void rank_kept_combinations(int measure, MDRResult* result);
