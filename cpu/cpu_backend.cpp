@@ -72,19 +72,22 @@ class CpuDevice : public Device {
     order_ = command.rules.order;
     n_folds_ = command.folds.size();
     list_size_ = static_cast<size_t>(command.list_size);
+    const Problem& problem = command.problem != nullptr ? *command.problem : *problem_;
     if (command.kind == LoopKind::kRecords) {
-      record_path_.emplace(*problem_, command.rules, command.folds.front());
+      for (const FoldView& fold : command.folds) {
+        record_paths_.emplace_back(problem, command.rules, fold);
+      }
       return {};
     }
-    search_data_ = backend_.search_data(*problem_, command);
-    search_ = search_data_->make_search(*problem_, command);
+    search_data_ = backend_.search_data(problem, command);
+    search_ = search_data_->make_search(problem, command);
     return {};
   }
 
   Status evaluate_list(const WorkerBatchCommand& command) override {
     for (size_t i = 0; i < command.active && stop_signal() == 0; ++i) {
-      record_path_->evaluate(command.combinations + i * static_cast<size_t>(order_),
-                             command.results + i * kRecordSize);
+      record_paths_[command.fold].evaluate(command.combinations + i * static_cast<size_t>(order_),
+                                           command.results + i * kRecordSize);
     }
     return {};
   }
@@ -121,7 +124,7 @@ class CpuDevice : public Device {
 
   void release() override {
     item_fits_.reset();
-    record_path_.reset();
+    record_paths_.clear();
     search_.reset();
     search_data_.reset();
   }
@@ -132,7 +135,7 @@ class CpuDevice : public Device {
   int order_ = 0;
   size_t n_folds_ = 0;
   size_t list_size_ = 0;
-  std::optional<RecordPath> record_path_;
+  std::vector<RecordPath> record_paths_;  // [fold]
   std::shared_ptr<const SearchData> search_data_;
   std::unique_ptr<RangeSearch> search_;
   std::unique_ptr<ItemFits> item_fits_;

@@ -63,6 +63,7 @@ class CudaDevice : public Device {
 
   Status send_genotypes(const Problem& problem) override {
     return attempt([&] {
+      started_with_ = &problem;
       data_.problem = &problem;
       if (!problem.transposed) {
         const auto words =
@@ -80,10 +81,8 @@ class CudaDevice : public Device {
                                                 n * static_cast<size_t>(problem.n_covariates));
         const auto send = problem.ordered_regression ? cuRegOrderedSendBase : cuRegSendBase;
         send(data_.regression, {problem.phenotypes, n}, covariates, data_.stream.get());
-      } else if (problem.scores != nullptr) {
-        cuGmdrSendBase(data_.gmdr, {problem.classes, n}, {problem.scores, n}, data_.stream.get());
       } else {
-        cuMdrSendBase(data_.mdr, {problem.classes, n}, data_.stream.get());
+        send_classes(problem);
       }
     });
   }
@@ -93,10 +92,13 @@ class CudaDevice : public Device {
       return Status::failure("the CUDA backend takes orders up to " + std::to_string(kMaxCudaOrder));
     }
     return attempt([&] {
+      take_classes(command.problem != nullptr ? *command.problem : *started_with_,
+                   command.problem != nullptr);
       list_size_ = static_cast<size_t>(command.list_size);
-      n_folds_ = command.folds.size();
+      rules_ = command.rules;
+      folds_.assign(command.folds.begin(), command.folds.end());
       if (command.kind == LoopKind::kRecords) {
-        record_loop_.emplace(data_, command.rules, command.folds.front());
+        begin_records(0);
       } else {
         range_loop_.emplace(data_, command);
       }
@@ -104,18 +106,23 @@ class CudaDevice : public Device {
   }
 
   Status evaluate_list(const WorkerBatchCommand& command) override {
-    return attempt([&] { record_loop_->evaluate(command.combinations, command.active, command.results); });
+    return attempt([&] {
+      if (command.fold != records_of_) {
+        begin_records(command.fold);
+      }
+      record_loop_->evaluate(command.combinations, command.active, command.results);
+    });
   }
 
   Status search_range(const WorkerBatchCommand& command) override {
     return attempt([&] {
       std::vector<CandidateList> lists;
-      for (size_t f = 0; f < n_folds_; ++f) {
+      for (size_t f = 0; f < folds_.size(); ++f) {
         lists.emplace_back(list_size_, command.floors[f]);
       }
       range_loop_->run(command.first_rank, command.n_ranks, lists);
       command.candidates->clear();
-      for (size_t f = 0; f < n_folds_; ++f) {
+      for (size_t f = 0; f < folds_.size(); ++f) {
         for (const RankedValue& entry : lists[f].entries()) {
           command.candidates->push_back({entry.rank, static_cast<int>(f), entry.value});
         }
@@ -159,9 +166,36 @@ class CudaDevice : public Device {
     return {};
   }
 
+  void begin_records(size_t fold) {
+    record_loop_.reset();
+    record_loop_.emplace(data_, rules_, folds_[fold]);
+    records_of_ = fold;
+  }
+
+  // The classes and scores of this problem hold from now on. other: they may be others than they were, too,
+  // when the problem is the same object.
+  void take_classes(const Problem& problem, bool other) {
+    if (other || data_.problem != &problem) {
+      data_.problem = &problem;
+      send_classes(problem);
+    }
+  }
+
+  void send_classes(const Problem& problem) {
+    const auto n = static_cast<size_t>(problem.n_samples);
+    if (problem.scores != nullptr) {
+      cuGmdrSendBase(data_.gmdr, {problem.classes, n}, {problem.scores, n}, data_.stream.get());
+    } else {
+      cuMdrSendBase(data_.mdr, {problem.classes, n}, data_.stream.get());
+    }
+  }
+
   const int gpu_;
+  const Problem* started_with_ = nullptr;
   size_t list_size_ = 0;
-  size_t n_folds_ = 0;
+  ScoringRules rules_;
+  std::vector<FoldView> folds_;  // of the loop
+  size_t records_of_ = 0;        // the fold that record_loop_ is of
   DeviceData data_;
   std::optional<RecordLoop> record_loop_;
   std::optional<RangeLoop> range_loop_;

@@ -36,9 +36,13 @@ struct WorkerSetupCommand : WorkerCommand {
 
   LoopKind kind = LoopKind::kRecords;
   ScoringRules rules;
-  std::span<const FoldView> folds;  // kRecords: exactly one
-  std::span<const int> samples;     // kSearch: the run's sample list; scores are summed from its end
-  int list_size = 0;                // kSearch: entries N of each fold's list, >= 1
+  std::span<const FoldView> folds;
+  std::span<const int> samples;  // kSearch: the run's sample list; scores are summed from its end
+  int list_size = 0;             // kSearch: entries N of each fold's list, >= 1
+  // Whose classes and scores hold in place of those that the workers started with, or null. Everything else
+  // in it is the same.
+  const Problem* problem = nullptr;
+  bool quiet = false;  // kRecords: without the marks of a combination loop
 };
 
 // The last entry of a fold's list. Lists are in a total order, measure descending, rank ascending: a
@@ -64,10 +68,12 @@ struct SearchCandidate {
 struct WorkerBatchCommand : WorkerCommand {
   WorkerBatchCommand() : WorkerCommand{kCommandBatch} {}
 
-  // After kRecords: `active` combinations, [active][order] SNP indices, and their records [active][32].
+  // After kRecords: `active` combinations, [active][order] SNP indices, and their records [active][32], for
+  // one of the folds of the set-up.
   uint32_t active = 0;
   const int* combinations = nullptr;
   float* results = nullptr;
+  size_t fold = 0;
   // After kSearch: the ranks first_rank .. first_rank + n_ranks - 1; floors[folds]. The worker replaces
   // *candidates by all combinations of the range that pass and could be in a list of list_size entries; more
   // may come, none is missing. In no particular order.

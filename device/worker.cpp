@@ -87,6 +87,7 @@ class Worker {
         case kCommandSetup: {
           const auto* setup = static_cast<const WorkerSetupCommand*>(command);
           kind_ = setup->kind;
+          quiet_ = setup->quiet;
           attempt([&] { return device_->set_up(*setup); });
           count_down();
           break;
@@ -173,8 +174,8 @@ class Worker {
   // A combination loop of plain MDR leaves one pair of marks per worker; searches, score-based loops and
   // regressions none.
   void release() {
-    const bool marks =
-        kind_ == LoopKind::kRecords && problem_.scores == nullptr && problem_.phenotypes == nullptr;
+    const bool marks = kind_ == LoopKind::kRecords && !quiet_ && problem_.scores == nullptr &&
+                       problem_.phenotypes == nullptr;
     if (marks) {
       std::fputs(".", stdout);
     }
@@ -212,6 +213,7 @@ class Worker {
   Status& outcome_;
   std::unique_ptr<Device> device_;
   LoopKind kind_ = LoopKind::kRecords;
+  bool quiet_ = false;
   RegressionRules regression_;
 };
 

@@ -52,22 +52,11 @@ std::vector<uint64_t> pass_shares(uint64_t remaining, uint64_t launch_size, int 
   return shares;
 }
 
-Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldView& fold,
-                        const std::vector<int>& combinations, uint64_t launch_size, const LoopOutput& output,
-                        double extra_milliseconds, double* milliseconds) {
+Status evaluate_in_passes(WorkerPool& pool, const ScoringRules& rules, size_t fold,
+                          const std::vector<int>& combinations, uint64_t launch_size,
+                          const LoopOutput& output) {
   const auto order = static_cast<size_t>(rules.order);
   const uint64_t count = combinations.size() / order;
-
-  WorkerSetupCommand setup;
-  setup.kind = LoopKind::kRecords;
-  setup.rules = rules;
-  setup.folds = {&fold, 1};
-  Status status = pool.broadcast(setup);
-  if (!status.ok()) {
-    return status;
-  }
-
-  LoopClock clock(extra_milliseconds);
   if (output.records != nullptr) {
     output.records->clear();
     output.records->reserve(count * kRecordSize);
@@ -84,12 +73,13 @@ Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldV
         break;
       }
       WorkerBatchCommand& batch = batches.emplace_back();
+      batch.fold = fold;
       batch.active = static_cast<uint32_t>(share);
       batch.combinations = combinations.data() + (offset + start) * order;
       batch.results = staging.data() + start * kRecordSize;
       start += share;
     }
-    status = pool.dispatch(batches);
+    const Status status = pool.dispatch(batches);
     if (!status.ok()) {
       return status;
     }
@@ -103,6 +93,25 @@ Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldV
       }
     }
     offset += pass;
+  }
+  return {};
+}
+
+Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldView& fold,
+                        const std::vector<int>& combinations, uint64_t launch_size, const LoopOutput& output,
+                        double extra_milliseconds, double* milliseconds) {
+  WorkerSetupCommand setup;
+  setup.kind = LoopKind::kRecords;
+  setup.rules = rules;
+  setup.folds = {&fold, 1};
+  Status status = pool.broadcast(setup);
+  if (!status.ok()) {
+    return status;
+  }
+  LoopClock clock(extra_milliseconds);
+  status = evaluate_in_passes(pool, rules, 0, combinations, launch_size, output);
+  if (!status.ok()) {
+    return status;
   }
   *milliseconds = clock.finish();
   return pool.broadcast(WorkerCommand{kCommandRelease});

@@ -21,6 +21,12 @@ Status mdrCombinationCV(WorkerPool& pool, const ScoringRules& rules, const FoldV
                         const std::vector<int>& combinations, uint64_t launch_size, const LoopOutput& output,
                         double extra_milliseconds, double* milliseconds);
 
+// The same without the lines and marks of a loop, for one fold of the records that the workers are set up
+// for.
+Status evaluate_in_passes(WorkerPool& pool, const ScoringRules& rules, size_t fold,
+                          const std::vector<int>& combinations, uint64_t launch_size,
+                          const LoopOutput& output);
+
 // The share of each worker in a pass over `remaining` combinations: launch_size each while that many remain;
 // then equal shares, the remainder to worker 0. Workers at the end may have none.
 std::vector<uint64_t> pass_shares(uint64_t remaining, uint64_t launch_size, int workers);
