@@ -13,6 +13,7 @@
 #include "src/MDRResult.h"
 #include "src/checkpoint.h"
 #include "src/exhaustive.h"
+#include "src/permutation_null.h"
 #include "src/progress.h"
 #include "src/regression.h"
 #include "src/tidy_regression.h"
@@ -39,11 +40,22 @@ struct RunSettings {
   std::string precision = "single";  // or "double": arithmetic of regressions
   std::string tidy;                  // path of the tidy table, or empty
   std::string checkpoint;            // path of the checkpoint, or empty
+  int permutations = 0;              // of the permutation test of mode 1
+  int stop_after = 0;                // null values that end it early, 0: none do
   double null_level = 0.999;         // of the permutation threshold
   int null_combinations = 100;       // sampled for the null distribution
   int null_permutations = 100;       // of each
   int block_size = kExhaustiveBlock;
 };
+
+// How the combinations of one order of a cross-validated run are scored.
+ScoringRules scoring_rules(const RunSettings& settings, int order);
+
+// Places of each fold's list, of so many combinations.
+size_t list_size_of(const RunSettings& settings, uint64_t n_combinations);
+
+// Combinations per worker and pass of the record path: --thread times --block.
+uint64_t launch_size();
 
 // What a logistic regression leaves: the best items, by p-value.
 struct RegressionResult {
@@ -64,9 +76,9 @@ class TFmMDR {
   int MdrMethod(const RunSettings& settings);
 
   // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. A search of
-  // mode 1 goes on from the checkpoint.
+  // mode 1 goes on from the checkpoint, and is tested by permutations where settings ask for it: *null.
   Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
-                         Checkpoint& checkpoint);
+                         Checkpoint& checkpoint, PermutationNull* null);
 
   // Ranks the combinations of one order by weighted cross-validation consistency in `measure`, from the
   // per-fold lists in result->kept, into the summary of *result. permutation: with p-values.

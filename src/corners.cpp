@@ -32,7 +32,8 @@ std::string unused_names(std::span<const OptionUse> options) {
 std::string unused_by_search(const RunSettings& settings) {
   const OptionUse options[] = {
       {settings.seed && settings.mode >= 2, "--seed"},
-      {settings.seed && settings.mode < 2 && settings.shuffling == 0, "--seed without --shuffling"},
+      {settings.seed && settings.mode < 2 && settings.shuffling == 0 && settings.permutations == 0,
+       "--seed without --shuffling"},
       {g_logisIter != -1, "--iter"},
   };
   return unused_names(options);

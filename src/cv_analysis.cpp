@@ -20,6 +20,7 @@
 #include "src/notice.h"
 #include "src/number_text.h"
 #include "src/p_values.h"
+#include "src/permutation_test.h"
 #include "src/run_config.h"
 #include "util/stop_signal.h"
 #include "util/stopwatch.h"
@@ -47,6 +48,22 @@ Status write_list_file(int fold, const std::vector<KeptCombination>& list, std::
   return writer.Close();
 }
 
+}  // namespace
+
+ScoringRules scoring_rules(const RunSettings& settings, int order) {
+  return {order, settings.missing + 1, tie_rule(settings.tie), settings.measure};
+}
+
+size_t list_size_of(const RunSettings& settings, uint64_t n_combinations) {
+  return static_cast<size_t>(std::min<uint64_t>(n_combinations, static_cast<uint64_t>(settings.top)));
+}
+
+uint64_t launch_size() {
+  return static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
+}
+
+namespace {
+
 class CrossValidation {
  public:
   CrossValidation(WorkerPool& pool, const MdrReader& reader, const RunSettings& settings,
@@ -68,18 +85,17 @@ class CrossValidation {
 
   // Mode 1: searches one order and fills result->kept with every fold's best.
   Status search_order(int order, MDRResult* result) {
-    const ScoringRules rules = rules_of(order);
+    const ScoringRules rules = scoring_rules(settings_, order);
     const uint64_t total = comb_count(n_snps_, order).value();
 
     unsigned timer = 0;
     cutCreateTimer(&timer);
     cutStartTimer(timer);
-    const auto list_size =
-        static_cast<size_t>(std::min<uint64_t>(total, static_cast<uint64_t>(settings_.top)));
+    const size_t list_size = list_size_of(settings_, total);
     std::vector<std::vector<RankedValue>> lists(folds_.size());
     if (list_size > 0) {
       Status status =
-          search_folds(pool_, rules, samples_, folds_, total, list_size, progress_, checkpoint_, &lists);
+          search_folds(pool_, {rules, samples_, folds_, list_size}, total, progress_, checkpoint_, &lists);
       if (!status.ok()) {
         return status;
       }
@@ -110,7 +126,7 @@ class CrossValidation {
     const uint64_t total = comb_count(n_snps_, order).value();
     progress_.begin(order, total * folds_.size());
     for (size_t f = 0; f < folds_.size(); ++f) {
-      Status status = threshold_fold(rules_of(order), f, total, result);
+      Status status = threshold_fold(scoring_rules(settings_, order), f, total, result);
       if (!status.ok()) {
         return status;
       }
@@ -127,14 +143,6 @@ class CrossValidation {
   }
 
  private:
-  ScoringRules rules_of(int order) const {
-    return {order, settings_.missing + 1, tie_rule(settings_.tie), settings_.measure};
-  }
-
-  static uint64_t launch_size() {
-    return static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
-  }
-
   // Ends a fold: its lines, its list in the result and in a file.
   void keep_fold(size_t f, uint64_t total, double milliseconds, double pure_milliseconds,
                  const std::vector<TopList::Entry>& entries, MDRResult* result) {
@@ -142,10 +150,7 @@ class CrossValidation {
                 pure_milliseconds, total);
     const size_t fold = f + static_cast<size_t>(settings_.first_fold);
     std::vector<KeptCombination>& kept = result->kept[fold];
-    for (const TopList::Entry& entry : entries) {
-      kept.push_back({comb_key(entry.comb.data(), static_cast<int>(entry.comb.size())), entry.comb,
-                      std::vector<double>(entry.record.begin(), entry.record.end())});
-    }
+    kept = kept_combinations(entries);
     // The lists are a by-product: without them the run goes on, and one notice will do.
     const Status written = write_list_file(static_cast<int>(fold), kept, &list_files_.emplace_back());
     if (!written.ok() && !list_files_missing_) {
@@ -194,29 +199,20 @@ class CrossValidation {
 
   // Makes the top list of one fold from the records of the combinations that its search found.
   Status record_fold(const ScoringRules& rules, size_t f, uint64_t total, size_t list_size,
-                     std::vector<RankedValue>& found, double search_share, MDRResult* result) {
-    const auto order = static_cast<size_t>(rules.order);
-    // In the order of the enumeration, so that equal values end up as if all combinations had come by.
-    std::sort(found.begin(), found.end(),
-              [](const RankedValue& a, const RankedValue& b) { return a.rank < b.rank; });
-    std::vector<int> combinations(found.size() * order);
-    for (size_t i = 0; i < found.size(); ++i) {
-      comb_unrank(n_snps_, rules.order, found[i].rank, combinations.data() + i * order);
-    }
+                     const std::vector<RankedValue>& found, double search_share, MDRResult* result) {
     TopList top(rules.order, list_size, rules.measure);
     double milliseconds = 0.0;
     if (total > 0) {
       LoopOutput output;
       output.top = &top;
-      Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output,
-                                       search_share, &milliseconds);
+      Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations_of(found, n_snps_, rules.order),
+                                       launch_size(), output, search_share, &milliseconds);
       if (!status.ok()) {
         return status;
       }
     }
-    if (top.filled() != found.size()) {
-      return Status::failure("internal error: the search found " + std::to_string(found.size()) +
-                             " combinations, but the records confirm " + std::to_string(top.filled()));
+    if (Status status = check_confirmed(top, found.size()); !status.ok()) {
+      return status;
     }
     keep_fold(f, total, milliseconds, milliseconds, top.entries(list_size), result);
     return {};
@@ -236,7 +232,7 @@ class CrossValidation {
 }  // namespace
 
 Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings,
-                               const ResultArray& results, Checkpoint& checkpoint) {
+                               const ResultArray& results, Checkpoint& checkpoint, PermutationNull* null) {
   const std::vector<uint8_t> coded = code_classes(reader.classes(), settings.case_value);
   const std::vector<uint8_t> left_out =
       settings.missing + 1 == kMissingComplete ? samples_with_missing(reader) : std::vector<uint8_t>();
@@ -289,5 +285,16 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     }
     CalcWeightedCVC_CV(settings.measure, by_threshold, result);
   }
-  return {};
+  if (settings.permutations == 0) {
+    return {};
+  }
+  std::vector<BestOfOrder> observed;
+  for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
+    observed.push_back(best_of(*results[static_cast<size_t>(order) - 1]));
+  }
+  const Status status = permutation_test(pool, {&settings, &problem, left_out, labels}, observed, null);
+  if (!status.ok() && stop_signal() != 0) {
+    analysis.remove_list_files();
+  }
+  return status;
 }

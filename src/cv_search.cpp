@@ -6,6 +6,8 @@
 #include <cinttypes>
 #include <limits>
 
+#include "lib/comb.h"
+#include "lib/comb_rank.h"
 #include "src/notice.h"
 
 namespace {
@@ -89,28 +91,27 @@ class OrderCheckpoint {
 
 }  // namespace
 
-Status search_folds(WorkerPool& pool, const ScoringRules& rules, std::span<const int> samples,
-                    std::span<const FoldView> folds, uint64_t n_combinations, size_t list_size,
-                    Progress& progress, Checkpoint& checkpoint,
-                    std::vector<std::vector<RankedValue>>* lists) {
-  SearchSoFar search{std::vector<CandidateList>(folds.size(), CandidateList(list_size))};
-  OrderCheckpoint kept(checkpoint, rules.order, n_combinations);
+Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combinations, Progress& progress,
+                    Checkpoint& checkpoint, std::vector<std::vector<RankedValue>>* lists) {
+  SearchSoFar search{std::vector<CandidateList>(wanted.folds.size(), CandidateList(wanted.list_size))};
+  OrderCheckpoint kept(checkpoint, wanted.rules.order, n_combinations);
   Status status = kept.resume(&search);
   if (!status.ok()) {
     return status;
   }
   WorkerSetupCommand setup;
   setup.kind = LoopKind::kSearch;
-  setup.rules = rules;
-  setup.folds = folds;
-  setup.samples = samples;
-  setup.list_size = static_cast<int>(std::min<size_t>(list_size, std::numeric_limits<int>::max()));
+  setup.rules = wanted.rules;
+  setup.folds = wanted.folds;
+  setup.samples = wanted.samples;
+  setup.list_size = static_cast<int>(std::min<size_t>(wanted.list_size, std::numeric_limits<int>::max()));
+  setup.problem = wanted.problem;
   status = pool.broadcast(setup);
   if (!status.ok()) {
     return status;
   }
-  progress.begin(rules.order, n_combinations);
-  std::vector<SearchFloor> floors(folds.size());
+  progress.begin(wanted.rules.order, n_combinations);
+  std::vector<SearchFloor> floors(wanted.folds.size());
   std::vector<std::vector<SearchCandidate>> candidates(static_cast<size_t>(pool.size()));
   uint64_t share = kFirstShare;
   while (search.next < n_combinations) {
@@ -146,4 +147,32 @@ Status search_folds(WorkerPool& pool, const ScoringRules& rules, std::span<const
   kept.keep(search);
   *lists = search.lists();
   return pool.broadcast(WorkerCommand{kCommandRelease});
+}
+
+std::vector<int> combinations_of(std::vector<RankedValue> found, int n_snps, int order) {
+  std::sort(found.begin(), found.end(),
+            [](const RankedValue& a, const RankedValue& b) { return a.rank < b.rank; });
+  const auto width = static_cast<size_t>(order);
+  std::vector<int> combinations(found.size() * width);
+  for (size_t i = 0; i < found.size(); ++i) {
+    comb_unrank(n_snps, order, found[i].rank, combinations.data() + i * width);
+  }
+  return combinations;
+}
+
+Status check_confirmed(const TopList& list, size_t found) {
+  if (list.filled() == found) {
+    return {};
+  }
+  return Status::failure("internal error: the search found " + std::to_string(found) +
+                         " combinations, but the records confirm " + std::to_string(list.filled()));
+}
+
+std::vector<KeptCombination> kept_combinations(const std::vector<TopList::Entry>& entries) {
+  std::vector<KeptCombination> kept;
+  for (const TopList::Entry& entry : entries) {
+    kept.push_back({comb_key(entry.comb.data(), static_cast<int>(entry.comb.size())), entry.comb,
+                    std::vector<double>(entry.record.begin(), entry.record.end())});
+  }
+  return kept;
 }

@@ -97,6 +97,8 @@ int run(int argc, char** argv) {
   }
   settings.tidy = arguments.tidy;
   settings.checkpoint = arguments.checkpoint;
+  settings.permutations = arguments.permutations;
+  settings.stop_after = arguments.stop_after;
 
   catch_stop_signals();
   std::puts("Enter to MDR methods...");

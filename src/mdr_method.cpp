@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 
@@ -12,6 +13,7 @@
 #include "src/run_identity.h"
 #include "src/score_file.h"
 #include "src/tidy_mdr.h"
+#include "src/tidy_permutations.h"
 #include "util/stop_signal.h"
 #include "util/stopwatch.h"
 
@@ -32,6 +34,11 @@ bool same_place(const std::string& a, const std::string& b) {
     return std::filesystem::weakly_canonical(std::filesystem::absolute(path, unknown), unknown);
   };
   return same_file(a, b) || place(a) == place(b);
+}
+
+// Where the null values of a permutation test go.
+std::string permutations_path(const RunSettings& settings) {
+  return settings.output + ".permutations.tsv";
 }
 
 // Whether the result file may and can be created: not in place of an input, and if it is a regular file, it
@@ -145,6 +152,23 @@ int finish(const Status& report, double elapsed_seconds) {
   return 0;
 }
 
+// The best of every order against those of the permutations, on standard error.
+void tell_p_values(const RunSettings& settings, const ResultArray& results, const PermutationNull& null) {
+  for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
+    const auto index = static_cast<size_t>(order - settings.minimum_order_minus_1 - 1);
+    const BestOfOrder best = best_of(*results[static_cast<size_t>(order) - 1]);
+    const auto p = [&](double BestOfOrder::*statistic) {
+      return permutation_p_value(null.of_order(index, statistic), best.*statistic, settings.stop_after);
+    };
+    if (!std::isnan(best.testing)) {
+      notice(
+          "order %d: best testing value %.4f, p = %.3g; best consistency %.2f, p = %.3g (%zu permutations)",
+          order, best.testing, p(&BestOfOrder::testing), best.consistency, p(&BestOfOrder::consistency),
+          null.permutations());
+    }
+  }
+}
+
 // Combinations kept per group when all above a threshold are wanted.
 constexpr int kThresholdSlots = 10000;
 
@@ -254,6 +278,14 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     notice("--checkpoint is for cross-validated searches (--mode 1): other runs cannot go on from one");
     return 1;
   }
+  if (settings.permutations > 0 && (settings.mode != 1 || g_regression != kNoRegression)) {
+    notice("--permutations is for cross-validated searches (--mode 1)");
+    return 1;
+  }
+  if (settings.stop_after > 0 && settings.permutations == 0) {
+    notice("--stop-after ends permutations early: say how many at most with --permutations");
+    return 1;
+  }
   MdrReader reader;
   if (!reader.Open(settings.input.c_str(), szScore[0] != '\0', g_transpose)) {
     if (stop_signal() != 0) {
@@ -289,11 +321,17 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (const std::optional<int> status = open_tidy(settings, &tidy)) {
     return *status;
   }
+  TidyPermutations permutations;
+  if (settings.permutations > 0 && !permutations.open(permutations_path(settings))) {
+    notice("cannot create %s", permutations_path(settings).c_str());
+    return 1;
+  }
   const RunClock clock;
   const bool exhaustive = settings.mode >= 2;
   const ResultArray results = make_results(settings);
+  PermutationNull null;
   const Status analysis = exhaustive ? CalcMdrMethodALL(reader, settings, results)
-                                     : CalcMdrMethodCV(reader, settings, results, checkpoint);
+                                     : CalcMdrMethodCV(reader, settings, results, checkpoint, &null);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
     return give_up(analysis, settings);
@@ -304,8 +342,13 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   Status report = exhaustive ? WriteResultALL(settings.output, elapsed_seconds, settings.mode, names, results)
                              : WriteResultCV(settings.output, elapsed_seconds, settings.mode, names, results);
   if (report.ok() && !settings.tidy.empty()) {
-    tidy.write(reader, settings, results);
+    tidy.write(reader, settings, results, null);
     report = tidy.close();
+  }
+  if (report.ok() && settings.permutations > 0) {
+    permutations.write(null, settings.minimum_order_minus_1 + 1);
+    report = permutations.close();
+    tell_p_values(settings, results, null);
   }
   if (report.ok()) {
     checkpoint.remove();

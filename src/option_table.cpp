@@ -177,6 +177,16 @@ Refusal take_seed(const char* name, const char* value, int, RunArguments* argume
   return kAccepted;
 }
 
+template <int RunArguments::*field, int lowest>
+Refusal take_count(const char* name, const char* value, int, RunArguments* arguments) {
+  long long number = 0;
+  if (!strict_integer(name, value, lowest, INT_MAX, &number)) {
+    return kRefused;
+  }
+  arguments->*field = static_cast<int>(number);
+  return kAccepted;
+}
+
 Refusal take_mode(const char* name, const char* value, int, RunArguments* arguments) {
   long long mode = 0;
   if (!strict_integer(name, value, 0, 3, &mode)) {
@@ -222,7 +232,8 @@ constexpr Option kOptions[] = {
      "without "
      "folds: 3 keeps the best, 2 those above a permutation threshold (default 1)",
      false, take_mode},
-    {"seed", "integer", "seed of --shuffling in place of the time of day, so that a run repeats", false,
+    {"seed", "integer",
+     "seed of --shuffling in place of the time of day, so that a run repeats, and of --permutations", false,
      take_seed},
     {"precision", "single|double", "arithmetic of regressions (default single)", false, take_precision},
     {"tidy", "path", "writes the results a second time, as a tab-separated table", false,
@@ -231,6 +242,14 @@ constexpr Option kOptions[] = {
      "keeps how far a cross-validated search has come in a file, from which the same command goes on after a "
      "fault or a signal",
      false, take_path<&RunArguments::checkpoint>},
+    {"permutations", "integer",
+     "repeats a cross-validated search so often with permuted classes, for p-values corrected for the whole "
+     "search "
+     "(default 0)",
+     false, take_count<&RunArguments::permutations, 0>},
+    {"stop-after", "integer",
+     "ends the permutations when so many reach the best values of the run (default: never)", false,
+     take_count<&RunArguments::stop_after, 1>},
     {"progress", "auto|on|off", "progress on standard error (default auto: on a terminal)", false,
      take_progress},
 };

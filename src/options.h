@@ -22,6 +22,8 @@ struct RunArguments {
   std::string precision;          // empty when not given
   std::string tidy;               // path, empty when not given
   std::string checkpoint;         // path, empty when not given
+  int permutations = 0;
+  int stop_after = 0;  // 0: not given
 };
 
 // Each step returns the exit status to end with, or nothing to go on.

@@ -36,8 +36,9 @@ Progress::Progress(const std::string& choice)
     : on_(choice == "on" || (choice == "auto" && isatty(STDERR_FILENO) != 0)),
       terminal_(isatty(STDERR_FILENO) != 0) {}
 
-void Progress::begin(int order, uint64_t total) {
-  order_ = order;
+void Progress::begin(const std::string& task, const char* things, uint64_t total) {
+  task_ = task;
+  things_ = things;
   total_ = total;
   started_ = printed_ = Clock::now();
   shown_ = false;
@@ -54,8 +55,8 @@ void Progress::update(uint64_t done) {
   const double share = static_cast<double>(done) / static_cast<double>(total_);
   const double left = static_cast<double>(total_ - done) / rate;
   std::fflush(stdout);
-  std::fprintf(stderr, "%stavo: order %d: %.1f%% of %llu combinations, %s, %s left%s",
-               terminal_ ? "\r\033[K" : "", order_, 100.0 * share, static_cast<unsigned long long>(total_),
+  std::fprintf(stderr, "%stavo: %s: %.1f%% of %llu %s, %s, %s left%s", terminal_ ? "\r\033[K" : "",
+               task_.c_str(), 100.0 * share, static_cast<unsigned long long>(total_), things_,
                rate_text(rate).c_str(), duration_text(left).c_str(), terminal_ ? "" : "\n");
   shown_ = true;
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The progress line on standard error: share done, speed and time left of one order.
+// The progress line on standard error: share done, speed and time left of one order, or of another task.
 #pragma once
 
 #include <chrono>
@@ -16,12 +16,15 @@ class Progress {
   Progress& operator=(const Progress&) = delete;
 
   // Begins an order of `total` combinations.
-  void begin(int order, uint64_t total);
+  void begin(int order, uint64_t total) { begin("order " + std::to_string(order), "combinations", total); }
 
-  // `done` combinations of the order are done. Prints at most five times a second.
+  // Begins a task of `total` things.
+  void begin(const std::string& task, const char* things, uint64_t total);
+
+  // `done` of them are done. Prints at most five times a second.
   void update(uint64_t done);
 
-  // Ends the order's line.
+  // Ends the line.
   void end();
 
  private:
@@ -29,7 +32,8 @@ class Progress {
 
   bool on_;
   bool terminal_;  // one line that is overwritten; otherwise a line per update
-  int order_ = 0;
+  std::string task_;
+  const char* things_ = "";
   uint64_t total_ = 0;
   Clock::time_point started_;
   Clock::time_point printed_;

@@ -14,8 +14,9 @@ class TidyMdr {
   // Begins the file, which appears when complete. False when it cannot be created.
   bool open(const std::string& path) { return writer_.SaveWhenComplete(path.c_str()); }
 
-  // Writes the table of a finished analysis.
-  void write(const MdrReader& reader, const RunSettings& settings, const ResultArray& results);
+  // Writes the table of a finished analysis. null: of its permutation test, if there was one.
+  void write(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
+             const PermutationNull& null);
 
   Status close() { return writer_.Close(); }
 
