@@ -27,6 +27,7 @@ struct Run {
   int top = 10;
   bool shuffling = false;
   unsigned seed = 0;
+  std::optional<unsigned> permutation_seed;
   std::vector<float> scores;  // of a score-based run: one per sample
 
   // What the report repeats.
@@ -103,6 +104,17 @@ class Random;
 
 // The ranking measure of 100 sampled combinations, 100 shuffles each; draws from *random.
 std::vector<double> null_values(const GenotypeData& data, const Run& run, int order, Random& random);
+
+// What the best ranked combination of a permuted run reaches: testing value of the ranking measure, and
+// weighted consistency; NaN without any.
+struct NullBest {
+  double testing;
+  double consistency;
+};
+
+// [permutation][order of the run].
+std::vector<std::vector<NullBest>> permuted_bests(const GenotypeData& data, const Run& run, int permutations,
+                                                  LogFunction log);
 
 double quantile(std::vector<double> values, double level);
 double p_value(const std::vector<double>& null, double x);
