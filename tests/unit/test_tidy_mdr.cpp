@@ -73,7 +73,7 @@ TEST(TidyMdrTable, HasTheBitsOfTheRecords) {
   }
   TidyMdr tidy;
   ASSERT_TRUE(tidy.open((folder / "t.tsv").string()));
-  tidy.write(reader, settings, results);
+  tidy.write(reader, settings, results, PermutationNull());
   ASSERT_TRUE(tidy.close().ok());
 
   const TsvTable table = parse_tsv(read_file(folder / "t.tsv"));

@@ -182,7 +182,7 @@ TEST_F(Workers, TheSearchCoversEveryRankOnceAndKeepsTheFirstOfEqualValues) {
   Progress progress("off");
   Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, {ScoringRules{}, {}, folds, 4}, 20000, progress, checkpoint, &lists).ok());
   expect_ranges(0, 20000);
   expect_first_ranks(lists);
 }
@@ -193,7 +193,7 @@ TEST_F(Workers, ASearchPrintsNoMarks) {
   Progress progress("off");
   Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 10, 4, progress, checkpoint, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, {ScoringRules{}, {}, folds, 4}, 10, progress, checkpoint, &lists).ok());
   EXPECT_EQ(quiet_.text().find('*'), std::string::npos);
 }
 
@@ -206,7 +206,7 @@ TEST_F(Workers, AFailingRangeEndsTheSearch) {
   Checkpoint checkpoint;
   std::vector<std::vector<RankedValue>> lists;
   EXPECT_FALSE(
-      search_folds(*pool_, ScoringRules{}, {}, folds, 1000000, 4, progress, checkpoint, &lists).ok());
+      search_folds(*pool_, {ScoringRules{}, {}, folds, 4}, 1000000, progress, checkpoint, &lists).ok());
 }
 
 TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
@@ -223,7 +223,7 @@ TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
     Checkpoint checkpoint;
     ASSERT_TRUE(checkpoint.open(path, {}).ok());
     ASSERT_FALSE(
-        search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
+        search_folds(*pool_, {ScoringRules{}, {}, folds, 4}, 20000, progress, checkpoint, &lists).ok());
     pool_.reset();
   }
   Checkpoint checkpoint;
@@ -235,7 +235,7 @@ TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
   script_.ranges.clear();
   script_.fail_in.clear();
   start(3);
-  ASSERT_TRUE(search_folds(*pool_, ScoringRules{}, {}, folds, 20000, 4, progress, checkpoint, &lists).ok());
+  ASSERT_TRUE(search_folds(*pool_, {ScoringRules{}, {}, folds, 4}, 20000, progress, checkpoint, &lists).ok());
   expect_ranges(next, 20000);
   expect_first_ranks(lists);  // which the first search found
 }
