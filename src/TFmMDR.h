@@ -63,8 +63,9 @@ class TFmMDR {
   // Runs the analysis and returns the exit status of the process. Messages and timings go to standard output.
   int MdrMethod(const RunSettings& settings);
 
-  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. A search of
-  // mode 1 goes on from the checkpoint.
+  // The analyses go on from what the checkpoint holds, and keep in it how far they have come.
+
+  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run.
   Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
                          Checkpoint& checkpoint);
 
@@ -73,7 +74,8 @@ class TFmMDR {
   void CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result);
 
   // The exhaustive analysis (modes 2 and 3), on the host.
-  Status CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings, const ResultArray& results);
+  Status CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
+                          Checkpoint& checkpoint);
 
   // Ranks the kept combinations of one order by `measure` into the summary of *result; their weighted
   // consistency is the measure relative to the best one's.
@@ -92,7 +94,7 @@ class TFmMDR {
   // The regression run: fits every SNP or pair; a logistic run keeps the best in *result, a linear one writes
   // a line each to *writer, which is open. tidy: open, or null; it gets every SNP, or the best pairs.
   Status CalcRegression(const MdrReader& reader, const RunSettings& settings, MdrWriter* writer,
-                        TidyRegression* tidy, RegressionResult* result);
+                        TidyRegression* tidy, Checkpoint& checkpoint, RegressionResult* result);
 
   // Opens the result file of a linear run and writes its head. False when it cannot be opened.
   bool WriteResultRegression(const std::string& path, double elapsed_seconds, MdrWriter* writer);

@@ -11,11 +11,17 @@ bool MdrWriter::SaveWhenComplete(const char* path) {
 
 void MdrWriter::WriteLine(const std::string& text) {
   const std::string line = text + '\n';
-  if (status_.ok()) {
+  if (lines_ != nullptr) {
+    lines_->append(line);
+  } else if (status_.ok()) {
     status_ = file_.write(line.data(), line.size());
   }
 }
 
 Status MdrWriter::Close() {
+  if (status_.ok() && lines_ != nullptr) {
+    status_ =
+        lines_->read_all([this](std::string_view piece) { return file_.write(piece.data(), piece.size()); });
+  }
   return status_.ok() ? file_.commit() : status_;
 }

@@ -15,8 +15,8 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Begins an order of `total` combinations.
-  void begin(int order, uint64_t total);
+  // Begins an order of `total` combinations, of which `known` were done before.
+  void begin(int order, uint64_t total, uint64_t known = 0);
 
   // `done` combinations of the order are done. Prints at most five times a second.
   void update(uint64_t done);
@@ -31,6 +31,7 @@ class Progress {
   bool terminal_;  // one line that is overwritten; otherwise a line per update
   int order_ = 0;
   uint64_t total_ = 0;
+  uint64_t known_ = 0;
   Clock::time_point started_;
   Clock::time_point printed_;
   bool shown_ = false;

@@ -29,6 +29,17 @@ int standard_stream_of(const struct stat& file) {
   return -1;
 }
 
+// Brings a new name to disk. Some file systems cannot; the file itself is safe in any case.
+void sync_folder_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  const int descriptor = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor >= 0) {
+    fsync(descriptor);
+    close(descriptor);
+  }
+}
+
 }  // namespace
 
 OutputFile::~OutputFile() {
@@ -46,13 +57,27 @@ Status OutputFile::failure(const char* what) const {
   return Status::failure(std::string("cannot ") + what + " " + path_ + ": " + std::strerror(errno));
 }
 
-Status OutputFile::open(const std::string& path, Otherwise otherwise) {
+void OutputFile::find_target(const std::string& path) {
   path_ = path;
   target_ = path;
   if (char* real = realpath(path.c_str(), nullptr)) {
     target_ = real;
     std::free(real);
   }
+}
+
+Status OutputFile::open_with(const std::string& path, const std::string& temporary) {
+  find_target(path);
+  if (!is_replaceable(path)) {
+    return Status::failure("cannot write " + path + ": not a regular file");
+  }
+  temporary_ = temporary;
+  return begin_temporary(
+      ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kNewFileMode));
+}
+
+Status OutputFile::open(const std::string& path, Otherwise otherwise) {
+  find_target(path);
   const bool replaceable = is_replaceable(path);
   if (!replaceable && otherwise == Otherwise::kRefuse) {
     return Status::failure("cannot write " + path + ": not a regular file");
@@ -96,6 +121,10 @@ Status OutputFile::open_temporary() {
       break;
     }
   }
+  return begin_temporary(descriptor);
+}
+
+Status OutputFile::begin_temporary(int descriptor) {
   if (descriptor < 0) {
     temporary_.clear();
     return failure("create");
@@ -158,6 +187,9 @@ Status OutputFile::publish() {
   }
   published_ = !temporary_.empty();
   temporary_.clear();
+  if (published_) {
+    sync_folder_of(target_);
+  }
   return {};
 }
 

@@ -26,6 +26,10 @@ class OutputFile {
   // Begins the file. Called once.
   Status open(const std::string& path, Otherwise otherwise = Otherwise::kRefuse);
 
+  // As open, refusing, with a temporary file of this name beside the file, which the caller keeps others from
+  // using: what stands there is overwritten.
+  Status open_with(const std::string& path, const std::string& temporary);
+
   // Begins the file under its own name at once, empty.
   Status open_directly(const std::string& path);
 
@@ -54,7 +58,9 @@ class OutputFile {
   friend Status commit_together(std::span<OutputFile* const> files);
 
   Status failure(const char* what) const;
+  void find_target(const std::string& path);
   Status open_temporary();
+  Status begin_temporary(int descriptor);
 
   // The steps of a commit: everything is on disk; what stands under the name can be brought back until the
   // object goes; the file has its name; it has lost it again.
