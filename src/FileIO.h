@@ -95,7 +95,7 @@ class MdrWriter {
   // False after a failure, which Close will say.
   bool ok() const { return status_.ok() && (lines_ == nullptr || lines_->status().ok()); }
 
-  // Ends the file. A failure says what could not be written.
+  // Ends the file. A failure says what could not be opened or written.
   Status Close();
 
  private:

@@ -81,8 +81,7 @@ class TFmMDR {
   // consistency is the measure relative to the best one's.
   void CalcWeightedCVC_ALL(int measure, bool permutation, MDRResult* result);
 
-  // Write the report of a cross-validated (modes 0 and 1) and of an exhaustive run (modes 2 and 3). They fail
-  // only when the file, once opened, cannot be written completely.
+  // Write the report of a cross-validated (modes 0 and 1) and of an exhaustive run (modes 2 and 3).
   Status WriteResultCV(const std::string& path, double elapsed_seconds, int mode,
                        const std::vector<std::string>& names, const ResultArray& results);
   Status WriteResultALL(const std::string& path, double elapsed_seconds, int mode,
@@ -117,4 +116,5 @@ class TFmMDR {
 
   Backend& backend_;
   std::optional<std::vector<float>> scores_;
+  Status by_products_;  // of the files that a cross-validated analysis leaves in the working directory
 };

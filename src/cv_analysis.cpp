@@ -38,14 +38,18 @@ Status write_list_file(int fold, const std::vector<KeptCombination>& list, std::
   *path = name;
   MdrWriter writer;
   if (!writer.Save(name)) {
-    return Status::failure(std::string("cannot create ") + name);
+    return writer.Close();
   }
   int rank = 0;
   for (const KeptCombination& kept : list) {
     writer.WriteLine(std::to_string(++rank) + "," + kept.key +
                      fold_values_text(kept.record, kMode1FoldMeasures));
   }
-  return writer.Close();
+  Status status = writer.Close();
+  if (!status.ok()) {
+    std::remove(name);
+  }
+  return status;
 }
 
 class CrossValidation {
@@ -66,6 +70,9 @@ class CrossValidation {
       std::remove(path.c_str());
     }
   }
+
+  // The first failure to write one of them.
+  const Status& list_files_status() const { return list_files_status_; }
 
   // Mode 1: searches one order and fills result->kept with every fold's best.
   Status search_order(int order, MDRResult* result) {
@@ -154,11 +161,11 @@ class CrossValidation {
       kept.push_back({comb_key(entry.comb.data(), static_cast<int>(entry.comb.size())), entry.comb,
                       std::vector<double>(entry.record.begin(), entry.record.end())});
     }
-    // The lists are a by-product: without them the run goes on, and one notice will do.
+    // The lists are a by-product: without them the run goes on.
     const Status written = write_list_file(static_cast<int>(fold), kept, &list_files_.emplace_back());
-    if (!written.ok() && !list_files_missing_) {
-      notice("the list files in the working directory are incomplete: %s", written.message().c_str());
-      list_files_missing_ = true;
+    if (!written.ok() && list_files_status_.ok()) {
+      list_files_status_ = Status::failure("the list files in the working directory are incomplete: " +
+                                           written.message() + "; the result is not affected");
     }
   }
 
@@ -291,7 +298,7 @@ class CrossValidation {
   const std::vector<FoldView> folds_;
   Progress progress_;
   std::vector<std::string> list_files_;
-  bool list_files_missing_ = false;
+  Status list_files_status_;
 };
 
 }  // namespace
@@ -354,5 +361,6 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     }
     CalcWeightedCVC_CV(settings.measure, by_threshold, result);
   }
+  by_products_ = analysis.list_files_status();
   return {};
 }

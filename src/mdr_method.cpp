@@ -252,7 +252,7 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   RegressionResult result;
   MdrWriter lines;
   if (linear && !WriteResultRegression(settings.output, 0.0, &lines)) {
-    return 0;
+    return finish(lines.Close(), clock.seconds());
   }
   const Status analysis =
       CalcRegression(reader, settings, &lines, settings.tidy.empty() ? nullptr : &tidy, checkpoint, &result);
@@ -328,5 +328,5 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (report.ok()) {
     checkpoint.remove();
   }
-  return finish(report, elapsed_seconds);
+  return finish(report.ok() ? by_products_ : report, elapsed_seconds);
 }

@@ -2,11 +2,13 @@
 #include "src/FileIO.h"
 
 bool MdrWriter::Save(const char* path) {
-  return file_.open_directly(path).ok();
+  status_ = file_.open_directly(path);
+  return status_.ok();
 }
 
 bool MdrWriter::SaveWhenComplete(const char* path) {
-  return file_.open(path, OutputFile::Otherwise::kWriteDirectly).ok();
+  status_ = file_.open(path, OutputFile::Otherwise::kWriteDirectly);
+  return status_.ok();
 }
 
 void MdrWriter::WriteLine(const std::string& text) {

@@ -130,8 +130,8 @@ TEST(LostOutput, MakesAnAnswerAFailure) {
 TEST(ToolSignals, EndASimulation) {
   const TempDir folder;
   const RunResult result =
-      interrupt_program(simulate_program(), {"--make-bed", "d", "--samples", "5000", "--snps", "500000"},
-                        folder.path(), "d.bed.tmp", SIGINT);
+      interrupt_writing(simulate_program(), {"--make-bed", "d", "--samples", "5000", "--snps", "500000"},
+                        folder.path(), SIGINT);
   EXPECT_EQ(result.status, 128 + SIGINT);
   EXPECT_EQ(result.out, "");
   EXPECT_EQ(result.err, "tavo-simulate: interrupted by SIGINT; no result was written\n");
@@ -142,8 +142,8 @@ TEST(ToolSignals, EndAConversion) {
   const TempDir folder;
   const Words words = {"--out", "d", "--samples", "5000", "--snps", "20000"};
   ASSERT_EQ(run_program(simulate_program(), words, folder.path()).status, 0);
-  const RunResult result = interrupt_program(
-      convert_program(), {"--in", "d", "--out", "e", "--make-bed", "e"}, folder.path(), "e.bed.tmp", SIGTERM);
+  const RunResult result = interrupt_writing(
+      convert_program(), {"--in", "d", "--out", "e", "--make-bed", "e"}, folder.path(), SIGTERM);
   EXPECT_EQ(result.status, 128 + SIGTERM);
   EXPECT_EQ(result.err, "tavo-convert: interrupted by SIGTERM; no result was written\n");
   EXPECT_FALSE(std::filesystem::exists(folder / "e"));
