@@ -49,9 +49,10 @@ class Checkpoint {
   std::optional<unsigned> seed() const { return seed_; }
   void set_seed(unsigned seed) { seed_ = seed; }
 
-  // Hands the section of this name to `read`, if there is one. Fails when `read` returns false or leaves lines
-  // over. *found: whether there is one; may be null.
-  Status restore(const std::string& name, const std::function<bool(StateLines&)>& read, bool* found = nullptr);
+  // Hands the section of this name to `read`, if there is one. Fails when `read` returns false or leaves
+  // lines over. *found: whether there is one; may be null.
+  Status restore(const std::string& name, const std::function<bool(StateLines&)>& read,
+                 bool* found = nullptr);
 
   // Whether the file should be written: some seconds have gone since it was last.
   bool is_due() const;
@@ -61,8 +62,8 @@ class Checkpoint {
   void keep(const std::string& name, std::string lines);
 
   // The file beside the checkpoint for these rows: begun, or going on where the checkpoint
-  // says. Belongs to the checkpoint, which brings it to disk before it counts on it. Once per name, before the
-  // first state is kept.
+  // says. Belongs to the checkpoint, which brings it to disk before it counts on it. Once per name, before
+  // the first state is kept.
   Status rows(const std::string& name, GrowingFile** file);
 
   // What restore says of a section, and what a run says whose own look at one shows that it cannot be.
@@ -86,8 +87,8 @@ class Checkpoint {
   RunLock lock_;
   RunIdentity identity_;
   std::optional<unsigned> seed_;
-  std::map<std::string, std::string> sections_;              // lines by name
-  std::map<std::string, GrowingFile::Extent> counts_;        // of the rows, by name
+  std::map<std::string, std::string> sections_;               // lines by name
+  std::map<std::string, GrowingFile::Extent> counts_;         // of the rows, by name
   std::map<std::string, std::unique_ptr<GrowingFile>> rows_;  // by name
   bool resumed_ = false;
   bool refused_ = false;

@@ -164,8 +164,9 @@ class CrossValidation {
     // The lists are a by-product: without them the run goes on.
     const Status written = write_list_file(static_cast<int>(fold), kept, &list_files_.emplace_back());
     if (!written.ok() && list_files_status_.ok()) {
-      list_files_status_ = Status::failure("the list files in the working directory are incomplete: " +
-                                           written.message() + "; the result is not affected");
+      list_files_status_ =
+          Status::failure("the list files in the working directory are incomplete: " + written.message() +
+                          "; the result is not affected");
     }
   }
 

@@ -92,7 +92,8 @@ Status score_block(const ExhaustiveData& data, const ExhaustiveRules& rules, con
       return stopped(stop_signal());
     }
     const int n = std::min(kScoredAtATime, blocks.count() - c);
-    mdrCombinationAll(data, rules, blocks.combination(c), n, measures + static_cast<size_t>(c) * kMeasureCount);
+    mdrCombinationAll(data, rules, blocks.combination(c), n,
+                      measures + static_cast<size_t>(c) * kMeasureCount);
     c += n;
     scored(c);
   }
@@ -176,8 +177,8 @@ Status keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& ru
   const uint64_t total = comb_count(data.n_snps, rules.order).value();
   const auto n_slots = static_cast<size_t>(std::max(result->slots, 0));
   BestOfBlocksState state;
-  Status status = restore_blocks(checkpoint, rules.order, total, static_cast<uint64_t>(block_size), n_slots,
-                                 &state);
+  Status status =
+      restore_blocks(checkpoint, rules.order, total, static_cast<uint64_t>(block_size), n_slots, &state);
   if (!status.ok()) {
     return status;
   }
@@ -234,7 +235,8 @@ Status keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& ru
       std::vector<int>(static_cast<size_t>(rules.order), 0), std::vector<double>(kMeasureCount, 0.0)};
   const uint64_t n_blocks = total == 0 ? 0 : (total - 1) / blocks.capacity() + 1;
   const uint64_t in_last = total == 0 ? 0 : total - (n_blocks - 1) * blocks.capacity();
-  slots.resize(n_blocks > n_slots ? n_slots : static_cast<size_t>(std::min<uint64_t>(in_last, n_slots)), empty);
+  slots.resize(n_blocks > n_slots ? n_slots : static_cast<size_t>(std::min<uint64_t>(in_last, n_slots)),
+               empty);
   if (n_blocks > 1) {
     notice("order %d: %" PRIu64
            " blocks of combinations, of which the last one's best are kept; --mode 1 ranks all of them",

@@ -54,7 +54,8 @@ Status restore_blocks(Checkpoint& checkpoint, int order, uint64_t n_combinations
   bool found = false;
   Status status = checkpoint.restore(
       order_section(order),
-      [&](StateLines& lines) { return read_state(lines, n_combinations, block_size, n_slots, state); }, &found);
+      [&](StateLines& lines) { return read_state(lines, n_combinations, block_size, n_slots, state); },
+      &found);
   if (status.ok() && found) {
     say_what_is_known(order, state->next, n_combinations);
   }

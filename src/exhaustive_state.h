@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// How far an exhaustive analysis of one order has come, for its checkpoint. Combinations stand as their ranks:
-// a run that goes on scores them again.
+// How far an exhaustive analysis of one order has come, for its checkpoint. Combinations stand as their
+// ranks: a run that goes on scores them again.
 #pragma once
 
 #include <cstdint>
@@ -28,8 +28,8 @@ struct AboveThresholdState {
 std::string lines_of(const BestOfBlocksState& state);
 std::string lines_of(const AboveThresholdState& state);
 
-// Read the state of an order of n_combinations from the checkpoint, if it has one, and say so in a notice. They
-// fail when it cannot be one of this run.
+// Read the state of an order of n_combinations from the checkpoint, if it has one, and say so in a notice.
+// They fail when it cannot be one of this run.
 Status restore_blocks(Checkpoint& checkpoint, int order, uint64_t n_combinations, uint64_t block_size,
                       size_t n_slots, BestOfBlocksState* state);
 Status restore_above_threshold(Checkpoint& checkpoint, int order, uint64_t n_combinations, size_t n_slots,

@@ -25,8 +25,8 @@ class GrowingFile {
   GrowingFile(const GrowingFile&) = delete;
   GrowingFile& operator=(const GrowingFile&) = delete;
 
-  // Begins the file, empty. What a killed run left of one is overwritten; any other file is left alone, and the
-  // call fails.
+  // Begins the file, empty. What a killed run left of one is overwritten; any other file is left alone, and
+  // the call fails.
   Status begin(const std::string& path);
 
   // Goes on behind what counts. Fails when the file is not there, is shorter, or differs.
@@ -51,7 +51,7 @@ class GrowingFile {
 
   int descriptor_ = -1;
   std::string path_;
-  std::string buffer_;   // not written yet
-  Extent written_;       // with the line that every such file begins with
+  std::string buffer_;  // not written yet
+  Extent written_;      // with the line that every such file begins with
   Status status_;
 };

@@ -74,8 +74,8 @@ struct RegressionLoop {
   Progress* progress = nullptr;  // begun, or null
 };
 
-// Fits every item, batch by batch. *next becomes the rank behind the last one that was taken, also on failure.
-// Prints the lines of the batches.
+// Fits every item, batch by batch. *next becomes the rank behind the last one that was taken, also on
+// failure. Prints the lines of the batches.
 Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
                    uint64_t launch_size, const RegressionLoop& loop, uint64_t* next);
 

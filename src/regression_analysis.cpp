@@ -181,8 +181,7 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     if (status.ok()) {
       status = keep_rows(checkpoint, state.next, linear ? writer : nullptr, order == 1 ? tidy : nullptr);
     }
-    const auto launch_size =
-        static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
+    const auto launch_size = static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
     const auto rank_by_p_value = [&](FittedItem& item) {
       const double p =
           logistic_p_value(item.row[0], order, problem.n_samples, result->null_model, rules.precision);
@@ -256,7 +255,8 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
   }
   if (state.n_failed > 0) {
     notice("%llu of %llu fits failed%s", static_cast<unsigned long long>(state.n_failed),
-           static_cast<unsigned long long>(state.next), linear ? "" : "; they take part with a deviance of -1");
+           static_cast<unsigned long long>(state.next),
+           linear ? "" : "; they take part with a deviance of -1");
   }
   std::fflush(stdout);
   std::fprintf(stderr, "One loop taken %.3lf milliseconds, Pure %.3lf ms,  TOTLOC %ld\n", milliseconds,

@@ -15,7 +15,8 @@ bool read_state(StateLines& lines, uint64_t n_items, size_t n_top, RegressionSta
   }
   const auto n = static_cast<size_t>(std::min<uint64_t>(n_top, state->next));
   return lines.next_ranks("top", n, state->next, &state->top) &&
-         lines.next_doubles("p", n, &state->p_values) && state->top.size() == n && state->p_values.size() == n;
+         lines.next_doubles("p", n, &state->p_values) && state->top.size() == n &&
+         state->p_values.size() == n;
 }
 
 }  // namespace
@@ -32,7 +33,8 @@ std::string lines_of(const RegressionState& state) {
 Status restore_regression(Checkpoint& checkpoint, uint64_t n_items, size_t n_top, RegressionState* state) {
   bool found = false;
   Status status = checkpoint.restore(
-      kRegressionSection, [&](StateLines& lines) { return read_state(lines, n_items, n_top, state); }, &found);
+      kRegressionSection, [&](StateLines& lines) { return read_state(lines, n_items, n_top, state); },
+      &found);
   if (status.ok() && found) {
     notice("%" PRIu64 " of %" PRIu64 " fits are known from the checkpoint", state->next, n_items);
   }

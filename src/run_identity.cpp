@@ -13,8 +13,7 @@ namespace {
 // The number of bytes and their CRC-32.
 std::string digest(const void* bytes, size_t size) {
   char text[48];
-  std::snprintf(text, sizeof(text), "%zu bytes (%08" PRIx32 ")", size,
-                checksum(bytes, size));
+  std::snprintf(text, sizeof(text), "%zu bytes (%08" PRIx32 ")", size, checksum(bytes, size));
   return text;
 }
 
@@ -76,17 +75,16 @@ RunIdentity mdr_identity(const MdrReader& reader, const RunSettings& settings) {
 RunIdentity regression_identity(const MdrReader& reader, const RunSettings& settings) {
   RunIdentity identity = common_identity(reader);
   const size_t n_covariates = static_cast<size_t>(g_covCnt) * static_cast<size_t>(reader.GetLineCount());
-  identity.insert(
-      identity.end(),
-      {{"phenotypes", digest(reader.phenotypes())},
-       {"covariates", g_covCnt == 0 ? "none" : digest(g_covValues, n_covariates * sizeof(float))},
-       {"covariate names", digest(std::vector<std::string>(g_covLabel, g_covLabel + g_covCnt))},
-       {"--order", typed_value(g_combOrder, "1")},
-       {"--iter", std::to_string(g_logisIter)},
-       {"--distinct", on_or_off(g_regrDistinct != 0)},
-       {"--precision", settings.precision},
-       {"--top", std::to_string(settings.top)},
-       {"--transpose", std::to_string(reader.transposed() ? 1 : 0)},
-       {"--tidy", on_or_off(!settings.tidy.empty())}});
+  identity.insert(identity.end(),
+                  {{"phenotypes", digest(reader.phenotypes())},
+                   {"covariates", g_covCnt == 0 ? "none" : digest(g_covValues, n_covariates * sizeof(float))},
+                   {"covariate names", digest(std::vector<std::string>(g_covLabel, g_covLabel + g_covCnt))},
+                   {"--order", typed_value(g_combOrder, "1")},
+                   {"--iter", std::to_string(g_logisIter)},
+                   {"--distinct", on_or_off(g_regrDistinct != 0)},
+                   {"--precision", settings.precision},
+                   {"--top", std::to_string(settings.top)},
+                   {"--transpose", std::to_string(reader.transposed() ? 1 : 0)},
+                   {"--tidy", on_or_off(!settings.tidy.empty())}});
   return identity;
 }

@@ -157,9 +157,8 @@ Status OutputFile::open_temporary() {
     if (descriptor >= 0) {
       close(descriptor);
     }
-    descriptor = find_name([](const char* name) {
-      return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
-    });
+    descriptor = find_name(
+        [](const char* name) { return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode); });
   }
   return begin_temporary(descriptor);
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // A file that appears under its name only when it is complete. Until then its bytes stand in a file without a
-// name, which goes away with the process however that ends, or, on file systems that have none, in a temporary
-// file beside it, which goes away with the object.
+// name, which goes away with the process however that ends, or, on file systems that have none, in a
+// temporary file beside it, which goes away with the object.
 #pragma once
 
 #include <cstdint>

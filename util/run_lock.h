@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A lock that one process holds: an empty file beside what it guards. What a killed process leaves of it is no
-// lock any more, and the next holder takes it over.
+// A lock that one process holds: an empty file beside what it guards. What a killed process leaves of it is
+// no lock any more, and the next holder takes it over.
 #pragma once
 
 #include <string>

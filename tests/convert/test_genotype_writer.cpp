@@ -13,8 +13,8 @@
 
 #include "tests/convert/memory_source.h"
 #include "tests/convert/table_text.h"
-#include "tests/support/genotype_file.h"
 #include "tests/support/file_size_limit.h"
+#include "tests/support/genotype_file.h"
 #include "tests/support/run_program.h"
 #include "tools/genotype_info.h"
 

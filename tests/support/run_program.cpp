@@ -169,9 +169,10 @@ RunResult interrupt_writing(const fs::path& program, const std::vector<std::stri
       program, arguments, directory, {},
       [&](pid_t child) {
         return has_unnamed_file(child, directory) ||
-               std::any_of(fs::directory_iterator(directory), fs::directory_iterator(), [](const auto& entry) {
-                 return entry.path().filename().string().find(".tmp") != std::string::npos;
-               });
+               std::any_of(fs::directory_iterator(directory), fs::directory_iterator(),
+                           [](const auto& entry) {
+                             return entry.path().filename().string().find(".tmp") != std::string::npos;
+                           });
       },
       signal);
 }

@@ -155,7 +155,8 @@ TEST_F(Checkpoints, WithImpossibleLinesAreRefused) {
     expect_damaged(lines);
   }
   expect_damaged(std::string(5000, '\t') + "\n");
-  write_file(path(), "tavo checkpoint\t1\nend\t" + hexadecimal(checksum("tavo checkpoint\t1\n", 18), 8) + "\n");
+  write_file(path(),
+             "tavo checkpoint\t1\nend\t" + hexadecimal(checksum("tavo checkpoint\t1\n", 18), 8) + "\n");
   EXPECT_NE(refusal().find(": a checkpoint of another version of this program"), std::string::npos);
 }
 
@@ -216,8 +217,8 @@ TEST_F(Checkpoints, DoNotCountOnRowsThatCouldNotBeWritten) {
   testing::internal::CaptureStderr();
   checkpoint.keep("order 2", "a\t2\n");
   checkpoint.keep("order 2", "a\t3\n");
-  EXPECT_EQ(testing::internal::GetCapturedStderr(), "tavo: the checkpoint is not up to date: cannot write " +
-                                                        path() + ".rows: File too large\n");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "tavo: the checkpoint is not up to date: cannot write " + path() + ".rows: File too large\n");
   EXPECT_EQ(read_file(path()), before);
   EXPECT_FALSE(rows->status().ok());
 }
