@@ -29,6 +29,8 @@ namespace {
 
 // Combinations per combination loop when every record comes back: 64 MiB of records.
 constexpr uint64_t kAllResultsChunk = 1 << 18;
+// Fewer with a checkpoint, so that a chunk of many samples ends within seconds.
+constexpr uint64_t kCheckpointChunk = 1 << 14;
 
 // The file that keeps a fold's top list after the run, in the working directory.
 // *path: its name.
@@ -216,7 +218,8 @@ class CrossValidation {
   Status evaluate_rest(const ScoringRules& rules, size_t f, uint64_t total, SearchState* state, TopList* top,
                        double* milliseconds) {
     const auto order = static_cast<size_t>(rules.order);
-    const int chunk = static_cast<int>(std::min<uint64_t>(total, kAllResultsChunk));
+    const int chunk = static_cast<int>(
+        std::min<uint64_t>(total, checkpoint_.is_open() ? kCheckpointChunk : kAllResultsChunk));
     // The enumeration goes on behind the combination that the cursor holds.
     std::vector<int> cursor(order, -1);
     if (state->next > 0) {

@@ -12,6 +12,12 @@ constexpr int kDoubleDigits = 16;
 // No line is longer: one of a million tabs would be a million fields.
 constexpr size_t kLongestLine = 4096;
 
+void write_hexadecimal(uint64_t bits, char* digits, int n_digits) {
+  for (char* digit = digits + n_digits; digit != digits; bits >>= 4) {
+    *--digit = "0123456789abcdef"[bits & 15];
+  }
+}
+
 }  // namespace
 
 void add_line(std::string* text, std::initializer_list<std::string_view> fields) {
@@ -28,9 +34,7 @@ void add_line(std::string* text, std::initializer_list<std::string_view> fields)
 
 std::string hexadecimal(uint64_t bits, int digits) {
   std::string text(static_cast<size_t>(digits), '0');
-  for (auto digit = text.rbegin(); digit != text.rend(); ++digit, bits >>= 4) {
-    *digit = "0123456789abcdef"[bits & 15];
-  }
+  write_hexadecimal(bits, text.data(), digits);
   return text;
 }
 
@@ -43,9 +47,13 @@ void add_ranks(std::string* text, std::string_view name, const std::vector<uint6
 
 void add_doubles(std::string* text, std::string_view name, const std::vector<double>& values) {
   add_line(text, {name, std::to_string(values.size())});
-  text->reserve(text->size() + values.size() * (kDoubleDigits + 1));
+  // There may be millions, every few seconds.
+  const size_t start = text->size();
+  text->resize(start + values.size() * (kDoubleDigits + 1), '\n');
+  char* line = text->data() + start;
   for (const double value : values) {
-    add_line(text, {hexadecimal(std::bit_cast<uint64_t>(value), kDoubleDigits)});
+    write_hexadecimal(std::bit_cast<uint64_t>(value), line, kDoubleDigits);
+    line += kDoubleDigits + 1;
   }
 }
 
