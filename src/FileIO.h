@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "src/growing_file.h"
 #include "util/output_file.h"
 #include "util/status.h"
 
@@ -88,10 +89,17 @@ class MdrWriter {
   // Writes the text and a line feed.
   void WriteLine(const std::string& text);
 
-  // Ends the file. A failure says what could not be written.
+  // From now on lines go to this file first, which outlives the writer; Close copies all that it holds.
+  void KeepLinesIn(GrowingFile* lines) { lines_ = lines; }
+
+  // False after a failure, which Close will say.
+  bool ok() const { return status_.ok() && (lines_ == nullptr || lines_->status().ok()); }
+
+  // Ends the file. A failure says what could not be opened or written.
   Status Close();
 
  private:
   OutputFile file_;
+  GrowingFile* lines_ = nullptr;
   Status status_;
 };

@@ -75,8 +75,10 @@ class TFmMDR {
   // Runs the analysis and returns the exit status of the process. Messages and timings go to standard output.
   int MdrMethod(const RunSettings& settings);
 
-  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. A search of
-  // mode 1 goes on from the checkpoint, and is tested by permutations where settings ask for it: *null.
+  // The analyses go on from what the checkpoint holds, and keep in it how far they have come.
+
+  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. One of mode 1 is tested
+  // by permutations where settings ask for it: *null.
   Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
                          Checkpoint& checkpoint, PermutationNull* null);
 
@@ -85,14 +87,14 @@ class TFmMDR {
   void CalcWeightedCVC_CV(int measure, bool permutation, MDRResult* result);
 
   // The exhaustive analysis (modes 2 and 3), on the host.
-  Status CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings, const ResultArray& results);
+  Status CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
+                          Checkpoint& checkpoint);
 
   // Ranks the kept combinations of one order by `measure` into the summary of *result; their weighted
   // consistency is the measure relative to the best one's.
   void CalcWeightedCVC_ALL(int measure, bool permutation, MDRResult* result);
 
-  // Write the report of a cross-validated (modes 0 and 1) and of an exhaustive run (modes 2 and 3). They fail
-  // only when the file, once opened, cannot be written completely.
+  // Write the report of a cross-validated (modes 0 and 1) and of an exhaustive run (modes 2 and 3).
   Status WriteResultCV(const std::string& path, double elapsed_seconds, int mode,
                        const std::vector<std::string>& names, const ResultArray& results);
   Status WriteResultALL(const std::string& path, double elapsed_seconds, int mode,
@@ -104,7 +106,7 @@ class TFmMDR {
   // The regression run: fits every SNP or pair; a logistic run keeps the best in *result, a linear one writes
   // a line each to *writer, which is open. tidy: open, or null; it gets every SNP, or the best pairs.
   Status CalcRegression(const MdrReader& reader, const RunSettings& settings, MdrWriter* writer,
-                        TidyRegression* tidy, RegressionResult* result);
+                        TidyRegression* tidy, Checkpoint& checkpoint, RegressionResult* result);
 
   // Opens the result file of a linear run and writes its head. False when it cannot be opened.
   bool WriteResultRegression(const std::string& path, double elapsed_seconds, MdrWriter* writer);
@@ -127,4 +129,5 @@ class TFmMDR {
 
   Backend& backend_;
   std::optional<std::vector<float>> scores_;
+  Status by_products_;  // of the files that a cross-validated analysis leaves in the working directory
 };

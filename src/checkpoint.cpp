@@ -1,26 +1,28 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/checkpoint.h"
 
-#include <zlib.h>
-
-#include <charconv>
-#include <cinttypes>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
-#include "lib/float_math.h"
+#include "src/checksum.h"
+#include "src/notice.h"
+#include "src/remnant.h"
 #include "util/output_file.h"
-#include "util/split_tabs.h"
 
 namespace {
 
-constexpr const char* kFirstLine = "tavo checkpoint\t1";
+constexpr std::string_view kFirstLine = "tavo checkpoint\t2\n";
+// Of every version.
+constexpr std::string_view kKind = "tavo checkpoint\t";
 
-// A file of lists of this many entries in all would be larger than any run's.
-constexpr uintmax_t kLargestFile = uintmax_t{1} << 32;
+constexpr const char* kTemporary = "tmp";
+constexpr const char* kLock = "lock";
+
+constexpr int kChecksumDigits = 8;
 
 // Seconds between two writings; the variable is for tests.
 double interval() {
@@ -28,151 +30,154 @@ double interval() {
   return seconds != nullptr ? std::strtod(seconds, nullptr) : 10.0;
 }
 
-std::string hexadecimal(uint32_t number) {
-  char text[9];
-  std::snprintf(text, sizeof(text), "%08" PRIx32, number);
-  return text;
+std::string checksum_text(uint32_t sum) {
+  return hexadecimal(sum, kChecksumDigits);
 }
 
-uint32_t checksum(std::string_view text) {
-  return static_cast<uint32_t>(crc32_z(0, reinterpret_cast<const Bytef*>(text.data()), text.size()));
+bool read_checksum(std::string_view field, uint32_t* sum) {
+  return field.size() == kChecksumDigits && read_number(field, sum, 16);
 }
 
-// The whole field as a number.
-template <typename Number>
-bool read_number(std::string_view field, Number* number, int base = 10) {
-  const auto [end, error] = std::from_chars(field.data(), field.data() + field.size(), *number, base);
-  return error == std::errc() && end == field.data() + field.size();
+std::string end_line(uint32_t sum) {
+  std::string line;
+  add_line(&line, {"end", checksum_text(sum)});
+  return line;
 }
 
-// The lines of a checkpoint in turn.
-class Lines {
- public:
-  explicit Lines(std::string_view text) : text_(text) {}
-
-  // The fields of the next line; none at the end.
-  std::vector<std::string_view> next() {
-    if (text_.empty()) {
-      return {};
-    }
-    const size_t end = text_.find('\n');
-    const std::string_view line = text_.substr(0, end);
-    text_.remove_prefix(end == std::string_view::npos ? text_.size() : end + 1);
-    return split_tabs(line);
-  }
-
-  // Whether the next line begins with this field.
-  bool at(std::string_view name) const {
-    return text_.substr(0, name.size()) == name && text_.substr(name.size(), 1) == "\t";
-  }
-
- private:
-  std::string_view text_;
-};
-
-// The entries of one fold, best first.
-bool read_fold(Lines& lines, uint64_t n_searched, std::vector<RankedValue>* list) {
-  const std::vector<std::string_view> head = lines.next();
-  size_t n = 0;
-  if (head.size() != 2 || head[0] != "fold" || !read_number(head[1], &n) || n > n_searched) {
+// Whether the last line of the file is the checksum of what stands before it. Takes no memory for a large
+// file that is none of ours.
+bool is_whole(std::ifstream& file, uintmax_t size) {
+  const size_t n_end = end_line(0).size();
+  if (size < n_end) {
     return false;
   }
-  for (size_t i = 0; i < n; ++i) {
-    const std::vector<std::string_view> fields = lines.next();
-    RankedValue entry;
-    uint32_t bits = 0;
-    if (fields.size() != 2 || !read_number(fields[0], &entry.rank) || entry.rank >= n_searched ||
-        !read_number(fields[1], &bits, 16)) {
+  uint32_t sum = 0;
+  std::vector<char> piece(1 << 18);
+  for (uintmax_t left = size - n_end; left > 0;) {
+    const auto n = static_cast<size_t>(std::min<uintmax_t>(left, piece.size()));
+    if (!file.read(piece.data(), static_cast<std::streamsize>(n))) {
       return false;
     }
-    entry.value = float_from_bits(bits);
-    if (!(entry.value > 0.0f) ||
-        (i > 0 && !SearchFloor{entry.value, entry.rank}.lets_pass(list->back().value, list->back().rank))) {
-      return false;
-    }
-    list->push_back(entry);
+    sum = checksum(piece.data(), n, sum);
+    left -= n;
   }
-  return true;
+  std::string end(n_end, '\0');
+  return file.read(end.data(), static_cast<std::streamsize>(n_end)) && end == end_line(sum);
 }
 
 }  // namespace
 
+std::vector<std::string> Checkpoint::files(const std::string& path) {
+  std::vector<std::string> files = {path};
+  for (const char* name : {kTemporary, kLock, kResultRows, kTidyRows}) {
+    files.push_back(path + "." + name);
+  }
+  return files;
+}
+
+std::string Checkpoint::beside(const std::string& name) const {
+  return target_ + "." + name;
+}
+
 Status Checkpoint::open(const std::string& path, RunIdentity identity) {
   identity_ = std::move(identity);
   path_ = path;
-  written_ = std::chrono::steady_clock::now();
   std::error_code unknown;
-  const auto kind = std::filesystem::status(path, unknown).type();
-  if (kind == std::filesystem::file_type::not_found) {
-    // Better to know now that it cannot be written than after the first hours.
-    OutputFile proof;
-    return proof.open(path);
+  const std::filesystem::path real = std::filesystem::canonical(path, unknown);
+  target_ = unknown ? path : real.string();
+  interval_ = interval();
+  written_ = std::chrono::steady_clock::now();
+  // Also shows, better now than after the first hours, that the folder takes files.
+  if (const Status status = lock_.take(beside(kLock)); !status.ok()) {
+    return status;
   }
-  const uintmax_t size = std::filesystem::file_size(path, unknown);
-  if (kind != std::filesystem::file_type::regular || unknown || size > kLargestFile) {
+  const auto kind = std::filesystem::status(path, unknown).type();
+  const bool exists = kind != std::filesystem::file_type::not_found;
+  if (exists && kind != std::filesystem::file_type::regular) {
     return Status::failure(path + ": no checkpoint of this program");
   }
-  std::ifstream file(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-  if (!file.good() && !file.eof()) {
-    return Status::failure(path + ": cannot be read");
+  if (const Status status = exists ? read() : Status(); !status.ok()) {
+    return status;
   }
+  if (!is_free_name(beside(kTemporary), kKind)) {
+    return Status::failure(beside(kTemporary) + ": stands in the way of the checkpoint");
+  }
+  std::filesystem::remove(beside(kTemporary), unknown);
+  return {};
+}
+
+Status Checkpoint::read() {
+  std::error_code unknown;
+  const uintmax_t size = std::filesystem::file_size(path_, unknown);
+  std::ifstream file(path_, std::ios::binary);
+  if (unknown || !file) {
+    return Status::failure(path_ + ": cannot be read");
+  }
+  std::string start(kKind.size(), '\0');
+  if (!file.read(start.data(), static_cast<std::streamsize>(start.size())) || start != kKind) {
+    return Status::failure(path_ + ": no checkpoint of this program");
+  }
+  file.seekg(0);
+  if (!is_whole(file, size)) {
+    return damaged();
+  }
+  file.seekg(0);
+  std::string text(static_cast<size_t>(size), '\0');
+  if (!file.read(text.data(), static_cast<std::streamsize>(size))) {
+    return Status::failure(path_ + ": cannot be read");
+  }
+  text.resize(text.size() - end_line(0).size());
+  resumed_ = true;
   return parse(text);
 }
 
+Status Checkpoint::damaged() {
+  refused_ = true;
+  return Status::failure(path_ + ": a damaged checkpoint; without this file the run starts anew");
+}
+
 Status Checkpoint::parse(const std::string& text) {
-  Status foreign = Status::failure(path_ + ": no checkpoint of this program");
-  Status damaged = Status::failure(path_ + ": a damaged checkpoint; without this file the run starts anew");
-  Lines lines(text);
-  if (text.substr(0, text.find('\n')) != kFirstLine) {
-    return foreign;
+  if (!text.starts_with(kFirstLine)) {
+    return Status::failure(path_ +
+                           ": a checkpoint of another version of this program; without this file the run "
+                           "starts anew");
   }
-  lines.next();
-  const size_t last = text.rfind("end\t");
-  const std::vector<std::string_view> end = last == std::string::npos || last == 0 || text[last - 1] != '\n'
-                                                ? std::vector<std::string_view>()
-                                                : Lines(std::string_view(text).substr(last)).next();
-  uint32_t crc = 0;
-  if (end.size() != 2 || !read_number(end[1], &crc, 16) || text.size() != last + 4 + end[1].size() + 1 ||
-      crc != checksum(std::string_view(text).substr(0, last))) {
-    return damaged;
-  }
+  StateLines lines(std::string_view(text).substr(kFirstLine.size()));
+  std::vector<std::string_view> fields;
   RunIdentity identity;
   while (lines.at("run")) {
-    const std::vector<std::string_view> fields = lines.next();
-    if (fields.size() != 3) {
-      return damaged;
+    if (!lines.next("run", 2, &fields)) {
+      return damaged();
     }
-    identity.emplace_back(fields[1], fields[2]);
+    identity.emplace_back(fields[0], fields[1]);
   }
   if (Status status = compare(identity); !status.ok()) {
     return status;
   }
   if (lines.at("seed")) {
-    const std::vector<std::string_view> fields = lines.next();
     unsigned seed = 0;
-    if (fields.size() != 2 || !read_number(fields[1], &seed)) {
-      return damaged;
+    if (!lines.next_number("seed", &seed)) {
+      return damaged();
     }
     seed_ = seed;
   }
-  while (lines.at("order")) {
-    const std::vector<std::string_view> fields = lines.next();
-    int order = 0;
-    size_t folds = 0;
-    SearchState state;
-    if (fields.size() != 4 || !read_number(fields[1], &order) || !read_number(fields[2], &state.next) ||
-        !read_number(fields[3], &folds)) {
-      return damaged;
+  while (lines.at("rows")) {
+    GrowingFile::Extent counts;
+    if (!lines.next("rows", 3, &fields) || !read_number(fields[1], &counts.size) ||
+        !read_checksum(fields[2], &counts.checksum) ||
+        !counts_.try_emplace(std::string(fields[0]), counts).second) {
+      return damaged();
     }
-    for (size_t f = 0; f < folds; ++f) {
-      if (!read_fold(lines, state.next, &state.lists.emplace_back())) {
-        return damaged;
-      }
-    }
-    states_[order] = std::move(state);
   }
-  return lines.at("end") ? Status() : damaged;
+  while (lines.at("section")) {
+    size_t n_bytes = 0;
+    std::string_view bytes;
+    if (!lines.next("section", 2, &fields) || !read_number(fields[1], &n_bytes) ||
+        !lines.take(n_bytes, &bytes) || !sections_.try_emplace(std::string(fields[0]), bytes).second) {
+      return damaged();
+    }
+  }
+  return lines.at_end() ? Status() : damaged();
 }
 
 Status Checkpoint::compare(const RunIdentity& other) const {
@@ -193,58 +198,94 @@ Status Checkpoint::compare(const RunIdentity& other) const {
   return {};
 }
 
-const SearchState* Checkpoint::state(int order) const {
-  const auto found = states_.find(order);
-  return found == states_.end() ? nullptr : &found->second;
+Status Checkpoint::restore(const std::string& name, const std::function<bool(StateLines&)>& read,
+                           bool* found) {
+  const auto section = sections_.find(name);
+  if (found != nullptr) {
+    *found = section != sections_.end();
+  }
+  if (section == sections_.end()) {
+    return {};
+  }
+  StateLines lines(section->second);
+  return read(lines) && lines.at_end() ? Status() : damaged();
+}
+
+Status Checkpoint::rows(const std::string& name, GrowingFile** file) {
+  auto rows = std::make_unique<GrowingFile>();
+  const auto counts = counts_.find(name);
+  if (resumed_ && counts == counts_.end()) {
+    return damaged();
+  }
+  Status status =
+      counts == counts_.end() ? rows->begin(beside(name)) : rows->go_on(beside(name), counts->second);
+  refused_ = refused_ || !status.ok();
+  *file = rows.get();
+  rows_[name] = std::move(rows);
+  return status;
 }
 
 bool Checkpoint::is_due() const {
   return is_open() &&
-         std::chrono::duration<double>(std::chrono::steady_clock::now() - written_).count() >= interval();
+         std::chrono::duration<double>(std::chrono::steady_clock::now() - written_).count() >= interval_;
 }
 
-Status Checkpoint::keep(int order, SearchState state) {
+void Checkpoint::keep(const std::string& name, std::string lines) {
   if (!is_open()) {
-    return {};
+    return;
   }
-  states_[order] = std::move(state);
+  sections_[name] = std::move(lines);
+  const Status status = write();
+  written_ = std::chrono::steady_clock::now();
+  if (!status.ok() && !said_) {
+    notice("the checkpoint is not up to date: %s", status.message().c_str());
+    said_ = true;
+  }
+}
+
+// The rows come first: the checkpoint must not count on what is not on disk.
+Status Checkpoint::write() {
+  for (const auto& [name, rows] : rows_) {
+    if (Status status = rows->sync(&counts_[name]); !status.ok()) {
+      return status;
+    }
+  }
   OutputFile file;
-  Status status = file.open(path_);
+  Status status = file.open_with(path_, beside(kTemporary));
   const std::string bytes = text();
   if (status.ok()) {
     status = file.write(bytes.data(), bytes.size());
   }
-  if (status.ok()) {
-    status = file.commit();
-  }
-  written_ = std::chrono::steady_clock::now();
-  return status;
+  return status.ok() ? file.commit() : status;
 }
 
 std::string Checkpoint::text() const {
-  std::string text = std::string(kFirstLine) + "\n";
+  std::string text(kFirstLine);
   for (const auto& [name, value] : identity_) {
-    text += "run\t" + name + "\t" + value + "\n";
+    add_line(&text, {"run", name, value});
   }
   if (seed_) {
-    text += "seed\t" + std::to_string(*seed_) + "\n";
+    add_line(&text, {"seed", std::to_string(*seed_)});
   }
-  for (const auto& [order, state] : states_) {
-    text += "order\t" + std::to_string(order) + "\t" + std::to_string(state.next) + "\t" +
-            std::to_string(state.lists.size()) + "\n";
-    for (const std::vector<RankedValue>& list : state.lists) {
-      text += "fold\t" + std::to_string(list.size()) + "\n";
-      for (const RankedValue& entry : list) {
-        text += std::to_string(entry.rank) + "\t" + hexadecimal(bits_of_float(entry.value)) + "\n";
-      }
-    }
+  for (const auto& [name, counts] : counts_) {
+    add_line(&text, {"rows", name, std::to_string(counts.size), checksum_text(counts.checksum)});
   }
-  return text + "end\t" + hexadecimal(checksum(text)) + "\n";
+  for (const auto& [name, lines] : sections_) {
+    add_line(&text, {"section", name, std::to_string(lines.size())});
+    text += lines;
+  }
+  return text + end_line(checksum(text.data(), text.size()));
 }
 
 void Checkpoint::remove() {
-  std::error_code unknown;
-  if (is_open()) {
-    std::filesystem::remove(path_, unknown);
+  if (!is_open()) {
+    return;
   }
+  std::error_code unknown;
+  std::filesystem::remove(target_, unknown);
+  for (const auto& [name, rows] : rows_) {
+    rows->remove();
+  }
+  std::filesystem::remove(beside(kTemporary), unknown);
+  lock_.release();
 }

@@ -22,6 +22,7 @@
 #include "src/p_values.h"
 #include "src/permutation_test.h"
 #include "src/run_config.h"
+#include "src/search_state.h"
 #include "util/stop_signal.h"
 #include "util/stopwatch.h"
 
@@ -29,6 +30,8 @@ namespace {
 
 // Combinations per combination loop when every record comes back: 64 MiB of records.
 constexpr uint64_t kAllResultsChunk = 1 << 18;
+// Fewer with a checkpoint, so that a chunk of many samples ends within seconds.
+constexpr uint64_t kCheckpointChunk = 1 << 14;
 
 // The file that keeps a fold's top list after the run, in the working directory.
 // *path: its name.
@@ -38,14 +41,18 @@ Status write_list_file(int fold, const std::vector<KeptCombination>& list, std::
   *path = name;
   MdrWriter writer;
   if (!writer.Save(name)) {
-    return Status::failure(std::string("cannot create ") + name);
+    return writer.Close();
   }
   int rank = 0;
   for (const KeptCombination& kept : list) {
     writer.WriteLine(std::to_string(++rank) + "," + kept.key +
                      fold_values_text(kept.record, kMode1FoldMeasures));
   }
-  return writer.Close();
+  Status status = writer.Close();
+  if (!status.ok()) {
+    std::remove(name);
+  }
+  return status;
 }
 
 }  // namespace
@@ -82,6 +89,9 @@ class CrossValidation {
       std::remove(path.c_str());
     }
   }
+
+  // The first failure to write one of them.
+  const Status& list_files_status() const { return list_files_status_; }
 
   // Mode 1: searches one order and fills result->kept with every fold's best.
   Status search_order(int order, MDRResult* result) {
@@ -124,15 +134,22 @@ class CrossValidation {
   // above result->threshold.
   Status evaluate_order(int order, MDRResult* result) {
     const uint64_t total = comb_count(n_snps_, order).value();
-    progress_.begin(order, total * folds_.size());
-    for (size_t f = 0; f < folds_.size(); ++f) {
-      Status status = threshold_fold(scoring_rules(settings_, order), f, total, result);
-      if (!status.ok()) {
-        return status;
-      }
+    const auto slots = static_cast<size_t>(result->slots);
+    SearchState state;
+    Status status =
+        restore_search(checkpoint_, order, {total, folds_.size(), slots, true, result->threshold}, &state);
+    state.lists.resize(folds_.size());
+    progress_.begin(order, total * folds_.size(), total * state.folds + state.next);
+    for (size_t f = 0; f < folds_.size() && status.ok(); ++f) {
+      status = threshold_fold(scoring_rules(settings_, order), f, total, &state, result);
+    }
+    if (status.ok() || !checkpoint_.is_refused()) {
+      checkpoint_.keep(order_section(order), lines_of(state));
+    }
+    if (!status.ok()) {
+      return status;
     }
     progress_.end();
-    const auto slots = static_cast<size_t>(result->slots);
     if (const auto full = std::count_if(result->kept.begin(), result->kept.end(),
                                         [slots](const auto& kept) { return kept.size() == slots; });
         full > 0) {
@@ -151,32 +168,78 @@ class CrossValidation {
     const size_t fold = f + static_cast<size_t>(settings_.first_fold);
     std::vector<KeptCombination>& kept = result->kept[fold];
     kept = kept_combinations(entries);
-    // The lists are a by-product: without them the run goes on, and one notice will do.
+    // The lists are a by-product: without them the run goes on.
     const Status written = write_list_file(static_cast<int>(fold), kept, &list_files_.emplace_back());
-    if (!written.ok() && !list_files_missing_) {
-      notice("the list files in the working directory are incomplete: %s", written.message().c_str());
-      list_files_missing_ = true;
+    if (!written.ok() && list_files_status_.ok()) {
+      list_files_status_ =
+          Status::failure("the list files in the working directory are incomplete: " + written.message() +
+                          "; the result is not affected");
     }
   }
 
-  // Evaluates every combination for one fold, chunk by chunk, and keeps those above the threshold.
-  Status threshold_fold(const ScoringRules& rules, size_t f, uint64_t total, MDRResult* result) {
+  // The list of one fold as its checkpoint keeps it.
+  std::vector<RankedValue> ranked(const TopList& top, const ScoringRules& rules) const {
+    std::vector<RankedValue> list;
+    for (const TopList::Entry& entry : top.entries(top.filled())) {
+      list.push_back({comb_rank(n_snps_, rules.order, entry.comb.data()),
+                      static_cast<float>(entry.record[static_cast<size_t>(rules.measure)])});
+    }
+    return list;
+  }
+
+  // Evaluates the combinations of one fold that are not known, chunk by chunk, and keeps those above the
+  // threshold. *state: up to date in any case.
+  Status threshold_fold(const ScoringRules& rules, size_t f, uint64_t total, SearchState* state,
+                        MDRResult* result) {
     TopList top(rules.order, static_cast<size_t>(result->slots), rules.measure, result->threshold);
+    double milliseconds = 0.0;
+    if (!state->lists[f].empty()) {
+      Status status = record_list(rules, f, state->lists[f], 0.0, &top, &milliseconds);
+      if (!status.ok()) {
+        return status;
+      }
+      if (!std::ranges::equal(ranked(top, rules), state->lists[f], same_entry)) {
+        return checkpoint_.damaged();
+      }
+    }
+    if (f == state->folds) {
+      Status status = evaluate_rest(rules, f, total, state, &top, &milliseconds);
+      state->lists[f] = ranked(top, rules);
+      if (!status.ok()) {
+        return status;
+      }
+      state->folds = f + 1;
+      state->next = 0;
+    }
+    keep_fold(f, total, milliseconds, milliseconds, top.entries(top.filled()), result);
+    return {};
+  }
+
+  static bool same_entry(const RankedValue& a, const RankedValue& b) {
+    return a.rank == b.rank && a.value == b.value;
+  }
+
+  // From state->next, which it moves on, to the end of the enumeration.
+  Status evaluate_rest(const ScoringRules& rules, size_t f, uint64_t total, SearchState* state, TopList* top,
+                       double* milliseconds) {
     const auto order = static_cast<size_t>(rules.order);
-    const int chunk = static_cast<int>(std::min<uint64_t>(total, kAllResultsChunk));
+    const int chunk = static_cast<int>(
+        std::min<uint64_t>(total, checkpoint_.is_open() ? kCheckpointChunk : kAllResultsChunk));
+    // The enumeration goes on behind the combination that the cursor holds.
     std::vector<int> cursor(order, -1);
+    if (state->next > 0) {
+      comb_unrank(n_snps_, rules.order, state->next - 1, cursor.data());
+    }
     std::vector<int> combinations;
     std::vector<double> records;
     LoopOutput output;
     output.records = &records;
-    double milliseconds = 0.0;
-    uint64_t done = f * total;
     for (;;) {
       int count = 0;
       combinations.resize(static_cast<size_t>(chunk) * order);
       combSNP(&rules.order, &n_snps_, &chunk, cursor.data(), &count, combinations.data());
       if (count == 0) {
-        break;
+        return {};
       }
       combinations.resize(static_cast<size_t>(count) * order);
       std::copy_n(combinations.end() - static_cast<ptrdiff_t>(order), order, cursor.begin());
@@ -186,15 +249,35 @@ class CrossValidation {
       if (!status.ok()) {
         return status;
       }
-      milliseconds += chunk_milliseconds;
-      done += static_cast<uint64_t>(count);
-      progress_.update(done);
+      *milliseconds += chunk_milliseconds;
       for (size_t c = 0; c < static_cast<size_t>(count); ++c) {
-        top.insert(combinations.data() + c * order, records.data() + c * kRecordSize);
+        top->insert(combinations.data() + c * order, records.data() + c * kRecordSize);
+      }
+      state->next += static_cast<uint64_t>(count);
+      progress_.update(f * total + state->next);
+      if (checkpoint_.is_due()) {
+        state->lists[f] = ranked(*top, rules);
+        checkpoint_.keep(order_section(rules.order), lines_of(*state));
       }
     }
-    keep_fold(f, total, milliseconds, milliseconds, top.entries(top.filled()), result);
-    return {};
+  }
+
+  // Inserts the records of listed combinations of one fold into its top list, which milliseconds becomes the
+  // time of.
+  Status record_list(const ScoringRules& rules, size_t f, std::vector<RankedValue> listed, double extra,
+                     TopList* top, double* milliseconds) {
+    const auto order = static_cast<size_t>(rules.order);
+    // In the order of the enumeration, so that equal values end up as if all combinations had come by.
+    std::sort(listed.begin(), listed.end(),
+              [](const RankedValue& a, const RankedValue& b) { return a.rank < b.rank; });
+    std::vector<int> combinations(listed.size() * order);
+    for (size_t i = 0; i < listed.size(); ++i) {
+      comb_unrank(n_snps_, rules.order, listed[i].rank, combinations.data() + i * order);
+    }
+    LoopOutput output;
+    output.top = top;
+    return mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output, extra,
+                            milliseconds);
   }
 
   // Makes the top list of one fold from the records of the combinations that its search found.
@@ -203,10 +286,7 @@ class CrossValidation {
     TopList top(rules.order, list_size, rules.measure);
     double milliseconds = 0.0;
     if (total > 0) {
-      LoopOutput output;
-      output.top = &top;
-      Status status = mdrCombinationCV(pool_, rules, folds_[f], combinations_of(found, n_snps_, rules.order),
-                                       launch_size(), output, search_share, &milliseconds);
+      Status status = record_list(rules, f, found, search_share, &top, &milliseconds);
       if (!status.ok()) {
         return status;
       }
@@ -226,7 +306,7 @@ class CrossValidation {
   const std::vector<FoldView> folds_;
   Progress progress_;
   std::vector<std::string> list_files_;
-  bool list_files_missing_ = false;
+  Status list_files_status_;
 };
 
 }  // namespace
@@ -270,9 +350,13 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
     if (by_threshold) {
+      // A run that goes on draws it anew: the generator gives the same numbers.
       ExhaustiveRules null_rules{order, settings.measure, tie_rule(settings.tie), settings.missing + 1};
       result->null_measures =
           null_distribution(null_data, null_rules, settings.null_combinations, settings.null_permutations);
+      if (stop_signal() != 0) {
+        return stopped(stop_signal());
+      }
       result->threshold = null_threshold(result->null_measures, settings.null_level);
     }
     Status status =
@@ -285,6 +369,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
     }
     CalcWeightedCVC_CV(settings.measure, by_threshold, result);
   }
+  by_products_ = analysis.list_files_status();
   if (settings.permutations == 0) {
     return {};
   }
@@ -292,7 +377,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     observed.push_back(best_of(*results[static_cast<size_t>(order) - 1]));
   }
-  const Status status = permutation_test(pool, {&settings, &problem, left_out, labels}, observed, null);
+  const Status status = permutation_test(pool, {&settings, &problem, left_out, labels}, observed, checkpoint, null);
   if (!status.ok() && stop_signal() != 0) {
     analysis.remove_list_files();
   }

@@ -3,12 +3,11 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cinttypes>
 #include <limits>
 
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
-#include "src/notice.h"
+#include "src/search_state.h"
 
 namespace {
 
@@ -33,6 +32,10 @@ struct SearchSoFar {
   std::vector<CandidateList> best;  // of each fold
   uint64_t next = 0;                // all ranks below are searched
 
+  void keep(Checkpoint& checkpoint, int order) const {
+    checkpoint.keep(order_section(order), lines_of({0, next, lists()}));
+  }
+
   std::vector<std::vector<RankedValue>> lists() const {
     std::vector<std::vector<RankedValue>> lists;
     for (const CandidateList& list : best) {
@@ -42,62 +45,22 @@ struct SearchSoFar {
   }
 };
 
-// The checkpoint's part in the search of one order.
-class OrderCheckpoint {
- public:
-  OrderCheckpoint(Checkpoint& checkpoint, int order, uint64_t n_combinations)
-      : checkpoint_(checkpoint), order_(order), total_(n_combinations) {}
-
-  Status resume(SearchSoFar* search) const {
-    const SearchState* state = checkpoint_.state(order_);
-    if (state == nullptr) {
-      return {};
-    }
-    if (state->next > total_ || state->lists.size() != search->best.size()) {
-      return Status::failure("the checkpoint does not suit order " + std::to_string(order_));
-    }
-    search->next = state->next;
-    for (size_t f = 0; f < search->best.size(); ++f) {
-      for (const RankedValue& entry : state->lists[f]) {
-        search->best[f].offer(entry.rank, entry.value);
-      }
-    }
-    notice("order %d: %" PRIu64 " of %" PRIu64 " combinations are known from the checkpoint", order_,
-           search->next, total_);
-    return {};
-  }
-
-  void keep_now_and_then(const SearchSoFar& search) {
-    if (checkpoint_.is_due()) {
-      keep(search);
-    }
-  }
-
-  // A run that cannot write its checkpoint goes on: one notice will do.
-  void keep(const SearchSoFar& search) {
-    const Status status = checkpoint_.keep(order_, {search.next, search.lists()});
-    if (!status.ok() && !failed_) {
-      notice("the checkpoint is not up to date: %s", status.message().c_str());
-      failed_ = true;
-    }
-  }
-
- private:
-  Checkpoint& checkpoint_;
-  const int order_;
-  const uint64_t total_;
-  bool failed_ = false;
-};
-
 }  // namespace
 
 Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combinations, Progress& progress,
                     Checkpoint& checkpoint, std::vector<std::vector<RankedValue>>* lists) {
   SearchSoFar search{std::vector<CandidateList>(wanted.folds.size(), CandidateList(wanted.list_size))};
-  OrderCheckpoint kept(checkpoint, wanted.rules.order, n_combinations);
-  Status status = kept.resume(&search);
+  SearchState known;
+  Status status = restore_search(checkpoint, wanted.rules.order,
+                                 {n_combinations, wanted.folds.size(), wanted.list_size, false}, &known);
   if (!status.ok()) {
     return status;
+  }
+  search.next = known.next;
+  for (size_t f = 0; f < known.lists.size(); ++f) {
+    for (const RankedValue& entry : known.lists[f]) {
+      search.best[f].offer(entry.rank, entry.value);
+    }
   }
   WorkerSetupCommand setup;
   setup.kind = LoopKind::kSearch;
@@ -110,7 +73,7 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
   if (!status.ok()) {
     return status;
   }
-  progress.begin(wanted.rules.order, n_combinations);
+  progress.begin(wanted.rules.order, n_combinations, search.next);
   std::vector<SearchFloor> floors(wanted.folds.size());
   std::vector<std::vector<SearchCandidate>> candidates(static_cast<size_t>(pool.size()));
   uint64_t share = kFirstShare;
@@ -130,7 +93,7 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
     }
     status = pool.dispatch(batches);
     if (!status.ok()) {
-      kept.keep(search);
+      search.keep(checkpoint, rules.order);
       return status;
     }
     for (const WorkerBatchCommand& batch : batches) {
@@ -139,12 +102,14 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
       }
     }
     search.next = next;
-    kept.keep_now_and_then(search);
+    if (checkpoint.is_due()) {
+      search.keep(checkpoint, rules.order);
+    }
     progress.update(next);
     share = next_share(share, std::chrono::duration<double>(Clock::now() - started).count());
   }
   progress.end();
-  kept.keep(search);
+  search.keep(checkpoint, rules.order);
   *lists = search.lists();
   return pool.broadcast(WorkerCommand{kCommandRelease});
 }

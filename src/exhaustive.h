@@ -9,7 +9,9 @@
 
 #include "src/FileIO.h"
 #include "src/MDRResult.h"
+#include "src/checkpoint.h"
 #include "src/progress.h"
+#include "util/status.h"
 
 // Combinations that are evaluated at a time. Part of the result: in top-N mode an order with more
 // combinations keeps the best of its last block.
@@ -50,13 +52,14 @@ void mdrCombinationAll(const ExhaustiveData& data, const ExhaustiveRules& rules,
 std::vector<double> null_distribution(const ExhaustiveData& data, const ExhaustiveRules& rules,
                                       int n_combinations, int n_permutations);
 
-// Both stop where they are when a signal asks for it. progress: begun for the order, or null.
+// Both go on from what the checkpoint holds of the order and keep in it how far they have come: now and then,
+// at the end, and when a signal asks to stop, with which they fail. They begin and end the order's progress.
 
 // Top-N mode: the best result->slots combinations of each block into the slots from 0 on, block after block.
-void keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& rules, int block_size,
-                         MDRResult* result, Progress* progress = nullptr);
+Status keep_best_of_blocks(const ExhaustiveData& data, const ExhaustiveRules& rules, int block_size,
+                           Progress& progress, Checkpoint& checkpoint, MDRResult* result);
 
 // Permutation mode: the first result->slots combinations, in the order of the enumeration, whose ranking
 // measure is strictly above the threshold.
-void keep_above_threshold(const ExhaustiveData& data, const ExhaustiveRules& rules, int block_size,
-                          double threshold, MDRResult* result, Progress* progress = nullptr);
+Status keep_above_threshold(const ExhaustiveData& data, const ExhaustiveRules& rules, int block_size,
+                            double threshold, Progress& progress, Checkpoint& checkpoint, MDRResult* result);

@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "lib/comb.h"
-#include "lib/comb_rank.h"
 #include "lib/mdr.h"
 #include "lib/permutation.h"
 #include "lib/utils.h"
@@ -17,7 +16,7 @@
 #include "util/stop_signal.h"
 
 Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& settings,
-                                const ResultArray& results) {
+                                const ResultArray& results, Checkpoint& checkpoint) {
   const bool permutation = settings.mode == 2;
   ExhaustiveRules rules;
   rules.measure = settings.measure;
@@ -30,18 +29,22 @@ Status TFmMDR::CalcMdrMethodALL(const MdrReader& reader, const RunSettings& sett
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     MDRResult* result = results[static_cast<size_t>(order) - 1].get();
     rules.order = order;
-    progress.begin(order, comb_count(data.n_snps, order).value());
+    Status status;
     if (permutation) {
+      // A run that goes on draws it anew: the generator gives the same numbers.
       result->null_measures =
           null_distribution(data, rules, settings.null_combinations, settings.null_permutations);
+      if (stop_signal() != 0) {
+        return stopped(stop_signal());
+      }
       result->threshold = null_threshold(result->null_measures, settings.null_level);
-      keep_above_threshold(data, rules, settings.block_size, result->threshold, result, &progress);
+      status = keep_above_threshold(data, rules, settings.block_size, result->threshold, progress, checkpoint,
+                                    result);
     } else {
-      keep_best_of_blocks(data, rules, settings.block_size, result, &progress);
+      status = keep_best_of_blocks(data, rules, settings.block_size, progress, checkpoint, result);
     }
-    progress.end();
-    if (stop_signal() != 0) {
-      return stopped(stop_signal());
+    if (!status.ok()) {
+      return status;
     }
     CalcWeightedCVC_ALL(settings.measure, permutation, result);
   }

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // The entry point: options, device, driver, exit status.
-#include <cerrno>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -38,23 +37,21 @@ Backend* query_device(const RunArguments& arguments) {
 }
 
 // The exit status of a program that did what it was asked for and has printed its last line: 1 when standard
-// output did not take all of it. Whoever reads a pipe may leave, though.
+// output did not take all of it.
 int status_of_output(const char* rest_of_notice) {
-  errno = 0;
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) {
     return 0;
   }
-  const bool reader_left = errno == EPIPE;
   notice("standard output could not be written to its end%s", rest_of_notice);
-  return reader_left ? 0 : 1;
+  return 1;
 }
 
 int run(int argc, char** argv) {
+  // Whoever reads standard output may leave: the result file is written all the same.
+  ignore_write_signals();
   if (const std::optional<int> status = answer_question(argc, argv)) {
     return *status != 0 ? *status : status_of_output("");
   }
-  // Whoever reads standard output may leave: the result file is written all the same.
-  ignore_write_signals();
   RunArguments arguments;
   if (const std::optional<int> status = scan_arguments(argc, argv, &arguments)) {
     return *status;

@@ -2,6 +2,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <functional>
 
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
@@ -41,10 +42,8 @@ std::string permutations_path(const RunSettings& settings) {
   return settings.output + ".permutations.tsv";
 }
 
-// Whether the result file may and can be created: not in place of an input, and if it is a regular file, it
-// is left there empty, so that whoever asked for the result knows before the analysis that it can be written.
-// (A pipe is not tried: whoever reads it would take the trial for the whole.) Otherwise the exit status.
-std::optional<int> refuse_output(const RunSettings& settings) {
+// Whether no output names an input, or a file that another output needs. Otherwise the exit status.
+std::optional<int> refuse_paths(const RunSettings& settings) {
   for (const std::string& source : {settings.input, std::string(szScore), std::string(g_covFileName)}) {
     for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy},
                                        std::pair{"checkpoint", settings.checkpoint}}) {
@@ -58,12 +57,26 @@ std::optional<int> refuse_output(const RunSettings& settings) {
     notice("--tidy and --out name the same file");
     return 1;
   }
+  if (settings.checkpoint.empty()) {
+    return std::nullopt;
+  }
   for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy}}) {
-    if (!settings.checkpoint.empty() && !path.empty() && same_place(settings.checkpoint, path)) {
-      notice("--checkpoint and --%s name the same file", option);
-      return 1;
+    for (const std::string& file : Checkpoint::files(settings.checkpoint)) {
+      if (!path.empty() && same_place(file, path)) {
+        notice(file == settings.checkpoint ? "--checkpoint and --%s name the same file"
+                                           : "the checkpoint needs the name of the --%s file",
+               option);
+        return 1;
+      }
     }
   }
+  return std::nullopt;
+}
+
+// Whether the result file can be created: if it is a regular file, it is left there empty, so that whoever
+// asked for the result knows before the analysis that it can be written. (A pipe is not tried: whoever reads
+// it would take the trial for the whole.) Otherwise the exit status.
+std::optional<int> prove_output(const RunSettings& settings) {
   if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
     MdrWriter proof;
     if (!proof.Save(settings.output.c_str())) {
@@ -93,23 +106,29 @@ int end_interrupted() {
   return stopped_status(stop_signal());
 }
 
-// Begins the checkpoint, when one is wanted. The exit status when it cannot be.
-std::optional<int> open_checkpoint(const RunSettings& settings, const MdrReader& reader,
-                                   Checkpoint* checkpoint) {
-  if (settings.checkpoint.empty()) {
-    return std::nullopt;
+// Before the analysis: the paths, the checkpoint, when one is wanted, and the result file, in this order: a
+// run that is refused leaves an older result as it is. The exit status when the run cannot go on.
+std::optional<int> open_files(const RunSettings& settings, const std::function<RunIdentity()>& identity,
+                              Checkpoint* checkpoint) {
+  if (const std::optional<int> status = refuse_paths(settings)) {
+    return status;
   }
-  if (const Status status = checkpoint->open(settings.checkpoint, run_identity(reader, settings));
-      !status.ok()) {
-    notice("%s", status.message().c_str());
-    return 1;
+  if (!settings.checkpoint.empty()) {
+    if (const Status status = checkpoint->open(settings.checkpoint, identity()); !status.ok()) {
+      notice("%s", status.message().c_str());
+      return 1;
+    }
   }
-  return std::nullopt;
+  return prove_output(settings);
 }
 
 // The end of a run whose analysis failed or was stopped. One that was stopped leaves nothing of its result,
 // not even the empty file of the proof. Returns the exit status.
-int give_up(const Status& reason, const RunSettings& settings) {
+int give_up(const Status& reason, const RunSettings& settings, const Checkpoint& checkpoint) {
+  if (checkpoint.is_refused()) {
+    notice("%s", reason.message().c_str());
+    return 1;
+  }
   if (stop_signal() == 0) {
     notice("%s", reason.message().c_str());
     return kDeviceFailure;
@@ -241,7 +260,9 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
     }
     drop_incomplete_covariates();
   }
-  if (const std::optional<int> status = refuse_output(settings)) {
+  Checkpoint checkpoint;
+  if (const std::optional<int> status = open_files(
+          settings, [&] { return regression_identity(reader, settings); }, &checkpoint)) {
     return *status;
   }
   const std::vector<std::string> names = reader.ReadHeader();
@@ -255,13 +276,13 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   RegressionResult result;
   MdrWriter lines;
   if (linear && !WriteResultRegression(settings.output, 0.0, &lines)) {
-    return 0;
+    return finish(lines.Close(), clock.seconds());
   }
   const Status analysis =
-      CalcRegression(reader, settings, &lines, settings.tidy.empty() ? nullptr : &tidy, &result);
+      CalcRegression(reader, settings, &lines, settings.tidy.empty() ? nullptr : &tidy, checkpoint, &result);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
-    return give_up(analysis, settings);
+    return give_up(analysis, settings, checkpoint);
   }
   std::printf("Regression method is %d\n", g_regression);
   Status report = linear ? lines.Close()
@@ -270,14 +291,13 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   if (report.ok() && !settings.tidy.empty()) {
     report = tidy.close();
   }
+  if (report.ok()) {
+    checkpoint.remove();
+  }
   return finish(report, elapsed_seconds);
 }
 
 int TFmMDR::MdrMethod(const RunSettings& settings) {
-  if (!settings.checkpoint.empty() && (settings.mode != 1 || g_regression != kNoRegression)) {
-    notice("--checkpoint is for cross-validated searches (--mode 1): other runs cannot go on from one");
-    return 1;
-  }
   if (settings.permutations > 0 && (settings.mode != 1 || g_regression != kNoRegression)) {
     notice("--permutations is for cross-validated searches (--mode 1)");
     return 1;
@@ -310,11 +330,9 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
       return *status;
     }
   }
-  if (const std::optional<int> status = refuse_output(settings)) {
-    return *status;
-  }
   Checkpoint checkpoint;
-  if (const std::optional<int> status = open_checkpoint(settings, reader, &checkpoint)) {
+  if (const std::optional<int> status = open_files(
+          settings, [&] { return mdr_identity(reader, settings); }, &checkpoint)) {
     return *status;
   }
   TidyMdr tidy;
@@ -330,11 +348,11 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   const bool exhaustive = settings.mode >= 2;
   const ResultArray results = make_results(settings);
   PermutationNull null;
-  const Status analysis = exhaustive ? CalcMdrMethodALL(reader, settings, results)
+  const Status analysis = exhaustive ? CalcMdrMethodALL(reader, settings, results, checkpoint)
                                      : CalcMdrMethodCV(reader, settings, results, checkpoint, &null);
   const double elapsed_seconds = clock.seconds();
   if (!analysis.ok()) {
-    return give_up(analysis, settings);
+    return give_up(analysis, settings, checkpoint);
   }
 
   std::printf("Regression method is %d\n", g_regression);
@@ -353,5 +371,5 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
   if (report.ok()) {
     checkpoint.remove();
   }
-  return finish(report, elapsed_seconds);
+  return finish(report.ok() ? by_products_ : report, elapsed_seconds);
 }

@@ -239,8 +239,9 @@ constexpr Option kOptions[] = {
     {"tidy", "path", "writes the results a second time, as a tab-separated table", false,
      take_path<&RunArguments::tidy>},
     {"checkpoint", "path",
-     "keeps how far a cross-validated search has come in a file, from which the same command goes on after a "
-     "fault or a signal",
+     "keeps how far the run has come in a file, from which the same command goes on after a fault, a kill or "
+     "a "
+     "signal",
      false, take_path<&RunArguments::checkpoint>},
     {"permutations", "integer",
      "repeats a cross-validated search so often with permuted classes, for p-values corrected for the whole "

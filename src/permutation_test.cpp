@@ -10,7 +10,9 @@
 #include "lib/rng.h"
 #include "src/combination_loop.h"
 #include "src/cv_search.h"
+#include "src/notice.h"
 #include "src/run_config.h"
+#include "src/state_lines.h"
 #include "src/weighted_cvc.h"
 
 namespace {
@@ -132,30 +134,83 @@ class PermutedRuns {
   Checkpoint no_checkpoint_;
 };
 
+constexpr const char* kSection = "permutations";
+
+// The lines of a checkpoint: testing value and consistency of each order, permutation by permutation.
+std::string lines_of(const PermutationNull& null) {
+  std::vector<double> values;
+  for (size_t r = 0; r < null.permutations(); ++r) {
+    for (const BestOfOrder& best : null.of(r)) {
+      values.insert(values.end(), {best.testing, best.consistency});
+    }
+  }
+  std::string text;
+  add_doubles(&text, "values", values);
+  return text;
+}
+
+Status restore(Checkpoint& checkpoint, size_t n_orders, int most, PermutationNull* null) {
+  const auto read = [&](StateLines& lines) {
+    std::vector<double> values;
+    const size_t width = 2 * n_orders;
+    if (!lines.next_doubles("values", static_cast<size_t>(most) * width, &values) ||
+        values.size() % width != 0) {
+      return false;
+    }
+    for (size_t i = 0; i < values.size(); i += width) {
+      std::vector<BestOfOrder> best;
+      for (size_t j = 0; j < width; j += 2) {
+        best.push_back({values[i + j], values[i + j + 1]});
+      }
+      null->add(std::move(best));
+    }
+    return true;
+  };
+  const Status status = checkpoint.restore(kSection, read);
+  if (status.ok() && null->permutations() > 0) {
+    notice("%zu of %d permutations are known from the checkpoint", null->permutations(), most);
+  }
+  return status;
+}
+
 }  // namespace
 
 Status permutation_test(WorkerPool& pool, const PermutationPlan& plan, std::span<const BestOfOrder> observed,
-                        PermutationNull* null) {
+                        Checkpoint& checkpoint, PermutationNull* null) {
   const RunSettings& settings = *plan.settings;
+  if (observed.empty()) {
+    return {};
+  }
+  Status status = restore(checkpoint, observed.size(), settings.permutations, null);
+  if (!status.ok()) {
+    return status;
+  }
   if (settings.seed) {
     init_rng(*settings.seed);
   }
   PermutedRuns runs(pool, plan);
   StopRule stop(observed, settings.stop_after);
   Progress progress(settings.progress);
-  progress.begin("permutations", "permuted runs", static_cast<uint64_t>(settings.permutations));
+  progress.begin("permutations", "permuted runs", static_cast<uint64_t>(settings.permutations),
+                 null->permutations());
   for (int r = 0; r < settings.permutations && !stop.is_met(); ++r) {
     runs.permute_outcomes();
     if (static_cast<size_t>(r) == null->permutations()) {
       std::vector<BestOfOrder> best;
-      if (Status status = runs.search(&best); !status.ok()) {
+      status = runs.search(&best);
+      if (!status.ok()) {
+        checkpoint.keep(kSection, lines_of(*null));
         return status;
       }
       null->add(std::move(best));
+      if (checkpoint.is_due()) {
+        checkpoint.keep(kSection, lines_of(*null));
+      }
+      progress.update(static_cast<uint64_t>(r) + 1);
     }
     stop.add(null->of(static_cast<size_t>(r)));
-    progress.update(static_cast<uint64_t>(r) + 1);
   }
   progress.end();
+  checkpoint.keep(kSection, lines_of(*null));
   return {};
 }

@@ -36,22 +36,23 @@ Progress::Progress(const std::string& choice)
     : on_(choice == "on" || (choice == "auto" && isatty(STDERR_FILENO) != 0)),
       terminal_(isatty(STDERR_FILENO) != 0) {}
 
-void Progress::begin(const std::string& task, const char* things, uint64_t total) {
+void Progress::begin(const std::string& task, const char* things, uint64_t total, uint64_t known) {
   task_ = task;
   things_ = things;
   total_ = total;
+  known_ = known;
   started_ = printed_ = Clock::now();
   shown_ = false;
 }
 
 void Progress::update(uint64_t done) {
   const Clock::time_point now = Clock::now();
-  if (!on_ || now - printed_ < (shown_ && !terminal_ ? kLogInterval : kInterval) || done == 0) {
+  if (!on_ || now - printed_ < (shown_ && !terminal_ ? kLogInterval : kInterval) || done <= known_) {
     return;
   }
   printed_ = now;
   const double seconds = std::chrono::duration<double>(now - started_).count();
-  const double rate = static_cast<double>(done) / seconds;
+  const double rate = static_cast<double>(done - known_) / seconds;
   const double share = static_cast<double>(done) / static_cast<double>(total_);
   const double left = static_cast<double>(total_ - done) / rate;
   std::fflush(stdout);

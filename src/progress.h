@@ -15,11 +15,13 @@ class Progress {
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  // Begins an order of `total` combinations.
-  void begin(int order, uint64_t total) { begin("order " + std::to_string(order), "combinations", total); }
+  // Begins an order of `total` combinations, of which `known` were done before.
+  void begin(int order, uint64_t total, uint64_t known = 0) {
+    begin("order " + std::to_string(order), "combinations", total, known);
+  }
 
-  // Begins a task of `total` things.
-  void begin(const std::string& task, const char* things, uint64_t total);
+  // Begins a task of `total` things, of which `known` were done before.
+  void begin(const std::string& task, const char* things, uint64_t total, uint64_t known);
 
   // `done` of them are done. Prints at most five times a second.
   void update(uint64_t done);
@@ -35,6 +37,7 @@ class Progress {
   std::string task_;
   const char* things_ = "";
   uint64_t total_ = 0;
+  uint64_t known_ = 0;
   Clock::time_point started_;
   Clock::time_point printed_;
   bool shown_ = false;

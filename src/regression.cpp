@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <numeric>
+#include <span>
 
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
@@ -123,13 +124,64 @@ void RegressionTopList::offer(const FittedItem& item) {
   entries_.insert(place, item);
 }
 
-Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
-                   uint64_t launch_size, const std::function<void(FittedItem&&)>& take, uint64_t* n_items,
-                   Progress* progress) {
+namespace {
+
+// Fits a batch of items that was set up, [count][order] SNP indices, and hands them to take.
+Status fit_batch(WorkerPool& pool, const Problem& problem, const RegressionRules& rules, uint64_t launch_size,
+                 std::span<const int> items, const std::function<void(FittedItem&&)>& take) {
+  const auto width = static_cast<size_t>(rules.order());
+  std::vector<ItemFit> fits(items.size() / width);
+  std::vector<RegressionBatchCommand> batches;
+  uint64_t start = 0;
+  for (const uint64_t share : pass_shares(fits.size(), launch_size, pool.size())) {
+    if (share == 0) {
+      break;
+    }
+    RegressionBatchCommand& batch = batches.emplace_back();
+    batch.active = static_cast<uint32_t>(share);
+    batch.items = items.data() + start * width;
+    batch.results = fits.data() + start;
+    start += share;
+  }
+  if (Status status = pool.dispatch(batches); !status.ok()) {
+    return status;
+  }
+  for (size_t i = 0; i < fits.size(); ++i) {
+    FittedItem item;
+    const std::span<const int> snps = items.subspan(i * width, width);
+    item.snps.assign(snps.begin(), snps.end());
+    item.fit = fits[i];
+    item.row = regression_row(item.fit, rules, rules.columns(problem.n_covariates));
+    take(std::move(item));
+  }
+  return {};
+}
+
+Status begin_fits(WorkerPool& pool, const RegressionRules& rules, uint64_t launch_size) {
   RegressionSetupCommand setup(rules);
   setup.launch_size = launch_size;
-  Status status = pool.broadcast(setup);
-  if (!status.ok()) {
+  return pool.broadcast(setup);
+}
+
+}  // namespace
+
+Status fit_listed(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
+                  uint64_t launch_size, const std::vector<int>& items,
+                  const std::function<void(FittedItem&&)>& take) {
+  Status status = begin_fits(pool, rules, launch_size);
+  const size_t batch = static_cast<size_t>(launch_size) * static_cast<size_t>(pool.size()) *
+                       static_cast<size_t>(rules.order());
+  for (size_t i = 0; i < items.size() && status.ok(); i += batch) {
+    status = fit_batch(pool, problem, rules, launch_size,
+                       std::span(items).subspan(i, std::min(batch, items.size() - i)), take);
+  }
+  return status.ok() ? pool.broadcast(WorkerCommand{kCommandRelease}) : status;
+}
+
+Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
+                   uint64_t launch_size, const RegressionLoop& loop, uint64_t* next) {
+  *next = loop.first;
+  if (Status status = begin_fits(pool, rules, launch_size); !status.ok()) {
     return status;
   }
   const int order = rules.order();
@@ -143,50 +195,33 @@ Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRul
   const uint64_t total = comb_count(problem.n_snps, order).value();
   const int batch_size = static_cast<int>(std::min<uint64_t>({capacity, total, 1u << 30}));
   std::vector<int> cursor(width, -1);
+  if (loop.first > 0 && loop.first < total) {
+    comb_unrank(problem.n_snps, order, loop.first, cursor.data());
+  }
   std::vector<int> items(static_cast<size_t>(std::max(batch_size, 1)) * width);
-  std::vector<ItemFit> fits;
-  uint64_t done = 0;
-  for (bool exhausted = total == 0; !exhausted;) {
+  bool goes_on = *next < total;
+  while (goes_on) {
     int count = 0;
-    exhausted = combSNP2(&order, &problem.n_snps, &batch_size, cursor.data(), &count, items.data()) != 0;
+    goes_on = combSNP2(&order, &problem.n_snps, &batch_size, cursor.data(), &count, items.data()) == 0;
     cutStopTimer(timer);
     const double milliseconds = static_cast<double>(cutGetTimerValue(timer));
-    std::printf("%d, [%.3lf ms, %.3lf ms/per]\n", static_cast<int>(done), milliseconds,
+    std::printf("%d, [%.3lf ms, %.3lf ms/per]\n", static_cast<int>(*next), milliseconds,
                 milliseconds / static_cast<double>(capacity));
     cutResetTimer(timer);
     cutStartTimer(timer);
-    fits.assign(static_cast<size_t>(count), ItemFit());
-    std::vector<RegressionBatchCommand> batches;
-    uint64_t start = 0;
-    for (const uint64_t share : pass_shares(static_cast<uint64_t>(count), launch_size, pool.size())) {
-      if (share == 0) {
-        break;
-      }
-      RegressionBatchCommand& batch = batches.emplace_back();
-      batch.active = static_cast<uint32_t>(share);
-      batch.items = items.data() + start * width;
-      batch.results = fits.data() + start;
-      start += share;
-    }
-    status = pool.dispatch(batches);
+    Status status = fit_batch(pool, problem, rules, launch_size,
+                              std::span(items).first(static_cast<size_t>(count) * width), loop.take);
     if (!status.ok()) {
+      cutDeleteTimer(timer);
       return status;
     }
-    for (size_t i = 0; i < fits.size(); ++i) {
-      FittedItem item;
-      item.snps.assign(items.begin() + static_cast<ptrdiff_t>(i * width),
-                       items.begin() + static_cast<ptrdiff_t>((i + 1) * width));
-      item.fit = fits[i];
-      item.row = regression_row(item.fit, rules, rules.columns(problem.n_covariates));
-      take(std::move(item));
+    *next += static_cast<uint64_t>(count);
+    if (loop.progress != nullptr) {
+      loop.progress->update(*next);
     }
-    done += static_cast<uint64_t>(count);
-    if (progress != nullptr) {
-      progress->update(done);
-    }
+    goes_on = goes_on && (!loop.after_batch || loop.after_batch(*next));
   }
   cutDeleteTimer(timer);
-  *n_items = done;
   return pool.broadcast(WorkerCommand{kCommandRelease});
 }
 

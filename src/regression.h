@@ -65,11 +65,24 @@ class RegressionTopList {
   std::vector<FittedItem> entries_;
 };
 
-// Fits every item and hands it, in the order of the enumeration, to take. *n_items becomes their number.
-// Prints the lines of the batches. progress: begun, or null.
+// What the loop over all items does besides fitting them.
+struct RegressionLoop {
+  std::function<void(FittedItem&&)> take;  // gets every item, in the order of the enumeration
+  uint64_t first = 0;                      // rank of the first item to fit
+  // After each batch, with the rank behind its last item: whether to go on. May be empty.
+  std::function<bool(uint64_t next)> after_batch;
+  Progress* progress = nullptr;  // begun, or null
+};
+
+// Fits every item, batch by batch. *next becomes the rank behind the last one that was taken, also on
+// failure. Prints the lines of the batches.
 Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
-                   uint64_t launch_size, const std::function<void(FittedItem&&)>& take, uint64_t* n_items,
-                   Progress* progress = nullptr);
+                   uint64_t launch_size, const RegressionLoop& loop, uint64_t* next);
+
+// Fits the listed items, [count][order] SNP indices, and hands them to take in this order.
+Status fit_listed(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
+                  uint64_t launch_size, const std::vector<int>& items,
+                  const std::function<void(FittedItem&&)>& take);
 
 // Samples less parameters of a linear fit: its columns in single precision, in double precision those that do
 // not depend on others.

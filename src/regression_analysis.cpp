@@ -3,6 +3,7 @@
 // The regression run: the null model, the fits, the top list of a logistic run and the lines of a linear one.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 
@@ -12,6 +13,7 @@
 #include "src/notice.h"
 #include "src/progress.h"
 #include "src/regression.h"
+#include "src/regression_state.h"
 #include "src/run_config.h"
 #include "src/tidy_regression.h"
 #include "util/stopwatch.h"
@@ -77,6 +79,51 @@ void say_what_is_odd(const Problem& problem, const RegressionRules& rules, const
   }
 }
 
+// With a checkpoint, rows that are written as they come are kept beside it, n_rows of them so far. writer and
+// tidy may be null.
+Status keep_rows(Checkpoint& checkpoint, uint64_t n_rows, MdrWriter* writer, TidyRegression* tidy) {
+  Status status;
+  if (!checkpoint.is_open()) {
+    return status;
+  }
+  GrowingFile* rows = nullptr;
+  if (writer != nullptr) {
+    status = checkpoint.rows(Checkpoint::kResultRows, &rows);
+    writer->KeepLinesIn(rows);
+  }
+  if (tidy != nullptr && status.ok()) {
+    status = checkpoint.rows(Checkpoint::kTidyRows, &rows);
+    tidy->keep_rows_in(rows, n_rows);
+  }
+  return status;
+}
+
+// The part of the state that the list of the best items is.
+RegressionState top_state(const RegressionTopList& top, int n_snps, int columns) {
+  RegressionState state;
+  for (const FittedItem& item : top.entries()) {
+    state.top.push_back(comb_rank(n_snps, static_cast<int>(item.snps.size()), item.snps.data()));
+    state.p_values.push_back(item.row[static_cast<size_t>(columns)]);
+  }
+  return state;
+}
+
+bool same_list(const RegressionState& a, const RegressionState& b) {
+  return a.top == b.top && std::ranges::equal(a.p_values, b.p_values, [](double p, double q) {
+           return p == q || (std::isnan(p) && std::isnan(q));
+         });
+}
+
+// The SNPs of the items with these ranks, in the order of the enumeration.
+std::vector<int> items_of(std::vector<uint64_t> ranks, int n_snps, int order) {
+  std::sort(ranks.begin(), ranks.end());
+  std::vector<int> items(ranks.size() * static_cast<size_t>(order));
+  for (size_t i = 0; i < ranks.size(); ++i) {
+    comb_unrank(n_snps, order, ranks[i], items.data() + i * static_cast<size_t>(order));
+  }
+  return items;
+}
+
 }  // namespace
 
 RegressionRules TFmMDR::regression_rules(const RunSettings& settings) {
@@ -94,7 +141,7 @@ RegressionRules TFmMDR::regression_rules(const RunSettings& settings) {
 }
 
 Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settings, MdrWriter* writer,
-                              TidyRegression* tidy, RegressionResult* result) {
+                              TidyRegression* tidy, Checkpoint& checkpoint, RegressionResult* result) {
   const RegressionRules rules = regression_rules(settings);
   const bool linear = g_regression == kLinearRegression;
   const int order = typed_value(g_combOrder, "1")[0] - '0';
@@ -120,8 +167,7 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     fit_null_model(problem, rules.precision, &result->null_model);
   }
   say_what_is_odd(problem, rules, result->null_model);
-  uint64_t n_failed = 0;
-  uint64_t n_items = 0;
+  RegressionState state;
   Status status;
   if (tidy != nullptr) {
     tidy->write_header();
@@ -129,13 +175,47 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
   if (linear && order == 2) {
     std::puts("Can't support ordered linear regression at this time");
   } else {
-    RegressionTopList top(static_cast<size_t>(settings.top), columns, rules.precision);
+    const uint64_t n_items = comb_count(problem.n_snps, order).value();
+    const auto n_top = static_cast<size_t>(linear ? 0 : settings.top);
+    status = restore_regression(checkpoint, n_items, n_top, &state);
+    if (status.ok()) {
+      status = keep_rows(checkpoint, state.next, linear ? writer : nullptr, order == 1 ? tidy : nullptr);
+    }
+    const auto launch_size = static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
+    const auto rank_by_p_value = [&](FittedItem& item) {
+      const double p =
+          logistic_p_value(item.row[0], order, problem.n_samples, result->null_model, rules.precision);
+      // Rows of a run in single precision hold floats, the ranking p-value, too.
+      item.row[static_cast<size_t>(columns)] =
+          rules.precision == Precision::kSingle ? static_cast<double>(static_cast<float>(p)) : p;
+    };
+    RegressionTopList top(n_top, columns, rules.precision);
+    if (status.ok() && !state.top.empty()) {
+      status = fit_listed(pool, problem, rules, launch_size, items_of(state.top, problem.n_snps, order),
+                          [&](FittedItem&& item) {
+                            rank_by_p_value(item);
+                            top.offer(item);
+                          });
+      if (status.ok() && !same_list(state, top_state(top, problem.n_snps, columns))) {
+        status = checkpoint.damaged();
+      }
+    }
     const std::vector<std::string> names = reader.ReadHeader();
-    uint64_t number = 0;
+    uint64_t number = state.next;
     // Each batch has a line on standard output: on one terminal those will do.
     Progress progress(settings.progress == "auto" && isatty(STDOUT_FILENO) != 0 ? "off" : settings.progress);
-    progress.begin(order, comb_count(problem.n_snps, order).value());
-    const auto take = [&](FittedItem&& item) {
+    progress.begin(order, n_items, state.next);
+    uint64_t n_failed = state.n_failed;
+    const auto keep = [&](uint64_t next) {
+      state = top_state(top, problem.n_snps, columns);
+      state.next = next;
+      state.n_failed = n_failed;
+      checkpoint.keep(kRegressionSection, lines_of(state));
+    };
+    RegressionLoop loop;
+    loop.first = state.next;
+    loop.progress = &progress;
+    loop.take = [&](FittedItem&& item) {
       n_failed += item.fit.state != FitState::kFitted ? 1 : 0;
       if (tidy != nullptr && order == 1) {
         tidy->write_row(item, result->null_model);
@@ -144,16 +224,21 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
         writer->WriteLine(linear_line(++number, item, rules, problem.n_samples, g_covCnt, names));
         return;
       }
-      const double p =
-          logistic_p_value(item.row[0], order, problem.n_samples, result->null_model, rules.precision);
-      // Rows of a run in single precision hold floats, the ranking p-value, too.
-      item.row[static_cast<size_t>(columns)] =
-          rules.precision == Precision::kSingle ? static_cast<double>(static_cast<float>(p)) : p;
+      rank_by_p_value(item);
       top.offer(item);
     };
-    status = regrProcess(pool, problem, rules,
-                         static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda), take,
-                         &n_items, &progress);
+    loop.after_batch = [&](uint64_t next) {
+      if (checkpoint.is_due()) {
+        keep(next);
+      }
+      // Without its lines a linear run is for nothing.
+      return !linear || writer->ok();
+    };
+    if (status.ok()) {
+      uint64_t next = 0;
+      status = regrProcess(pool, problem, rules, launch_size, loop, &next);
+      keep(next);
+    }
     result->top = top.entries();
   }
   // Of pairs the table has the best only: there may be billions.
@@ -168,9 +253,10 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
   if (!status.ok()) {
     return status;
   }
-  if (n_failed > 0) {
-    notice("%llu of %llu fits failed%s", static_cast<unsigned long long>(n_failed),
-           static_cast<unsigned long long>(n_items), linear ? "" : "; they take part with a deviance of -1");
+  if (state.n_failed > 0) {
+    notice("%llu of %llu fits failed%s", static_cast<unsigned long long>(state.n_failed),
+           static_cast<unsigned long long>(state.next),
+           linear ? "" : "; they take part with a deviance of -1");
   }
   std::fflush(stdout);
   std::fprintf(stderr, "One loop taken %.3lf milliseconds, Pure %.3lf ms,  TOTLOC %ld\n", milliseconds,

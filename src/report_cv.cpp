@@ -74,7 +74,7 @@ Status TFmMDR::WriteResultCV(const std::string& path, double elapsed_seconds, in
                              const std::vector<std::string>& names, const ResultArray& results) {
   MdrWriter writer;
   if (!writer.SaveWhenComplete(path.c_str())) {
-    return {};
+    return writer.Close();
   }
   const MDRResult& first = *results.front();
   write_report_head(writer, path, elapsed_seconds, first.groups);

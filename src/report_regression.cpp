@@ -61,7 +61,7 @@ Status TFmMDR::WriteResultLogisticRegression(const std::string& path, double ela
                                              const RegressionResult& result) {
   MdrWriter writer;
   if (!writer.SaveWhenComplete(path.c_str())) {
-    return {};
+    return writer.Close();
   }
   write_head(writer, path, elapsed_seconds, true, settings.top);
   const RegressionRules rules = regression_rules(settings);

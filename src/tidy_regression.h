@@ -23,6 +23,15 @@ class TidyRegression {
   void write_header();
   void write_row(const FittedItem& item, const NullModel& null_model);
 
+  // From now on rows go to this file first, which outlives the object and holds n_rows of them.
+  void keep_rows_in(GrowingFile* rows, uint64_t n_rows) {
+    writer_.KeepLinesIn(rows);
+    n_rows_ = n_rows;
+  }
+
+  // False after a failure, which close will say.
+  bool ok() const { return writer_.ok(); }
+
   Status close() { return writer_.Close(); }
 
  private:

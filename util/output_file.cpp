@@ -29,11 +29,36 @@ int standard_stream_of(const struct stat& file) {
   return -1;
 }
 
+std::string folder_of(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// The other name of an open file, from which it can get one of its own.
+std::string open_file_name(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
+// Brings a new name to disk. Some file systems cannot; the file itself is safe in any case.
+void sync_folder_of(const std::string& path) {
+  const int descriptor = ::open(folder_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor >= 0) {
+    fsync(descriptor);
+    close(descriptor);
+  }
+}
+
 }  // namespace
 
 OutputFile::~OutputFile() {
   if (stream_ != nullptr) {
+    // What was written under its own name must not pass for the whole.
+    const int half = empty_unless_complete_ ? dup(fileno(stream_)) : -1;
     std::fclose(stream_);
+    if (half >= 0) {
+      static_cast<void>(ftruncate(half, 0) == 0);
+      close(half);
+    }
   }
   for (const std::string& name : {temporary_, older_}) {
     if (!name.empty()) {
@@ -46,13 +71,27 @@ Status OutputFile::failure(const char* what) const {
   return Status::failure(std::string("cannot ") + what + " " + path_ + ": " + std::strerror(errno));
 }
 
-Status OutputFile::open(const std::string& path, Otherwise otherwise) {
+void OutputFile::find_target(const std::string& path) {
   path_ = path;
   target_ = path;
   if (char* real = realpath(path.c_str(), nullptr)) {
     target_ = real;
     std::free(real);
   }
+}
+
+Status OutputFile::open_with(const std::string& path, const std::string& temporary) {
+  find_target(path);
+  if (!is_replaceable(path)) {
+    return Status::failure("cannot write " + path + ": not a regular file");
+  }
+  temporary_ = temporary;
+  return begin_temporary(
+      ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, kNewFileMode));
+}
+
+Status OutputFile::open(const std::string& path, Otherwise otherwise) {
+  find_target(path);
   const bool replaceable = is_replaceable(path);
   if (!replaceable && otherwise == Otherwise::kRefuse) {
     return Status::failure("cannot write " + path + ": not a regular file");
@@ -83,19 +122,48 @@ bool OutputFile::is_replaceable(const std::string& path) {
 Status OutputFile::open_directly(const std::string& path) {
   path_ = path;
   stream_ = std::fopen(path.c_str(), "wb");
-  return stream_ != nullptr ? Status() : failure("create");
+  if (stream_ == nullptr) {
+    return failure("create");
+  }
+  struct stat info {};
+  empty_unless_complete_ = fstat(fileno(stream_), &info) == 0 && S_ISREG(info.st_mode);
+  return {};
 }
 
-Status OutputFile::open_temporary() {
+template <typename Make>
+int OutputFile::find_name(const Make& make) {
   // A name of its own: two runs with one target must not share it.
-  int descriptor = -1;
-  for (int i = 0; i < kMostNames && descriptor < 0; ++i) {
+  int made = -1;
+  for (int i = 0; i < kMostNames && made < 0; ++i) {
     temporary_ = target_ + ".tmp" + std::to_string(getpid()) + (i == 0 ? "" : "-" + std::to_string(i));
-    descriptor = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode);
-    if (descriptor < 0 && errno != EEXIST) {
+    made = make(temporary_.c_str());
+    if (made < 0 && errno != EEXIST) {
       break;
     }
   }
+  if (made < 0) {
+    temporary_.clear();
+  }
+  return made;
+}
+
+Status OutputFile::open_temporary() {
+  // Better to know now than at the end that the name for the moment of the renaming is too long.
+  const std::string longest = target_ + ".tmp" + std::to_string(getpid()) + "-99" + kOlderEnding;
+  const bool fits = access(longest.c_str(), F_OK) == 0 || errno != ENAMETOOLONG;
+  int descriptor = ::open(folder_of(target_).c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, kNewFileMode);
+  unnamed_ = fits && descriptor >= 0 && access(open_file_name(descriptor).c_str(), F_OK) == 0;
+  if (!unnamed_) {
+    if (descriptor >= 0) {
+      close(descriptor);
+    }
+    descriptor = find_name(
+        [](const char* name) { return ::open(name, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, kNewFileMode); });
+  }
+  return begin_temporary(descriptor);
+}
+
+Status OutputFile::begin_temporary(int descriptor) {
   if (descriptor < 0) {
     temporary_.clear();
     return failure("create");
@@ -144,8 +212,17 @@ Status OutputFile::patch(int64_t offset, const void* bytes, size_t size) {
 
 Status OutputFile::complete() {
   // A pipe cannot be synced, and what is written directly has no older file to protect.
-  if (std::fflush(stream_) != 0 || (!temporary_.empty() && fsync(fileno(stream_)) != 0)) {
+  if (std::fflush(stream_) != 0 || (!is_direct() && fsync(fileno(stream_)) != 0)) {
     return failure("write");
+  }
+  if (unnamed_) {
+    const std::string open_file = open_file_name(fileno(stream_));
+    if (find_name([&](const char* name) {
+          return linkat(AT_FDCWD, open_file.c_str(), AT_FDCWD, name, AT_SYMLINK_FOLLOW);
+        }) != 0) {
+      return failure("create");
+    }
+    unnamed_ = false;
   }
   std::FILE* stream = stream_;
   stream_ = nullptr;
@@ -158,6 +235,9 @@ Status OutputFile::publish() {
   }
   published_ = !temporary_.empty();
   temporary_.clear();
+  if (published_) {
+    sync_folder_of(target_);
+  }
   return {};
 }
 

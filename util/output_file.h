@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// A file that appears under its name only when it is complete. Until then its bytes stand in a temporary file
-// beside it, which goes away with the object.
+// A file that appears under its name only when it is complete. Until then its bytes stand in a file without a
+// name, which goes away with the process however that ends, or, on file systems that have none, in a
+// temporary file beside it, which goes away with the object.
 #pragma once
 
 #include <cstdint>
@@ -26,7 +27,12 @@ class OutputFile {
   // Begins the file. Called once.
   Status open(const std::string& path, Otherwise otherwise = Otherwise::kRefuse);
 
-  // Begins the file under its own name at once, empty.
+  // As open, refusing, with a temporary file of this name beside the file, which the caller keeps others from
+  // using: what stands there is overwritten.
+  Status open_with(const std::string& path, const std::string& temporary);
+
+  // Begins the file under its own name at once, empty. A regular file is empty again when the object goes
+  // before it is complete.
   Status open_directly(const std::string& path);
 
   // False when something stands under the path that a file must not take the place of.
@@ -54,7 +60,15 @@ class OutputFile {
   friend Status commit_together(std::span<OutputFile* const> files);
 
   Status failure(const char* what) const;
+  void find_target(const std::string& path);
   Status open_temporary();
+  Status begin_temporary(int descriptor);
+  bool is_direct() const { return temporary_.empty() && !unnamed_; }
+
+  // Calls make(name) with names of this process beside the target until it has made a file of one, which is
+  // then temporary_. make: returns below 0 with errno on failure.
+  template <typename Make>
+  int find_name(const Make& make);
 
   // The steps of a commit: everything is on disk; what stands under the name can be brought back until the
   // object goes; the file has its name; it has lost it again.
@@ -67,9 +81,11 @@ class OutputFile {
   std::FILE* stream_ = nullptr;
   std::string path_;       // as given, for messages
   std::string target_;     // behind symbolic links
-  std::string temporary_;  // empty when there is none: not any more, or the file is written directly
+  std::string temporary_;  // empty when there is none: not yet, not any more, or the file is written directly
+  bool unnamed_ = false;   // the file has no name yet
   std::string older_;      // another name of the file that is replaced, or empty
   bool published_ = false;
+  bool empty_unless_complete_ = false;
 };
 
 // Commits several files: they get their names when all of them are complete, one right after the other. When

@@ -13,6 +13,7 @@
 
 #include "tests/convert/memory_source.h"
 #include "tests/convert/table_text.h"
+#include "tests/support/file_size_limit.h"
 #include "tests/support/genotype_file.h"
 #include "tests/support/run_program.h"
 #include "tools/genotype_info.h"
@@ -143,27 +144,6 @@ TEST(GenotypeWriter, RefusesTargetsThatCannotBeWritten) {
             "cannot create " + (dir / "no/g").string() + ": No such file or directory");
   EXPECT_TRUE(file_names(dir.path()).empty());
 }
-
-// The largest file that this process may write, and an error instead of a signal beyond it.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) {
-    getrlimit(RLIMIT_FSIZE, &before_);
-    const rlimit lower{bytes, before_.rlim_max};
-    handler_ = std::signal(SIGXFSZ, SIG_IGN);
-    setrlimit(RLIMIT_FSIZE, &lower);
-  }
-  ~FileSizeLimit() {
-    setrlimit(RLIMIT_FSIZE, &before_);
-    std::signal(SIGXFSZ, handler_);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit before_{};
-  void (*handler_)(int) = SIG_DFL;
-};
 
 // A file fails before its first genotype: its size is set aside.
 TEST(GenotypeWriter, AFailedWriteLeavesNothingBehind) {

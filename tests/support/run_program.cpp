@@ -68,6 +68,18 @@ bool has_file(const fs::path& directory, const std::string& start) {
                      [&](const auto& entry) { return entry.path().filename().string().starts_with(start); });
 }
 
+// Whether the process has a file without a name open in the folder.
+bool has_unnamed_file(pid_t process, const fs::path& directory) {
+  std::error_code gone;
+  const std::string start = (fs::canonical(directory) / "#").string();
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/fd", gone)) {
+    if (fs::read_symlink(entry.path(), gone).string().starts_with(start)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 // meanwhile: called with the process's number once it runs.
 RunResult run_with(const fs::path& program, const std::vector<std::string>& arguments,
                    const fs::path& directory, const Environment& environment,
@@ -127,16 +139,42 @@ RunResult run_program(const fs::path& program, const std::vector<std::string>& a
   return run_with(program, arguments, directory, environment, [](pid_t) {});
 }
 
-RunResult interrupt_program_when(const fs::path& program, const std::vector<std::string>& arguments,
-                                 const fs::path& directory, const Environment& environment,
-                                 const std::function<bool()>& ready, int signal) {
+namespace {
+
+// ready: called with the process's number.
+RunResult signal_when(const fs::path& program, const std::vector<std::string>& arguments,
+                      const fs::path& directory, const Environment& environment,
+                      const std::function<bool(pid_t)>& ready, int signal) {
   return run_with(program, arguments, directory, environment, [&](pid_t child) {
     // A process that has ended stays until it is waited for, so the number cannot be another's.
-    for (int i = 0; i < 4000 && !ready(); ++i) {
+    for (int i = 0; i < 4000 && !ready(child); ++i) {
       std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     kill(child, signal);
   });
+}
+
+}  // namespace
+
+RunResult interrupt_program_when(const fs::path& program, const std::vector<std::string>& arguments,
+                                 const fs::path& directory, const Environment& environment,
+                                 const std::function<bool()>& ready, int signal) {
+  return signal_when(
+      program, arguments, directory, environment, [&](pid_t) { return ready(); }, signal);
+}
+
+RunResult interrupt_writing(const fs::path& program, const std::vector<std::string>& arguments,
+                            const fs::path& directory, int signal) {
+  return signal_when(
+      program, arguments, directory, {},
+      [&](pid_t child) {
+        return has_unnamed_file(child, directory) ||
+               std::any_of(fs::directory_iterator(directory), fs::directory_iterator(),
+                           [](const auto& entry) {
+                             return entry.path().filename().string().find(".tmp") != std::string::npos;
+                           });
+      },
+      signal);
 }
 
 RunResult interrupt_program(const fs::path& program, const std::vector<std::string>& arguments,

@@ -34,6 +34,10 @@ RunResult interrupt_program_when(const std::filesystem::path& program,
                                  const std::filesystem::path& directory, const Environment& environment,
                                  const std::function<bool()>& ready, int signal);
 
+// The same, but the signal is sent as soon as the program has begun a file that is to appear when complete.
+RunResult interrupt_writing(const std::filesystem::path& program, const std::vector<std::string>& arguments,
+                            const std::filesystem::path& directory, int signal);
+
 // The built programs.
 std::filesystem::path tavo_program();
 std::filesystem::path convert_program();

@@ -182,9 +182,9 @@ class RegressionBatches : public testing::Test {
     std::vector<int> snps;
     {
       WorkerPool pool(backend_, problem_);
-      status_ = regrProcess(
-          pool, problem_, rules_of(model), launch_size,
-          [&](FittedItem&& item) { snps.insert(snps.end(), item.snps.begin(), item.snps.end()); }, &n_items_);
+      RegressionLoop loop;
+      loop.take = [&](FittedItem&& item) { snps.insert(snps.end(), item.snps.begin(), item.snps.end()); };
+      status_ = regrProcess(pool, problem_, rules_of(model), launch_size, loop, &n_items_);
     }
     out_ = quiet_.text();
     return snps;

@@ -141,7 +141,8 @@ void run_exhaustive(const Json& in, const Json& out) {
   init_rng(5489);
   testing::internal::CaptureStderr();  // notices
   TFmMDR driver(*choose_backend("cpu"));
-  const bool done = driver.CalcMdrMethodALL(reader, settings, results).ok();
+  Checkpoint checkpoint;
+  const bool done = driver.CalcMdrMethodALL(reader, settings, results, checkpoint).ok();
   testing::internal::GetCapturedStderr();
   ASSERT_TRUE(done);
   for (const auto& [order, expected] : out.at("orders").items()) {

@@ -9,6 +9,7 @@
 #include "device/worker_state.h"
 #include "src/combination_loop.h"
 #include "src/cv_search.h"
+#include "src/search_state.h"
 #include "tests/support/fake_backend.h"
 #include "tests/support/run_program.h"
 
@@ -228,8 +229,9 @@ TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
   }
   Checkpoint checkpoint;
   ASSERT_EQ(checkpoint.open(path, {}).message(), "");
-  ASSERT_NE(checkpoint.state(2), nullptr);
-  const uint64_t next = checkpoint.state(2)->next;
+  SearchState state;
+  ASSERT_TRUE(restore_search(checkpoint, 2, {20000, folds.size(), 4, false, 0.0}, &state).ok());
+  const uint64_t next = state.next;
   EXPECT_GT(next, 0u);
   EXPECT_LT(next, 20000u);
   script_.ranges.clear();
