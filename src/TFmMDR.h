@@ -77,8 +77,8 @@ class TFmMDR {
 
   // The analyses go on from what the checkpoint holds, and keep in it how far they have come.
 
-  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. One of mode 1 is tested
-  // by permutations where settings ask for it: *null.
+  // The cross-validated analysis (modes 0 and 1): fills the results of the orders of the run. One of mode 1
+  // is tested by permutations where settings ask for it: *null.
   Status CalcMdrMethodCV(const MdrReader& reader, const RunSettings& settings, const ResultArray& results,
                          Checkpoint& checkpoint, PermutationNull* null);
 

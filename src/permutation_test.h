@@ -23,8 +23,9 @@ struct PermutationPlan {
   std::span<const int> labels;        // fold labels, as split_folds takes them
 };
 
-// Draws settings.permutations permutations, fewer where --stop-after ends the test, with the process-wide generator
-// (seeded by --seed), and fills *null with what their searches reach. Those that the checkpoint knows are drawn, but
-// not searched again. observed: [order], of the run, for --stop-after. Nothing goes to standard output.
+// Draws settings.permutations permutations, fewer where --stop-after ends the test, with the process-wide
+// generator (seeded by --seed), and fills *null with what their searches reach. Those that the checkpoint
+// knows are drawn, but not searched again. observed: [order], of the run, for --stop-after. Nothing goes to
+// standard output.
 Status permutation_test(WorkerPool& pool, const PermutationPlan& plan, std::span<const BestOfOrder> observed,
                         Checkpoint& checkpoint, PermutationNull* null);

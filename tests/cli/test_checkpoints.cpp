@@ -84,6 +84,12 @@ TEST_F(CheckpointRuns, GoOnWhenScoreBased) {
   expect_goes_on({"--order", "2-3", "--score", "s"}, SIGTERM, 2);
 }
 
+TEST_F(CheckpointRuns, GoOnAmongPermutations) {
+  expect_goes_on({"--order", "1-2", "--permutations", "30", "--stop-after", "20"}, SIGKILL, 4);
+  EXPECT_EQ(read_file(folder_.path("part.csv.permutations.tsv")),
+            read_file(folder_.path("whole.csv.permutations.tsv")));
+}
+
 // Without a seed the folds are drawn by the time of day: the run that goes on has those of the first.
 TEST_F(CheckpointRuns, GoOnWithTheFoldsOfTheFirstRun) {
   const Words words =
@@ -124,6 +130,7 @@ TEST_F(CheckpointRuns, OfOtherDataOrOptionsAreRefused) {
   expect_refused({"--cv", "5"}, "--cv is ");
   expect_refused({"--top", "11"}, "--top is ");
   expect_refused({"--tie", "2"}, "--tie is ");
+  expect_refused({"--permutations", "9"}, "--permutations is ");
   GenotypeData other = balanced_data(200, 160);
   std::swap(other.classes.front(), other.classes.back());
   folder_.write("g.dat", normal_file(other, 8));

@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// --permutations and --stop-after as a user meets them.
+#include <gtest/gtest.h>
+
+#include "tests/cli/cli_run.h"
+
+namespace tavo_test {
+namespace {
+
+class Permutations : public ::testing::Test {
+ protected:
+  // Lines of the table of null values, the header left out.
+  size_t drawn() const { return folder_.lines("r.csv.permutations.tsv").size() - 1; }
+
+  CliFolder folder_{balanced_data(60, 8)};
+};
+
+TEST_F(Permutations, LeaveReportAndOutputAsTheyAre) {
+  const RunResult plain = folder_.run_mdr({"--order", "1-2"});
+  const std::vector<std::string> report = folder_.lines("r.csv");
+  const RunResult permuted = folder_.run_mdr({"--order", "1-2", "--permutations", "20"});
+  ASSERT_EQ(permuted.status, 0) << permuted.err;
+  EXPECT_EQ(drawn(), 40u);
+  std::vector<std::string> now = folder_.lines("r.csv");
+  ASSERT_EQ(now.size(), report.size());
+  for (size_t i = 0; i < now.size(); ++i) {
+    if (!begins_with(now[i], "Total time,") && !begins_with(now[i], "Command,")) {
+      EXPECT_EQ(now[i], report[i]);
+    }
+  }
+  // Times differ; the marks and lines of loops are those of one run.
+  const auto loops = [](const std::string& text) {
+    size_t n = 0;
+    for (size_t at = text.find(" loop] - "); at != std::string::npos; at = text.find(" loop] - ", at + 1)) {
+      ++n;
+    }
+    return n;
+  };
+  EXPECT_EQ(loops(permuted.out), loops(plain.out));
+}
+
+TEST_F(Permutations, NameTheBestOfEveryOrder) {
+  const RunResult result = folder_.run_mdr({"--order", "1-2", "--permutations", "19"});
+  EXPECT_EQ(notices_with(result, {"order 1: best testing value ", "(19 permutations)"}), 1) << result.err;
+  EXPECT_EQ(notices_with(result, {"order 2: best testing value ", "(19 permutations)"}), 1) << result.err;
+}
+
+TEST_F(Permutations, StopWhenTheBestIsReachedOftenEnough) {
+  ASSERT_EQ(folder_.run_mdr({"--permutations", "5000", "--stop-after", "2"}).status, 0);
+  EXPECT_GE(drawn(), 2u);
+  EXPECT_LT(drawn(), 5000u);
+}
+
+TEST_F(Permutations, RepeatAndDifferWithAnotherSeed) {
+  ASSERT_EQ(folder_.run_mdr({"--permutations", "10"}).status, 0);
+  const std::string first = read_file(folder_.path("r.csv.permutations.tsv"));
+  ASSERT_EQ(folder_.run_mdr({"--permutations", "10"}).status, 0);
+  EXPECT_EQ(read_file(folder_.path("r.csv.permutations.tsv")), first);
+  const RunResult seeded = folder_.run_mdr({"--permutations", "10", "--seed", "4"});
+  ASSERT_EQ(seeded.status, 0);
+  EXPECT_FALSE(contains(seeded.err, "no use for")) << seeded.err;
+  EXPECT_NE(read_file(folder_.path("r.csv.permutations.tsv")), first);
+}
+
+TEST_F(Permutations, AreRefusedWhereTheyMeanNothing) {
+  EXPECT_EQ(folder_.run_mdr({"--permutations", "-1"}).status, 1);
+  EXPECT_EQ(folder_.run_mdr({"--permutations", "many"}).status, 1);
+  EXPECT_EQ(folder_.run_mdr({"--permutations", "9", "--stop-after", "0"}).status, 1);
+  const RunResult exhaustive = folder_.run_mdr({"--permutations", "9", "--mode", "3"});
+  EXPECT_EQ(exhaustive.status, 1);
+  EXPECT_EQ(notices_with(exhaustive, {"--permutations is for cross-validated searches"}), 1)
+      << exhaustive.err;
+  const RunResult lonely = folder_.run_mdr({"--stop-after", "9"});
+  EXPECT_EQ(lonely.status, 1);
+  EXPECT_EQ(notices_with(lonely, {"say how many at most with --permutations"}), 1) << lonely.err;
+  EXPECT_FALSE(folder_.exists("r.csv.permutations.tsv"));
+}
+
+// Half of the samples of either class have both genotypes of the pair in an exclusive or.
+TEST_F(Permutations, GiveAPlantedPairTheSmallestPValueThereIs) {
+  GenotypeData data = balanced_data(200, 12);
+  for (int s = 0; s < data.n_samples; ++s) {
+    const auto first = static_cast<uint8_t>(s % 2);
+    data.genotypes[static_cast<size_t>(s * data.n_snps + 3)] = first;
+    data.genotypes[static_cast<size_t>(s * data.n_snps + 7)] =
+        static_cast<uint8_t>(first ^ (data.classes[static_cast<size_t>(s)] == 1 ? 1 : 0));
+  }
+  folder_.write("g.dat", normal_file(data, 8));
+  ASSERT_EQ(folder_.run_mdr({"--permutations", "49", "--tidy", "t.tsv"}).status, 0);
+  for (const std::string& line : folder_.lines("t.tsv")) {
+    if (begins_with(line, "combination\tNA\tNA\t2\t1\t")) {
+      EXPECT_TRUE(contains(line, "4:8"));
+      EXPECT_TRUE(line.ends_with("\t0.02\t0.02\t0.02\t0.02")) << line;
+      return;
+    }
+  }
+  FAIL() << "no ranked pair";
+}
+
+}  // namespace
+}  // namespace tavo_test
