@@ -93,7 +93,7 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
     }
     status = pool.dispatch(batches);
     if (!status.ok()) {
-      search.keep(checkpoint, rules.order);
+      search.keep(checkpoint, wanted.rules.order);
       return status;
     }
     for (const WorkerBatchCommand& batch : batches) {
@@ -103,13 +103,13 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
     }
     search.next = next;
     if (checkpoint.is_due()) {
-      search.keep(checkpoint, rules.order);
+      search.keep(checkpoint, wanted.rules.order);
     }
     progress.update(next);
     share = next_share(share, std::chrono::duration<double>(Clock::now() - started).count());
   }
   progress.end();
-  search.keep(checkpoint, rules.order);
+  search.keep(checkpoint, wanted.rules.order);
   *lists = search.lists();
   return pool.broadcast(WorkerCommand{kCommandRelease});
 }
