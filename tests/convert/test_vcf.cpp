@@ -203,7 +203,7 @@ TEST_F(Vcf, RefusesWhatIsNoVcf) {
             "t.csv: found \"unknown text\", expected a VCF or BCF file");
   folder_.write("c.cram", std::string("CRAM\3\0", 6) + std::string(20, '\0'));
   EXPECT_EQ(folder_.refusal_of("--vcf c.cram --pheno p.txt --out g"),
-            "c.cram: found \"CRAM version 3.0 sequence data\", expected a VCF or BCF file");
+            "c.cram: found \"CRAM version 3.0 compressed sequence dat...\", expected a VCF or BCF file");
   EXPECT_EQ(folder_.refusal_of("--vcf none.vcf --pheno p.txt --out g"),
             "none.vcf: no sample, expected at least one column of genotypes");
   EXPECT_EQ(folder_.refusal_of("--vcf blank.vcf --pheno p.txt --out g"),
