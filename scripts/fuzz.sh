@@ -3,7 +3,7 @@
 #   scripts/fuzz.sh                        20 seconds each
 #   scripts/fuzz.sh SECONDS [TARGET...]    that long; 0 only replays
 #   scripts/fuzz.sh --runs N TARGET...     until each has made N executions, one after the other
-#   scripts/fuzz.sh --merge TARGET...      adds what earlier runs found to fuzz/corpus, the least that covers it
+#   scripts/fuzz.sh --merge TARGET...      adds to fuzz/corpus what reaches code that nothing there reaches
 # What a run finds stays in build/fuzz/found/TARGET; an input that fails is named with the command that replays it.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -76,16 +76,13 @@ fuzz() {
     "$(sed -E 's/^#([0-9]+)\s+DONE\s+cov: ([0-9]+) ft: ([0-9]+) corp: ([^ ]+).*exec\/s: ([0-9]+).*/\1 executions, \2 edges, \3 features, \5 a second/' <<<"$done_line")"
 }
 
-# The least inputs that cover all that is known, with names that follow from their bytes.
+# Adds inputs to the corpus that reach code which no other of it reaches; how often it is run makes no difference.
 merge_corpus() {
   local target=$1
-  local fresh=$found/$target/merged
-  rm -rf "$fresh"
-  mkdir -p "$fresh"
   # shellcheck disable=SC2046
-  "$build/fuzz/fuzz_$target" $(arguments "$target") -merge=1 "$fresh" "fuzz/corpus/$target" "$found/$target/corpus" \
+  "$build/fuzz/fuzz_$target" $(arguments "$target") -merge=1 -use_counters=0 "fuzz/corpus/$target" "$found/$target/corpus" \
     >"$found/$target.merge.log" 2>&1
-  echo "fuzz: $target: $(find "$fresh" -type f | wc -l) inputs in $fresh"
+  echo "fuzz: $target: $(find "fuzz/corpus/$target" -type f | wc -l) inputs in fuzz/corpus/$target"
 }
 
 if [ -n "$merge" ]; then
