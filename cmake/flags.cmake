@@ -14,6 +14,10 @@ set(TAVO_CUDA_FLAGS
     # constexpr functions of the other folders may be called on the device.
     --expt-relaxed-constexpr
     -Xcompiler=-Wall,-Wextra,-ffp-contract=off)
+if(CMAKE_CXX_COMPILER_ID STREQUAL Clang)
+  # It does not know all of g++'s warnings.
+  list(APPEND TAVO_CXX_FLAGS -Wno-unknown-warning-option)
+endif()
 if(TAVO_WERROR)
   list(APPEND TAVO_CXX_FLAGS -Werror)
   list(APPEND TAVO_CUDA_FLAGS --Werror=all-warnings)
@@ -26,6 +30,11 @@ if(TAVO_SANITIZE)
                                               # g++ 12 warns of its own <regex> in instrumented code.
                                               -Wno-maybe-uninitialized)
   target_link_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE})
+endif()
+if(TAVO_FUZZ)
+  # What libFuzzer follows; the targets in fuzz/ link the fuzzer itself.
+  target_compile_options(tavo_flags INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(tavo_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # Release builds are hardened: checked memory and string functions, canaries on the stack, relocations that become read-only

@@ -76,3 +76,27 @@ void write_cell_value(std::string_view text, ColumnType type, JsonWriter* json) 
       break;
   }
 }
+
+Status write_regression_rows(const RegressionTable& format, TsvFile& table, LineReader& reader,
+                             JsonWriter* json) {
+  json->key("rows");
+  json->begin_array();
+  Status status;
+  for (bool more = true; status.ok() && more;) {
+    status = table.next(reader, &more);
+    if (status.ok() && more) {
+      status = format.check_row(table);
+    }
+    if (!status.ok() || !more) {
+      break;
+    }
+    json->begin_object();
+    for (size_t i = 0; i < table.columns().size(); ++i) {
+      json->key(table.columns()[i]);
+      write_cell_value(table.cells()[i], format.type(i), json);
+    }
+    json->end_object();
+  }
+  json->end_array();
+  return status;
+}

@@ -39,3 +39,8 @@ class RegressionTable {
 
 // A cell of a checked row as a value.
 void write_cell_value(std::string_view text, ColumnType type, JsonWriter* json);
+
+// Reads the rest of the table and writes the member "rows" of the object that is open: an object for each
+// row.
+Status write_regression_rows(const RegressionTable& format, TsvFile& table, LineReader& reader,
+                             JsonWriter* json);

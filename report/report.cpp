@@ -10,8 +10,8 @@
 #include "report/recount.h"
 #include "report/regression_page.h"
 #include "report/regression_table.h"
+#include "report/result_file.h"
 #include "tools/option_words.h"
-#include "tools/quoted.h"
 #include "util/output_file.h"
 #include "util/stop_signal.h"
 
@@ -54,85 +54,13 @@ class Output {
   Status status_;
 };
 
-enum class InputKind { kMdrTable, kRegressionTable, kCvReport };
-
-// One input file, from its first line on.
-class Input {
- public:
-  Status open(const std::string& path) {
-    path_ = path;
-    Status status = reader_.open(path);
-    std::string line;
-    LineState state = LineState::kLine;
-    if (status.ok()) {
-      status = reader_.next(kLongestLine, &line, &state);
-    }
-    if (!status.ok()) {
-      return status;
-    }
-    if (state == LineState::kEnd) {
-      return Status::failure(path + ": empty, expected a table of tavo --tidy or a report");
-    }
-    const std::string_view first = std::string_view(line).substr(0, line.find('\t'));
-    if (state == LineState::kLine && line.starts_with("=====") && line.find(" Time ") != std::string::npos) {
-      kind_ = InputKind::kCvReport;
-      return {};
-    }
-    if (state == LineState::kTooLong || (first != "row" && first != "number")) {
-      return line_failure(path, 1,
-                          "found " + ::quoted(line) + ", expected a table of tavo --tidy or a report");
-    }
-    kind_ = first == "row" ? InputKind::kMdrTable : InputKind::kRegressionTable;
-    return table_.begin(path, line);
-  }
-
-  InputKind kind() const { return kind_; }
-  TsvFile& table() { return table_; }
-  LineReader& reader() { return reader_; }
-
-  Status read_mdr(MdrResults* results) {
-    return kind_ == InputKind::kCvReport ? read_cv_report(path_, reader_, results)
-                                         : read_mdr_table(table_, reader_, results);
-  }
-
- private:
-  std::string path_;
-  LineReader reader_;
-  TsvFile table_;
-  InputKind kind_ = InputKind::kMdrTable;
-};
-
-Status write_regression_rows(const RegressionTable& format, Input& input, JsonWriter* json) {
-  TsvFile& table = input.table();
-  json->key("rows");
-  json->begin_array();
-  Status status;
-  for (bool more = true; status.ok() && more;) {
-    status = table.next(input.reader(), &more);
-    if (status.ok() && more) {
-      status = format.check_row(table);
-    }
-    if (!status.ok() || !more) {
-      break;
-    }
-    json->begin_object();
-    for (size_t i = 0; i < table.columns().size(); ++i) {
-      json->key(table.columns()[i]);
-      write_cell_value(table.cells()[i], format.type(i), json);
-    }
-    json->end_object();
-  }
-  json->end_array();
-  return status;
-}
-
 void begin_results(const char* kind, JsonWriter* json) {
   json->begin_object();
   json->member("program", "tavo-report");
   json->member("kind", kind);
 }
 
-Status write_regression(const ReportOptions& options, Input& input, JsonWriter* json,
+Status write_regression(const ReportOptions& options, ResultFile& input, JsonWriter* json,
                         std::vector<std::string>* warnings) {
   RegressionTable format;
   std::unique_ptr<VariantMap> map;
@@ -146,7 +74,7 @@ Status write_regression(const ReportOptions& options, Input& input, JsonWriter* 
   }
   begin_results(format.kind(), json);
   if (options.json) {
-    status = write_regression_rows(format, input, json);
+    status = write_regression_rows(format, input.table(), input.reader(), json);
   } else {
     size_t n_unplaced = 0;
     status = write_regression_page(format, input.table(), input.reader(), map.get(), json, &n_unplaced);
@@ -160,7 +88,7 @@ Status write_regression(const ReportOptions& options, Input& input, JsonWriter* 
 }
 
 // Nothing is written before everything is read.
-Status write_mdr(const ReportOptions& options, Input& input, JsonWriter* json,
+Status write_mdr(const ReportOptions& options, ResultFile& input, JsonWriter* json,
                  std::vector<std::string>* warnings) {
   MdrResults results;
   Status status = input.read_mdr(&results);
@@ -171,7 +99,7 @@ Status write_mdr(const ReportOptions& options, Input& input, JsonWriter* json,
     return status;
   }
   begin_results(results.setting("analysis") == "gmdr" ? "gmdr" : "mdr", json);
-  json->member("source", input.kind() == InputKind::kCvReport ? "report" : "table");
+  json->member("source", input.kind() == ResultKind::kCvReport ? "report" : "table");
   write_mdr_members(results, options.json ? MdrJsonLimits() : kPageLimits, json);
   json->end_object();
   return {};
@@ -248,14 +176,14 @@ Status make_report(const ReportOptions& options, std::vector<std::string>* warni
         "how to get it); --format json works");
   }
   Status status = check_output(options);
-  Input input;
+  ResultFile input;
   if (status.ok()) {
     status = input.open(options.input);
   }
   if (!status.ok()) {
     return status;
   }
-  const bool of_regression = input.kind() == InputKind::kRegressionTable;
+  const bool of_regression = input.kind() == ResultKind::kRegressionTable;
   if (options.genotypes && of_regression) {
     warnings->push_back("--genotypes has no use for a regression");
   }

@@ -14,6 +14,7 @@ declare -A allowed=(
   [src]='^(src|device|lib|util)/'
   [tools]='^(tools|lib|util)/|^src/FileIO\.h$'
   [report]='^(report|tools|lib|util)/'
+  [fuzz]='^(fuzz|report|tools|src|cpu|device|lib|util)/'
 )
 # The one file that knows every backend by name.
 backend_list=device/backends.cpp
@@ -33,7 +34,7 @@ for folder in "${!allowed[@]}"; do
   done < <(grep -rnE --include='*.cpp' --include='*.h' --include='*.cu' --include='*.cuh' --include='*.inc' \
     '^#include "' "$folder" 2>/dev/null)
 done
-if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z_]+)?\.h>' util lib device cpu src tools report; then
+if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z_]+)?\.h>' util lib device cpu src tools report fuzz; then
   echo "CUDA headers may stand in cuda/ only" >&2
   bad=1
 fi

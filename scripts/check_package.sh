@@ -65,6 +65,31 @@ bash -c '
   [ "${COMPREPLY[0]}" = "a file.tavo" ]' complete "$root/share/bash-completion/completions/tavo" "$work" ||
   fail "the completion of tavo does not complete values and files"
 
+# Release builds are hardened (cmake/flags.cmake): what the flags ask for stands in the programs.
+check_hardened() {
+  local program=$1
+  readelf -Whld "$program" >"$work/elf"
+  grep -qE '^ +Type: +DYN' "$work/elf" || fail "$program stands at a fixed address"
+  grep -q GNU_RELRO "$work/elf" || fail "$program has no relocations that become read-only"
+  grep -q 'Flags:.* NOW' "$work/elf" || fail "$program binds functions only when they are called"
+  grep -qE 'GNU_STACK .* RW +0x' "$work/elf" || fail "$program has a stack that can be executed"
+  readelf -W --dyn-syms "$program" >"$work/symbols"
+  grep -q ' __stack_chk_fail' "$work/symbols" || fail "$program does not watch its stack"
+  grep -qE ' __[a-z]+_chk(@| |$)' "$work/symbols" || fail "$program calls no checked functions of the C library"
+}
+if grep -q '^CMAKE_BUILD_TYPE:[A-Z]*=Release' "$build/CMakeCache.txt" &&
+  ! grep -q '^TAVO_SANITIZE:[A-Z]*=.' "$build/CMakeCache.txt"; then
+  hardened=0
+  for program in $programs; do
+    if readelf -h "$root/bin/$program" >/dev/null 2>&1; then
+      check_hardened "$root/bin/$program"
+      hardened=$((hardened + 1))
+    fi
+  done
+  [ "$hardened" -ge 5 ] || fail "only $hardened of the programs were looked at for hardening"
+  echo "Hardening: read-only relocations, any address, guarded stacks and checked functions in $hardened programs"
+fi
+
 # A tiny run, end to end.
 (
   cd "$work"

@@ -50,8 +50,11 @@ class MdrReader::Source {
   template <typename Item>
   int64_t append(std::vector<Item>& out, int64_t count) {
     int64_t done = 0;
+    // A file of known size gets no more room than it can fill.
+    const int64_t growth =
+        size_ >= 0 ? std::clamp<int64_t>(size_ / static_cast<int64_t>(sizeof(Item)), 1, kGrowth) : kGrowth;
     while (done < count && stop_signal() == 0) {
-      const int64_t wanted = std::min(count - done, kGrowth);
+      const int64_t wanted = std::min(count - done, growth);
       const size_t before = out.size();
       out.resize(before + static_cast<size_t>(wanted));
       const int64_t got = read(out.data() + before, sizeof(Item), wanted);

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr size_t kBufferSize = 1 << 17;
+constexpr size_t kBufferSize = 1 << 16;
 constexpr char kGzipMagic[] = {'\x1f', '\x8b'};
 constexpr size_t kMagicSize = sizeof(kGzipMagic);
 
@@ -37,12 +37,12 @@ Status ByteSource::open(const std::string& path) {
   if (!file_) {
     return Status::failure("cannot open " + path + ": " + std::strerror(errno));
   }
-  buffer_.resize(kBufferSize);
+  buffer_ = std::make_unique_for_overwrite<char[]>(kBufferSize);
   Status status = fill();
   if (!status.ok()) {
     return status;
   }
-  if (end_ >= kMagicSize && std::equal(kGzipMagic, kGzipMagic + kMagicSize, buffer_.data())) {
+  if (end_ >= kMagicSize && std::equal(kGzipMagic, kGzipMagic + kMagicSize, buffer_.get())) {
     inflater_ = std::make_unique<Inflater>();
     if (inflateInit2(&inflater_->stream, kGzipWindow) != Z_OK) {
       return Status::failure(path + ": no memory for unpacking");
@@ -56,12 +56,11 @@ Status ByteSource::open(const std::string& path) {
 // Moves unused bytes to the front of the buffer and reads more behind them. fread comes back with less than
 // asked for only at the end or after an error.
 Status ByteSource::fill() {
-  std::copy(buffer_.begin() + static_cast<ptrdiff_t>(begin_), buffer_.begin() + static_cast<ptrdiff_t>(end_),
-            buffer_.begin());
+  std::copy(buffer_.get() + begin_, buffer_.get() + end_, buffer_.get());
   end_ -= begin_;
   begin_ = 0;
   errno = 0;
-  end_ += std::fread(buffer_.data() + end_, 1, buffer_.size() - end_, file_.get());
+  end_ += std::fread(buffer_.get() + end_, 1, kBufferSize - end_, file_.get());
   if (std::ferror(file_.get()) != 0) {
     return Status::failure("cannot read " + path_ + ": " + std::strerror(errno));
   }
@@ -79,7 +78,7 @@ Status ByteSource::read(char* out, size_t size, size_t* got) {
     }
   }
   *got = std::min(size, end_ - begin_);
-  std::memcpy(out, buffer_.data() + begin_, *got);
+  std::memcpy(out, buffer_.get() + begin_, *got);
   begin_ += *got;
   return {};
 }
@@ -93,7 +92,7 @@ Status ByteSource::start_member() {
     }
   }
   if (end_ - begin_ < kMagicSize ||
-      !std::equal(kGzipMagic, kGzipMagic + kMagicSize, buffer_.data() + begin_)) {
+      !std::equal(kGzipMagic, kGzipMagic + kMagicSize, buffer_.get() + begin_)) {
     return Status::failure(path_ + ": bytes that are no gzip stream follow the gzip stream");
   }
   inflateReset(&inflater_->stream);
@@ -121,7 +120,7 @@ Status ByteSource::inflate_some(char* out, size_t size, size_t* got) {
       }
     }
     const auto room = static_cast<uInt>(std::min<size_t>(size, 1u << 30));
-    stream.next_in = reinterpret_cast<Bytef*>(buffer_.data() + begin_);
+    stream.next_in = reinterpret_cast<Bytef*>(buffer_.get() + begin_);
     stream.avail_in = static_cast<uInt>(end_ - begin_);
     stream.next_out = reinterpret_cast<Bytef*>(out);
     stream.avail_out = room;

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "util/status.h"
 
@@ -37,8 +36,8 @@ class ByteSource {
 
   std::string path_;
   std::unique_ptr<std::FILE, Closer> file_;
-  std::vector<char> buffer_;  // bytes of the file as they are
-  size_t begin_ = 0;          // those from begin_ to end_ are not used yet
+  std::unique_ptr<char[]> buffer_;  // bytes of the file as they are
+  size_t begin_ = 0;                // those from begin_ to end_ are not used yet
   size_t end_ = 0;
   std::unique_ptr<Inflater> inflater_;  // null for a plain file
   bool in_member_ = false;              // inside a gzip member

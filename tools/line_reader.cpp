@@ -8,13 +8,13 @@
 
 namespace {
 
-constexpr size_t kBufferSize = 1 << 17;
+constexpr size_t kBufferSize = 1 << 16;
 constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
 
 }  // namespace
 
 Status LineReader::open(const std::string& path) {
-  buffer_.resize(kBufferSize);
+  buffer_ = std::make_unique_for_overwrite<char[]>(kBufferSize);
   return source_.open(path);
 }
 
@@ -27,7 +27,7 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
       begin_ = 0;
       end_ = 0;
       // A read may wait for long; a signal interrupts it.
-      Status status = stop_signal() != 0 ? Status() : source_.read(buffer_.data(), buffer_.size(), &end_);
+      Status status = stop_signal() != 0 ? Status() : source_.read(buffer_.get(), kBufferSize, &end_);
       if (stop_signal() != 0) {
         end_ = 0;
         return stopped(stop_signal());
@@ -43,7 +43,7 @@ Status LineReader::next(size_t limit, std::string* line, LineState* state) {
       }
     }
     any = true;
-    const char* start = buffer_.data() + begin_;
+    const char* start = buffer_.get() + begin_;
     const void* feed = std::memchr(start, '\n', end_ - begin_);
     const size_t length =
         feed == nullptr ? end_ - begin_ : static_cast<size_t>(static_cast<const char*>(feed) - start);

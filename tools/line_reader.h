@@ -3,8 +3,8 @@
 // The lines of a text file, plain or gzip. Lines end with LF or CR LF; the last one may lack its end.
 #pragma once
 
+#include <memory>
 #include <string>
-#include <vector>
 
 #include "tools/byte_source.h"
 #include "util/status.h"
@@ -29,7 +29,7 @@ class LineReader {
 
  private:
   ByteSource source_;
-  std::vector<char> buffer_;
+  std::unique_ptr<char[]> buffer_;
   size_t begin_ = 0;
   size_t end_ = 0;
   uint64_t line_number_ = 0;

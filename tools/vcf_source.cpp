@@ -114,17 +114,23 @@ Status VcfReader::open() {
     ::close(descriptor);
     return Status::failure("cannot open " + path_ + ": " + std::strerror(errno));
   }
+  // Looked at first: htslib would go on reading other formats that it knows.
+  htsFormat format{};
+  if (hts_detect_format2(stream, path_.c_str(), &format) != 0) {
+    hclose_abruptly(stream);
+    return Status::failure(path_ + ": expected a VCF or BCF file");
+  }
+  if (format.format != vcf && format.format != bcf) {
+    hclose_abruptly(stream);
+    char* found = hts_format_description(&format);
+    const std::string text = found != nullptr ? found : "unknown";
+    std::free(found);
+    return Status::failure(path_ + ": found " + quoted(text) + ", expected a VCF or BCF file");
+  }
   file_.reset(hts_hopen(stream, path_.c_str(), "r"));
   if (file_ == nullptr) {
     hclose_abruptly(stream);
     return Status::failure(path_ + ": expected a VCF or BCF file");
-  }
-  const htsFormat* format = hts_get_format(file_.get());
-  if (format->format != vcf && format->format != bcf) {
-    char* found = hts_format_description(format);
-    const std::string text = found != nullptr ? found : "unknown";
-    std::free(found);
-    return Status::failure(path_ + ": found " + quoted(text) + ", expected a VCF or BCF file");
   }
   header_.reset(bcf_hdr_read(file_.get()));
   if (header_ == nullptr) {
@@ -141,8 +147,8 @@ Status VcfReader::open() {
 Status VcfReader::refusal(const std::string& what) const {
   return Status::failure(
       path_ + ": " +
-      (is_text() ? "line " + std::to_string(file_->lineno) : "record " + std::to_string(n_records_ + 1)) +
-      ": " + what);
+      (is_text() ? "line " + std::to_string(file_->lineno) : "record " + std::to_string(n_records_)) + ": " +
+      what);
 }
 
 Status VcfReader::next(bool* more) {
@@ -155,6 +161,7 @@ Status VcfReader::next(bool* more) {
                ? Status::failure(path_ + ": the end marker is not there; the file is cut")
                : Status();
   }
+  ++n_records_;
   if (result < -1 || (record_->errcode & ~kHarmless) != 0) {
     return refusal("the record is damaged or ends early");
   }
@@ -168,7 +175,6 @@ Status VcfReader::next(bool* more) {
   if (record_->pos < 0) {
     return refusal("the position is 0 or no number, expected at least 1");
   }
-  ++n_records_;
   *more = true;
   return {};
 }
@@ -182,6 +188,16 @@ Status VcfReader::read_calls(bool* found) {
   // Before memory is taken for that many of every sample.
   if (field->n > kMostAllelesOfCall) {
     return refusal("a genotype of " + std::to_string(field->n) + " alleles, expected 1 or 2");
+  }
+  if (field->n == 0) {
+    // Every sample's fields end before GT. htslib takes that for no genotypes and ends the process.
+    ploidy_ = 0;
+    *found = true;
+    return {};
+  }
+  // So it does over text.
+  if (field->type != BCF_BT_INT8 && field->type != BCF_BT_INT16 && field->type != BCF_BT_INT32) {
+    return refusal("GT holds no genotypes");
   }
   const int count = bcf_get_genotypes(header_.get(), record_.get(), &calls_, &calls_room_);
   if (count <= 0 || count % n_samples() != 0) {

@@ -127,6 +127,37 @@ TEST_F(Vcf, EveryFormGivesTheSame) {
   }
 }
 
+// A sample's fields may end early: what is not there is missing, and where no sample has it, too.
+TEST_F(Vcf, GenotypesThatNoSampleHasAreMissing) {
+  const std::string records =
+      "1\t1\trs1\tA\tG\t.\t.\t.\tDP:GT\t1\t2\t3\t4\t5\n1\t2\trs2\tA\tG\t.\t.\t.\tDP:GT\t1\t2:0/1\t3\t4:1/"
+      "1\t5\n";
+  folder_.write("v.vcf", kMeta + kColumns + records);
+  folder_.output_of("--vcf v.vcf --pheno p.txt --out g");
+  EXPECT_EQ(folder_.read("g"), normal_file(expected({{"rs1", "33333"}, {"rs2", "31323"}})));
+  write_as(folder_ / "v.vcf", folder_ / "v.bcf", "wb");
+  folder_.output_of("--vcf v.bcf --pheno p.txt --out b");
+  EXPECT_EQ(folder_.read("b"), folder_.read("g"));
+}
+
+// A binary file may hold text where the genotypes belong.
+TEST_F(Vcf, RefusesGenotypesOfAnotherType) {
+  htsFile* in = hts_open((folder_ / "v.vcf").c_str(), "r");
+  htsFile* out = hts_open((folder_ / "v.bcf").c_str(), "wb");
+  bcf_hdr_t* header = bcf_hdr_read(in);
+  bcf1_t* record = bcf_init();
+  ASSERT_EQ(bcf_hdr_write(out, header), 0);
+  ASSERT_EQ(bcf_read(in, header, record), 0);
+  ASSERT_EQ(bcf_update_format(header, record, "GT", "abcde", 5, BCF_HT_STR), 0);
+  ASSERT_EQ(bcf_write(out, header, record), 0);
+  bcf_destroy(record);
+  bcf_hdr_destroy(header);
+  hts_close(in);
+  hts_close(out);
+  EXPECT_EQ(folder_.refusal_of("--vcf v.bcf --pheno p.txt --out g"),
+            "v.bcf: record 1: GT holds no genotypes");
+}
+
 TEST_F(Vcf, LongAllelesAreShortenedInNames) {
   const std::string insertion(300, 'C');
   folder_.write("v.vcf", kMeta + kColumns + "1\t5\t.\tA\t" + insertion + "\t.\t.\t.\tGT\t0/1\t0\t0\t0\t0\n");
@@ -170,6 +201,9 @@ TEST_F(Vcf, RefusesWhatIsNoVcf) {
             "empty: found \"empty\", expected a VCF or BCF file");
   EXPECT_EQ(folder_.refusal_of("--vcf t.csv --pheno p.txt --out g"),
             "t.csv: found \"unknown text\", expected a VCF or BCF file");
+  folder_.write("c.cram", std::string("CRAM\3\0", 6) + std::string(20, '\0'));
+  EXPECT_EQ(folder_.refusal_of("--vcf c.cram --pheno p.txt --out g"),
+            "c.cram: found \"CRAM version 3.0 compressed sequence dat...\", expected a VCF or BCF file");
   EXPECT_EQ(folder_.refusal_of("--vcf none.vcf --pheno p.txt --out g"),
             "none.vcf: no sample, expected at least one column of genotypes");
   EXPECT_EQ(folder_.refusal_of("--vcf blank.vcf --pheno p.txt --out g"),
