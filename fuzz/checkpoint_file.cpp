@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// The checkpoint of a run, and what each kind of run reads from its section. The checksum would turn nearly every
-// change away, and the length of a section many, so the first byte says who writes them: 0 the input itself, 1 the
-// target the checksum, another one the target all but the lines of a section.
+// The checkpoint of a run, and what each kind of run reads from its section. The checksum would turn nearly
+// every change away, and the length of a section many, so the first byte says who writes them: 0 the input
+// itself, 1 the target the checksum, another one the target all but the lines of a section.
 #include <zlib.h>
 
 #include <cinttypes>
@@ -41,8 +41,8 @@ std::string completed(std::string_view text) {
 // A file with these lines in the section of one kind of run.
 std::string around(int kind, std::string_view lines) {
   const std::string name = kind == 4 ? std::string(kRegressionSection) : order_section(1 + kind);
-  return "tavo checkpoint\t2\nrun\tversion\t1\nsection\t" + name + "\t" + std::to_string(lines.size()) + "\n" +
-         std::string(lines);
+  return "tavo checkpoint\t2\nrun\tversion\t1\nsection\t" + name + "\t" + std::to_string(lines.size()) +
+         "\n" + std::string(lines);
 }
 
 void check_lists(const SearchState& state) {
