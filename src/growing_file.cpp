@@ -46,7 +46,7 @@ Status GrowingFile::begin(const std::string& path) {
 
 Status GrowingFile::go_on(const std::string& path, const Extent& counts) {
   path_ = path;
-  const Status wrong = Status::failure(
+  Status wrong = Status::failure(
       path +
       ": does not hold the rows that the checkpoint counts on; without the checkpoint the run starts anew");
   descriptor_ = ::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
