@@ -25,10 +25,15 @@ std::vector<LimitedRun> limited_runs() {
                       "--block", "16",     "--gpu", "4",   "--device", "cpu"};
   return {
       {"Search", tavo_program(), tavo + Words{"--measure", "ba", "--order", "2"}, "out"},
-      {"SearchByThreshold", tavo_program(), tavo + Words{"--measure", "ba", "--order", "1", "--mode", "0"},
+      {"LargeSearch",
+       tavo_program(),
+       {"--in", "g.tavo", "--out", "out", "--thread", "256", "--block", "16", "--gpu", "2", "--device", "cpu",
+        "--measure", "gamma", "--order", "1", "--cv", "30"},
        "out"},
-      {"ScoreBased", tavo_program(), tavo + Words{"--measure", "ba", "--order", "2", "--score", "s.txt"},
-       "out"},
+      {"SearchByThreshold", tavo_program(),
+       tavo + Words{"--in", "medium.tavo", "--measure", "ba", "--order", "1", "--mode", "0"}, "out"},
+      {"ScoreBased", tavo_program(),
+       tavo + Words{"--in", "medium.tavo", "--measure", "ba", "--order", "2", "--score", "s.txt"}, "out"},
       {"Exhaustive", tavo_program(),
        Words{"--in", "few.tavo", "--out", "out", "--thread", "1", "--block", "1", "--measure", "ba",
              "--order", "11", "--mode", "3", "--device", "cpu"},
@@ -37,7 +42,7 @@ std::vector<LimitedRun> limited_runs() {
       {"Convert", convert_program(), {"--in", "g.tavo", "--out", "out", "--transpose", "1"}, "out"},
       {"Table", convert_program(), {"--in", "table.txt", "--out", "out"}, "out"},
       {"Score", score_program(), {"--in", "g.tavo", "--out", "out"}, "out"},
-      {"Simulate", simulate_program(), {"--out", "out", "--snps", "2000", "--samples", "2000"}, "out"},
+      {"Simulate", simulate_program(), {"--out", "out", "--snps", "1000", "--samples", "1000"}, "out"},
       {"Report", report_program(), {"--in", "big.tsv", "--out", "out", "--format", "json"}, "out"},
   };
 }
@@ -46,10 +51,11 @@ class LimitedRuns : public testing::TestWithParam<size_t> {
  protected:
   void SetUp() override {
     std::mt19937 random(5);
-    folder_.write("g.tavo", normal_file(random_data(random, 1500, 700, 0.01)));
+    folder_.write("g.tavo", normal_file(random_data(random, 1000, 600, 0.01)));
+    folder_.write("medium.tavo", normal_file(random_data(random, 300, 200, 0.01)));
     folder_.write("few.tavo", normal_file(random_data(random, 100, 12, 0.0)));
     std::string scores = "score\n";
-    for (int i = 0; i < 1500; ++i) {
+    for (int i = 0; i < 1000; ++i) {
       scores += i % 3 == 0 ? "1\n" : "-0.5\n";
     }
     folder_.write("s.txt", scores);
@@ -62,7 +68,9 @@ class LimitedRuns : public testing::TestWithParam<size_t> {
   }
 
   RunResult run_with(int kilobytes, const Words& words, const std::filesystem::path& program) const {
-    Words all = {"-c", "ulimit -v " + std::to_string(kilobytes) + "; exec \"$0\" \"$@\"", program.string()};
+    // Small stacks: what the threads compute with, not their stacks, is what memory is too little for.
+    Words all = {"-c", "ulimit -s 512; ulimit -v " + std::to_string(kilobytes) + "; exec \"$0\" \"$@\"",
+                 program.string()};
     return folder_.run("/bin/sh", all + words);
   }
 
