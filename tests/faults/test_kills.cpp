@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <iostream>
 #include <thread>
 
 #include "tests/faults/fault_folder.h"

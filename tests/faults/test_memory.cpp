@@ -5,6 +5,8 @@
 // such tests there.
 #include <gtest/gtest.h>
 
+#include <iostream>
+
 #include "tests/faults/fault_folder.h"
 
 namespace tavo_test {

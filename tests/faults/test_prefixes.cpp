@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <iostream>
 
 #include "report/report.h"
 #include "src/FileIO.h"
@@ -22,12 +23,13 @@ class Prefixes : public testing::Test {
   // Calls check(length) for every length of the file's beginning, which stands under the file's name, from
   // nothing to all but one byte; the file is then whole again.
   template <typename Check>
-  void for_each_prefix(const std::string& name, Check check) const {
+  void for_each_prefix(const std::string& name, Check check) {
     const std::string whole = folder_.read(name);
     for (size_t length = 0; length < whole.size(); ++length) {
       folder_.write(name, whole.substr(0, length));
       SCOPED_TRACE(name + ", " + std::to_string(length) + " of " + std::to_string(whole.size()) + " bytes");
       check(whole.substr(0, length));
+      ++beginnings_;
       if (HasFatalFailure()) {
         break;
       }
@@ -53,7 +55,7 @@ class Prefixes : public testing::Test {
   // What tavo-convert makes of every prefix: `whole_enough` says of a prefix whether it holds all that the
   // file did.
   template <typename WholeEnough>
-  void expect_refused_unless(const Words& words, const std::string& name, WholeEnough whole_enough) const {
+  void expect_refused_unless(const Words& words, const std::string& name, WholeEnough whole_enough) {
     ConvertReport report;
     ASSERT_TRUE(converted(words, &report).ok());
     const std::string full = folder_.read("c.tavo");
@@ -73,7 +75,10 @@ class Prefixes : public testing::Test {
     });
   }
 
+  void TearDown() override { std::cout << beginnings_ << " beginnings\n"; }
+
   FaultFolder folder_;
+  int beginnings_ = 0;
 };
 
 bool never(const std::string&) {
