@@ -25,6 +25,9 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
   totals_.assign(n_blocks * 3 * kLanes, 0);
   block_missing_.assign(n_blocks, 0);
   if (problem.transposed) {
+    // No sample has a genotype here: no count may be taken from what the others leave of a class.
+    snp_missing_.assign(n_snps, 1);
+    block_missing_.assign(n_blocks, 1);
     return;
   }
   for (size_t segment = 0; segment < segments.samples.size(); ++segment) {

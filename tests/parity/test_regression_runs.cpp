@@ -15,6 +15,7 @@
 #include "lib/float_math.h"
 #include "lib/regression.h"
 #include "tests/reference/naive_regression.h"
+#include "tests/reference/naive_regression_report.h"
 #include "tests/support/genotype_file.h"
 #include "tests/support/regression_data.h"
 #include "tests/support/run_program.h"
@@ -24,144 +25,10 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-// The genotype file: classes as integers, or quantitative phenotypes as floats.
-std::string file_of(const RegressionData& data, bool quantitative) {
-  const auto n_snps = data.genotypes.at(0).size();
-  std::string bytes = "TAVO" + le32(static_cast<uint32_t>(data.genotypes.size())) +
-                      le32(static_cast<uint32_t>(n_snps)) + le32(8);
-  for (size_t j = 0; j < n_snps; ++j) {
-    std::string name = "rs" + std::to_string(j);
-    name.resize(8, '\0');
-    bytes += name;
-  }
-  const size_t width = (n_snps + 15) / 16;
-  for (size_t i = 0; i < data.genotypes.size(); ++i) {
-    uint32_t value = static_cast<uint32_t>(static_cast<int>(data.phenotypes[i]));
-    if (quantitative) {
-      std::memcpy(&value, &data.phenotypes[i], 4);
-    }
-    bytes += le32(value);
-    for (size_t w = 0; w < width; ++w) {
-      bytes += le32(data.words[i * width + w]);
-    }
-  }
-  return bytes;
-}
-
-// missing: samples whose line has an NA.
-std::string covariate_file(const RegressionData& data, const std::vector<bool>& missing) {
-  const auto n_covariates = static_cast<size_t>(data.problem.n_covariates);
-  std::string text = "FID\tIID";
-  for (size_t c = 0; c < n_covariates; ++c) {
-    text += "\tcov" + std::to_string(c);
-  }
-  text += "\n";
-  for (size_t i = 0; i < data.genotypes.size(); ++i) {
-    text += "f\ti";
-    for (size_t c = 0; c < n_covariates; ++c) {
-      char value[40];
-      std::snprintf(value, sizeof(value), "\t%.9g",
-                    static_cast<double>(data.covariates[i * n_covariates + c]));
-      text += missing[i] && c + 1 == n_covariates ? "\tNA" : value;
-    }
-    text += "\n";
-  }
-  return text;
-}
-
-// The samples without a missing covariate.
-void keep_complete(const RegressionData& data, const std::vector<bool>& missing, RegressionData* kept) {
-  const auto n_covariates = static_cast<size_t>(data.problem.n_covariates);
-  for (size_t i = 0; i < data.genotypes.size(); ++i) {
-    if (!missing[i]) {
-      kept->genotypes.push_back(data.genotypes[i]);
-      kept->phenotypes.push_back(data.phenotypes[i]);
-      for (size_t c = 0; c < n_covariates; ++c) {
-        kept->covariates.push_back(data.covariates[i * n_covariates + c]);
-      }
-    }
-  }
-  kept->finish(data.problem.n_covariates);
-}
-
 std::vector<std::string> lines_of(const std::filesystem::path& path) {
   std::istringstream text(read_file(path));
   std::vector<std::string> lines;
   for (std::string line; std::getline(text, line);) {
-    lines.push_back(line);
-  }
-  return lines;
-}
-
-std::string formatted(const char* format, double value) {
-  char text[400];
-  std::snprintf(text, sizeof(text), format, value);
-  return std::isnan(value) ? "nan" : text;
-}
-
-struct NaiveRow {
-  std::vector<int> snps;
-  double slots[32] = {};
-};
-
-// The rows that a logistic report lists below its header.
-std::vector<std::string> naive_rows(const Problem& problem, const RegressionRules& rules, size_t top) {
-  const int order = rules.order();
-  const auto np = static_cast<size_t>(problem.n_covariates + (order == 2 ? 9 : 3));
-  float null_dev = 0.0f;
-  float null_df = 0.0f;
-  regression_null_logistic(problem.n_samples, problem.n_covariates + 1, problem.covariates, 20,
-                           problem.phenotypes, &null_dev, &null_df);
-  const auto model_df = static_cast<float>(problem.n_samples - 1 - order);
-  std::vector<NaiveRow> rows;
-  for (int i = 0; i < problem.n_snps; ++i) {
-    for (int j = order == 2 ? i + 1 : i; j < (order == 2 ? problem.n_snps : i + 1); ++j) {
-      NaiveRow& row = rows.emplace_back();
-      row.snps = order == 2 ? std::vector<int>{i, j} : std::vector<int>{i};
-      const ItemFit fit = naive_logistic(problem, rules, row.snps.data());
-      if (fit.state == FitState::kFailed) {
-        row.slots[0] = row.slots[1] = row.slots[2] = -1.0;
-      } else if (fit.state == FitState::kFitted) {
-        for (size_t k = 0; k < np; ++k) {
-          const auto coefficient = static_cast<float>(fit.coefficients[k]);
-          row.slots[k] = static_cast<double>(order == 2 ? coefficient : tavo_expf(coefficient));
-          if (order == 1) {
-            row.slots[np + k] = static_cast<double>(coefficient / static_cast<float>(fit.standard_errors[k]));
-          }
-        }
-        if (order == 2) {
-          row.slots[np] = fit.converged ? 1.0 : 0.0;
-          row.slots[np + 1] = fit.iterations;
-          row.slots[np + 2] = fit.last_step;
-        }
-        row.slots[0] = fit.deviance;
-      }
-      row.slots[np] = static_cast<double>(
-          static_cast<float>(LRtest(static_cast<float>(row.slots[0]), model_df, null_dev, null_df)));
-    }
-  }
-  std::stable_sort(rows.begin(), rows.end(), [np](const NaiveRow& a, const NaiveRow& b) {
-    return std::isnan(b.slots[np]) ? !std::isnan(a.slots[np]) : a.slots[np] < b.slots[np];
-  });
-  rows.resize(std::min(top, rows.size()));
-  std::vector<std::string> lines;
-  for (size_t r = 0; r < rows.size(); ++r) {
-    const NaiveRow& row = rows[r];
-    std::string line = std::to_string(r) + ",(";
-    for (const int snp : row.snps) {
-      line += " rs" + std::to_string(snp);
-    }
-    const double whole = row.slots[np + 1];
-    line += std::string(" ),") + (row.slots[np] == 1.0 ? "Y" : "N") + "," +
-            std::to_string(std::fabs(whole) < 2147483648.0 ? static_cast<int>(whole) : -2147483647 - 1);
-    for (const double value : {row.slots[np + 2], row.slots[0], static_cast<double>(null_dev),
-                               LRtest(static_cast<float>(row.slots[0]), model_df, null_dev, null_df),
-                               row.slots[1], row.slots[2]}) {
-      line += "," + formatted("%.20f", value);
-    }
-    for (size_t slot = 3; order == 2 && slot <= 8; ++slot) {
-      line += "," + formatted("%.20f", row.slots[slot]);
-    }
     lines.push_back(line);
   }
   return lines;
@@ -200,11 +67,11 @@ TEST(LogisticRuns, EqualTheNaiveReport) {
     keep_complete(all, missing, &data);
 
     const TempDir folder;
-    write_file(folder.path() / "g.dat", file_of(all, false));
+    write_file(folder.path() / "g.dat", regression_file(all, false));
     const int thread = 1 + static_cast<int>(random() % 9);
     Words words = regression_words("logistic", workers, thread, 2) + Words{"--order", std::to_string(order)};
     if (n_covariates > 0) {
-      write_file(folder.path() / "cov.txt", covariate_file(all, missing));
+      write_file(folder.path() / "cov.txt", covariate_text(all, missing));
       words = words + Words{"--covariate", "cov.txt"};
     }
     RegressionRules rules;
@@ -225,7 +92,7 @@ TEST(LogisticRuns, EqualTheNaiveReport) {
     // 5 lines of Time and a blank, command, options 1 to 8, 3 lines to the results.
     ASSERT_GT(lines.size(), 19u);
     const std::vector<std::string> rows(lines.begin() + 19, lines.end() - 1);
-    EXPECT_EQ(rows, naive_rows(data.problem, rules, top));
+    EXPECT_EQ(rows, naive_logistic_rows(data.problem, rules, top));
     EXPECT_EQ(lines.back(), std::string(79, '='));
     if (testing::Test::HasFailure()) {
       return;
@@ -238,8 +105,8 @@ TEST(LinearRuns, AgreeWithTheNaiveDecompositionForAnyNumberOfWorkers) {
   RegressionData data;
   make_random(random, 200, 33, 2, 0.03, true, &data);
   const TempDir folder;
-  write_file(folder.path() / "g.dat", file_of(data, true));
-  write_file(folder.path() / "cov.txt", covariate_file(data, std::vector<bool>(200, false)));
+  write_file(folder.path() / "g.dat", regression_file(data, true));
+  write_file(folder.path() / "cov.txt", covariate_text(data, std::vector<bool>(200, false)));
   std::vector<std::string> first;
   for (int workers = 1; workers <= 7; ++workers) {
     const RunResult result = run_program(
@@ -330,9 +197,9 @@ TEST(TidyTables, OfDoublePrecisionHoldTheNumbersOfR) {
     RegressionData data;
     load_recorded(phenotype, 3, &data);
     const TempDir folder;
-    write_file(folder.path() / "g.dat", file_of(data, kind == "linear"));
+    write_file(folder.path() / "g.dat", regression_file(data, kind == "linear"));
     write_file(folder.path() / "cov.txt",
-               covariate_file(data, std::vector<bool>(data.genotypes.size(), false)));
+               covariate_text(data, std::vector<bool>(data.genotypes.size(), false)));
     const RunResult result =
         run_program(tavo_program(),
                     regression_words(kind == "linear" ? "linear" : "logistic", 2, 8, 1) +

@@ -200,8 +200,9 @@ OrderResult exhaustive(const GenotypeData& data, const Run& run, int order) {
   result.lists.resize(1);
   std::vector<Entry>& kept = result.lists.front();
   if (run.mode == 2) {
+    const double threshold = null.empty() ? INFINITY : quantile(null, 0.999);
     for (const Entry& entry : all) {
-      if (!null.empty() && entry.values[measure] > quantile(null, 0.999) && kept.size() < 10000) {
+      if (entry.values[measure] > threshold && kept.size() < 10000) {
         kept.push_back(entry);
       }
     }

@@ -44,9 +44,12 @@ int room(const std::vector<int>& comb, int base) {
 }
 
 Table count(const GenotypeData& data, const std::vector<int>& comb, const std::vector<int>& classes,
-            const std::vector<int>& samples, int base) {
+            const std::vector<int>& samples, int base, bool transposed) {
   Table table;
   table.cells.resize(static_cast<size_t>(power(base, static_cast<int>(comb.size()))));
+  if (transposed) {
+    return table;
+  }
   for (const int sample : samples) {
     const std::optional<int> cell = cell_of(data, sample, comb, base);
     if (!cell) {
@@ -164,8 +167,8 @@ std::vector<float> record(const GenotypeData& data, const Run& run, const std::v
                           const std::vector<int>& classes, const std::vector<int>& train,
                           const std::vector<int>& test, float run_threshold, LogFunction log) {
   const int base = run.missing == 1 ? 4 : 3;
-  const Table training = count(data, comb, classes, train, base);
-  const Table testing = count(data, comb, classes, test, base);
+  const Table training = count(data, comb, classes, train, base, run.transposed);
+  const Table testing = count(data, comb, classes, test, base, run.transposed);
   int n_train = static_cast<int>(train.size());
   int n_test = static_cast<int>(test.size());
   float threshold = run_threshold;

@@ -159,15 +159,26 @@ void exhaustive_block(const GenotypeData& data, const Run& run, int order, const
 
 }  // namespace
 
-std::vector<std::string> report(const GenotypeData& data, const Run& run, LogFunction log) {
+std::vector<OrderResult> results(const GenotypeData& data, const Run& run, LogFunction log) {
   restart_random();
-  std::vector<std::string> lines = head(run);
   const std::vector<int> fold_of = run.mode < 2 ? deal(data, run) : std::vector<int>();
+  std::vector<OrderResult> all;
   for (int order = run.min_order; order <= run.max_order; ++order) {
+    all.push_back(run.mode < 2 ? cross_validated(data, run, order, fold_of, log)
+                               : exhaustive(data, run, order));
+  }
+  return all;
+}
+
+std::vector<std::string> report(const GenotypeData& data, const Run& run,
+                                const std::vector<OrderResult>& results) {
+  std::vector<std::string> lines = head(run);
+  int order = run.min_order;
+  for (const OrderResult& result : results) {
     if (run.mode < 2) {
-      cv_block(data, run, order, cross_validated(data, run, order, fold_of, log), lines);
+      cv_block(data, run, order++, result, lines);
     } else {
-      exhaustive_block(data, run, order, exhaustive(data, run, order), lines);
+      exhaustive_block(data, run, order++, result, lines);
     }
   }
   return lines;

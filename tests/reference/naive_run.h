@@ -28,6 +28,7 @@ struct Run {
   bool shuffling = false;
   unsigned seed = 0;
   std::optional<unsigned> permutation_seed;
+  bool transposed = false;    // the file's layout: cross-validated runs do not count the SNP-major one
   std::vector<float> scores;  // of a score-based run: one per sample
 
   // What the report repeats.
@@ -49,10 +50,6 @@ struct Run {
 // last bit.
 using LogFunction = float (*)(float);
 
-// The lines of the result file. The lines of the time and of the command line are left as "Total time," and
-// "Command,".
-std::vector<std::string> report(const GenotypeData& data, const Run& run, LogFunction log);
-
 // A combination that a list holds: its SNPs and its measures, 32 of a cross-validated run and 16 of an
 // exhaustive one.
 struct Entry {
@@ -73,6 +70,14 @@ struct OrderResult {
   std::vector<std::vector<Entry>> lists;  // per fold; one of an exhaustive run
   std::vector<Ranked> ranked;
 };
+
+// Of every order, from the smallest to the largest.
+std::vector<OrderResult> results(const GenotypeData& data, const Run& run, LogFunction log);
+
+// The lines of the result file. The lines of the time and of the command line are left as "Total time," and
+// "Command,".
+std::vector<std::string> report(const GenotypeData& data, const Run& run,
+                                const std::vector<OrderResult>& results);
 
 OrderResult cross_validated(const GenotypeData& data, const Run& run, int order,
                             const std::vector<int>& fold_of, LogFunction log);

@@ -2,9 +2,13 @@
 #include "tests/support/regression_data.h"
 
 #include <cmath>
+#include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include "tests/support/genotype_file.h"
 
 namespace tavo_test {
 
@@ -53,6 +57,63 @@ void make_random(std::mt19937& random, int n_samples, int n_snps, int n_covariat
     data->genotypes.push_back(row);
   }
   data->finish(n_covariates);
+}
+
+std::string regression_file(const RegressionData& data, bool quantitative) {
+  const auto n_snps = data.genotypes.at(0).size();
+  std::string bytes = "TAVO" + le32(static_cast<uint32_t>(data.genotypes.size())) +
+                      le32(static_cast<uint32_t>(n_snps)) + le32(8);
+  for (size_t j = 0; j < n_snps; ++j) {
+    std::string name = "rs" + std::to_string(j);
+    name.resize(8, '\0');
+    bytes += name;
+  }
+  const size_t width = (n_snps + 15) / 16;
+  for (size_t i = 0; i < data.genotypes.size(); ++i) {
+    uint32_t value = static_cast<uint32_t>(static_cast<int>(data.phenotypes[i]));
+    if (quantitative) {
+      std::memcpy(&value, &data.phenotypes[i], 4);
+    }
+    bytes += le32(value);
+    for (size_t w = 0; w < width; ++w) {
+      bytes += le32(data.words[i * width + w]);
+    }
+  }
+  return bytes;
+}
+
+std::string covariate_text(const RegressionData& data, const std::vector<bool>& missing) {
+  const auto n_covariates = static_cast<size_t>(data.problem.n_covariates);
+  std::string text = "FID\tIID";
+  for (size_t c = 0; c < n_covariates; ++c) {
+    text += "\tcov" + std::to_string(c);
+  }
+  text += "\n";
+  for (size_t i = 0; i < data.genotypes.size(); ++i) {
+    text += "f\ti";
+    for (size_t c = 0; c < n_covariates; ++c) {
+      char value[40];
+      std::snprintf(value, sizeof(value), "\t%.9g",
+                    static_cast<double>(data.covariates[i * n_covariates + c]));
+      text += missing[i] && c + 1 == n_covariates ? "\tNA" : value;
+    }
+    text += "\n";
+  }
+  return text;
+}
+
+void keep_complete(const RegressionData& data, const std::vector<bool>& missing, RegressionData* kept) {
+  const auto n_covariates = static_cast<size_t>(data.problem.n_covariates);
+  for (size_t i = 0; i < data.genotypes.size(); ++i) {
+    if (!missing[i]) {
+      kept->genotypes.push_back(data.genotypes[i]);
+      kept->phenotypes.push_back(data.phenotypes[i]);
+      for (size_t c = 0; c < n_covariates; ++c) {
+        kept->covariates.push_back(data.covariates[i * n_covariates + c]);
+      }
+    }
+  }
+  kept->finish(data.problem.n_covariates);
 }
 
 std::vector<std::vector<std::string>> recorded_table(const std::string& file) {

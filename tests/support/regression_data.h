@@ -32,6 +32,15 @@ struct RegressionData {
 void make_random(std::mt19937& random, int n_samples, int n_snps, int n_covariates, double missing,
                  bool quantitative, RegressionData* data);
 
+// The genotype file: classes as integers, or quantitative phenotypes as floats. Names are rs0, rs1, ...
+std::string regression_file(const RegressionData& data, bool quantitative);
+
+// The covariate file, names cov0, cov1, ... missing: samples whose line has an NA.
+std::string covariate_text(const RegressionData& data, const std::vector<bool>& missing);
+
+// The samples without a missing covariate, as *kept.
+void keep_complete(const RegressionData& data, const std::vector<bool>& missing, RegressionData* kept);
+
 // tests/data/regression/samples.tsv with its first n_covariates covariates; phenotype "case" or "trait".
 void load_recorded(const std::string& phenotype, int n_covariates, RegressionData* data);
 

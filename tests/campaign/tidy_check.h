@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The tidy table of a search against the reference, cell by cell.
+#pragma once
+
+#include "tests/reference/naive_run.h"
+
+namespace tavo_test {
+
+// The first difference in words; empty when there is none.
+std::string tidy_difference(const naive::GenotypeData& data, const naive::Run& run,
+                            const std::vector<naive::OrderResult>& reference, const std::string& text);
+
+}  // namespace tavo_test
