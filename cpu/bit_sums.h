@@ -31,6 +31,13 @@ struct BitSums {
     return add_bits(plane[2], first, second);
   }
 
+  // Four carries into plane 3; the carry into plane 5.
+  Register add_carries(const Register (&carry)[4]) {
+    const Register first = add_bits(plane[3], carry[0], carry[1]);
+    const Register second = add_bits(plane[3], carry[2], carry[3]);
+    return add_bits(plane[4], first, second);
+  }
+
   // Adds carries into plane First.
   template <int First>
   void carry_into(Register carry) {
