@@ -6,6 +6,7 @@
 
 #include "cpu/bit_planes.h"
 #include "cpu/cores.h"
+#include "cpu/genotype_columns.h"
 #include "cpu/item_fits.h"
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
@@ -63,6 +64,7 @@ class CpuDevice : public Device {
 
   Status send_genotypes(const Problem& problem) override {
     problem_ = &problem;
+    columns_ = std::make_shared<GenotypeColumns>(problem);
     return {};
   }
 
@@ -73,7 +75,7 @@ class CpuDevice : public Device {
     n_folds_ = command.folds.size();
     list_size_ = static_cast<size_t>(command.list_size);
     if (command.kind == LoopKind::kRecords) {
-      record_path_.emplace(*problem_, command.rules, command.folds.front());
+      record_path_.emplace(*problem_, command.rules, command.folds.front(), columns_);
       return {};
     }
     search_data_ = backend_.search_data(*problem_, command);
@@ -132,6 +134,7 @@ class CpuDevice : public Device {
   int order_ = 0;
   size_t n_folds_ = 0;
   size_t list_size_ = 0;
+  std::shared_ptr<GenotypeColumns> columns_;
   std::optional<RecordPath> record_path_;
   std::shared_ptr<const SearchData> search_data_;
   std::unique_ptr<RangeSearch> search_;

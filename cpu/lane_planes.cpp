@@ -11,7 +11,8 @@ static_assert(kLanes == kGenotypesPerWord, "a packed word holds the genotypes of
 
 namespace {
 // Blocks whose SNPs are transposed at once.
-constexpr size_t kBlocksPerSquare = 64 / kLanes;
+constexpr size_t kBlocksPerSquare = 2;
+static_assert(kBlocksPerSquare * kLanes * 2 == 64, "a row of a square is two bits of each SNP");
 }  // namespace
 
 LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
@@ -58,30 +59,27 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
   }
 }
 
-// Word w of the planes of blocks b .. b + 3, for n samples.
+// Word w of the planes of blocks b and b + 1, for n samples.
 void LanePlanes::fill_planes(const Problem& problem, const int* samples, size_t n, size_t b, size_t w) {
   const size_t n_snps = snp_missing_.size();
   const size_t blocks = std::min(kBlocksPerSquare, block_missing_.size() - b);
-  BitSquare low{};  // of sample i, then of SNP i
-  BitSquare high{};
+  BitSquare square{};  // of sample i; then the low bits of SNP i / 2, the high bits
   for (size_t i = 0; i < n; ++i) {
     const uint32_t* packed = problem.row(static_cast<size_t>(samples[i])) + b;
-    for (size_t j = 0; j < blocks; ++j) {
-      low[i] |= static_cast<uint64_t>(even_bits(packed[j])) << (j * kLanes);
-      high[i] |= static_cast<uint64_t>(even_bits(packed[j] >> 1)) << (j * kLanes);
-    }
+    square[i] = packed[0] | (blocks > 1 ? uint64_t{packed[1]} << 32 : 0);
   }
-  transpose(low);
-  transpose(high);
+  transpose(square);
   const uint64_t listed = n == 64 ? ~uint64_t{0} : (uint64_t{1} << n) - 1;
   const size_t snps = std::min(blocks * kLanes, n_snps - b * kLanes);
   for (size_t i = 0; i < snps; ++i) {
+    const uint64_t low = square[2 * i];
+    const uint64_t high = square[2 * i + 1];
     uint64_t* planes = bits_.data() + ((b + i / kLanes) * words_ + w) * 3 * kLanes + i % kLanes;
-    planes[0] = listed & ~(low[i] | high[i]);
-    planes[kLanes] = low[i] & ~high[i];
-    planes[2 * kLanes] = high[i] & ~low[i];
+    planes[0] = listed & ~(low | high);
+    planes[kLanes] = low & ~high;
+    planes[2 * kLanes] = high & ~low;
     static_assert(kMissingGenotype == 3);
-    if ((low[i] & high[i]) != 0) {
+    if ((low & high) != 0) {
       snp_missing_[b * kLanes + i] = 1;
       block_missing_[b + i / kLanes] = 1;
     }

@@ -13,6 +13,7 @@
 #include "cpu/lane_planes.h"
 #include "cpu/row_filter.h"
 #include "device/segments.h"
+#include "lib/packed_genotypes.h"
 
 // How the filter sees the classes; see row_filter.h.
 struct RowWeights {
@@ -82,7 +83,9 @@ class SampleRows {
   void lay_out(const Segments& segments);
   void find_missing(const LanePlanes& planes);
   void fill_rows(const Problem& problem, const Segments& segments);
-  void set_bits(size_t b, size_t sample, size_t word, uint32_t packed, bool minus);
+  // Packed words of a group of SNPs.
+  static constexpr size_t kWordsOfGroup = kGroupLanes / kGenotypesPerWord;
+  void set_bits(size_t group, size_t sample, const uint32_t (&packed)[kWordsOfGroup], bool minus);
   void fill_values(const LanePlanes& planes, size_t n_snps, size_t b);
   void fill_slacks(const LanePlanes& planes, const Segments& segments);
 
