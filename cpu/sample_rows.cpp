@@ -56,76 +56,63 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 }
 
 SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments,
-                       RowWeights weights, bool with_missing)
-    : weights_(weights),
-      n_folds_(static_cast<size_t>(segments.n_folds)),
-      n_pairs_(n_folds_),
-      largest_slack_(with_missing ? kLargestSlack : 0),
-      slacks_(static_cast<size_t>(problem.n_snps)) {
+                       RowWeights weights)
+    : weights_(weights), n_folds_(static_cast<size_t>(segments.n_folds)), n_pairs_(n_folds_) {
   lay_out(segments);
   const auto snps = static_cast<size_t>(problem.n_snps);
   const size_t n_blocks = (snps + kRowLanes - 1) / kRowLanes;
   const bool bytes = weights_.form == RowValues::kBytes;
-  const bool words = weights_.form == RowValues::kWords;
-  takes_.assign(n_blocks, 1);
+  missing_.resize(snps);
   block_missing_.assign(n_blocks, 0);
-  if (bytes || words) {
+  find_missing(planes);
+  if (weights_.form == RowValues::kCounts) {
+    missing_rows_.assign(any_missing_ ? n_blocks * n_samples_ * kRowBytes : 0, 0);
+  } else {
     last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
     last_bytes_.assign(bytes ? n_blocks * n_folds_ * 2 * kRowLanes : 0, 0);
-    slack_bytes_.assign(bytes ? n_blocks * kRowLanes : 0, 0);
-    slack_words_.assign(words ? n_blocks * kRowLanes : 0, 0);
-    fill_slacks(planes, segments);
+    beyond_slack_.assign(n_blocks * kRowGroups, 0);
+    weigh_missing(planes, segments);
     for (size_t b = 0; b < n_blocks; ++b) {
       fill_values(planes, snps, b);
     }
-  } else {
-    find_missing(planes);
   }
   rows_.assign(n_blocks * n_samples_ * kSampleBytes, 0);
   fill_rows(problem, segments);
 }
 
 void SampleRows::find_missing(const LanePlanes& planes) {
-  bool any = false;
-  for (size_t snp = 0; snp < slacks_.size(); ++snp) {
+  for (size_t snp = 0; snp < missing_.size(); ++snp) {
     if (planes.snp_missing(static_cast<int>(snp))) {
       block_missing_[snp / kRowLanes] = 1;
-      any = true;
+      any_missing_ = true;
     }
-  }
-  if (any) {
-    missing_rows_.assign(block_missing_.size() * n_samples_ * kRowBytes, 0);
   }
 }
 
-void SampleRows::fill_slacks(const LanePlanes& planes, const Segments& segments) {
-  int32_t samples[2] = {0, 0};
+void SampleRows::weigh_missing(const LanePlanes& planes, const Segments& segments) {
+  const size_t minus = weights_.cases_plus ? 0 : 1;
+  int32_t samples[2] = {0, 0};  // controls, cases
+  int32_t most_tested = 0;      // of the minus class
   for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
-    samples[segment % 2] += static_cast<int32_t>(segments.samples[segment].size());
+    const auto n = static_cast<int32_t>(segments.samples[segment].size());
+    samples[segment % 2] += n;
+    most_tested = segment % 2 == minus && segment < 2 * n_folds_ ? std::max(most_tested, n) : most_tested;
   }
-  const int32_t weight_of_case = weights_.cases_plus ? weights_.plus : weights_.minus;
-  const int32_t weight_of_control = weights_.cases_plus ? weights_.minus : weights_.plus;
-  for (size_t snp = 0; snp < slacks_.size(); ++snp) {
+  // A prefix and a last SNP together lack no more than the minus samples of any fold's training set weigh.
+  most_missing_ = std::min(kLargestMissing, weights_.minus * (samples[minus] - most_tested) / 2);
+  for (size_t snp = 0; snp < missing_.size(); ++snp) {
     if (!planes.snp_missing(static_cast<int>(snp))) {
       continue;
     }
     const uint32_t* counts = planes.marginals(snp / kLanes) + snp % kLanes;
-    int32_t present[2] = {0, 0};
+    int32_t lacking[2] = {samples[0], samples[1]};
     for (size_t i = 0; i < 3 * (n_folds_ + 1); ++i) {
-      present[0] += static_cast<int32_t>(counts[i * kLanes] & 0xffffu);
-      present[1] += static_cast<int32_t>(counts[i * kLanes] >> 16);
+      lacking[0] -= static_cast<int32_t>(counts[i * kLanes] & 0xffffu);
+      lacking[1] -= static_cast<int32_t>(counts[i * kLanes] >> 16);
     }
-    const int32_t slack =
-        weight_of_control * (samples[0] - present[0]) + weight_of_case * (samples[1] - present[1]);
-    slacks_[snp] = slack;
-    if (slack > largest_slack_) {
-      takes_[snp / kRowLanes] = 0;
-    } else if (weights_.form == RowValues::kBytes) {
-      slack_bytes_[snp] = static_cast<uint8_t>(std::min(slack, 255));
-    } else {
-      const size_t lane = snp % kRowLanes;
-      slack_words_[snp - lane + lane / kGroupLanes * kGroupLanes + word_in_group(lane)] =
-          static_cast<int16_t>(slack);
+    missing_[snp] = {weights_.plus * lacking[1 - minus], weights_.minus * lacking[minus]};
+    if (missing_[snp].larger() > most_missing_) {
+      beyond_slack_[snp / kGroupLanes] |= uint64_t{1} << snp % kGroupLanes;
     }
   }
 }

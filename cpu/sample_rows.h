@@ -36,9 +36,7 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 
 class SampleRows {
  public:
-  // with_missing: whether SNPs with missing genotypes can be filtered, too; counts are of any.
-  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights,
-             bool with_missing);
+  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights);
 
   RowWeights weights() const { return weights_; }
 
@@ -59,35 +57,36 @@ class SampleRows {
   }
 
   // Whether a genotype is missing anywhere.
-  bool any_missing() const { return !missing_rows_.empty(); }
+  bool any_missing() const { return any_missing_; }
 
   const uint8_t* last_bytes(size_t b) const { return last_bytes_.data() + b * n_folds_ * 2 * kRowLanes; }
   const int16_t* last_words(size_t b) const { return last_words_.data() + b * words_of_block() * kRowLanes; }
 
-  const void* last_slacks(size_t b) const {
-    return weights_.form == RowValues::kBytes ? static_cast<const void*>(slack_bytes_.data() + b * kRowLanes)
-                                              : slack_words_.data() + b * kRowLanes;
-  }
+  // The weights of the plus and of the minus samples that lack a SNP's genotype, for slacks; see row_filter.h.
+  struct Missing {
+    int32_t plus = 0;
+    int32_t minus = 0;
+    int32_t larger() const { return plus > minus ? plus : minus; }
+  };
+  const Missing& missing(size_t snp) const { return missing_[snp]; }
+  size_t n_snps() const { return missing_.size(); }
 
-  // Of a SNP; 0 where no listed sample lacks the genotype.
-  int32_t slack(int snp) const { return slacks_[static_cast<size_t>(snp)]; }
+  // Slacks hold for SNPs and prefixes that lack no more than this.
+  int32_t most_missing() const { return most_missing_; }
 
-  // The largest slack that the filter takes, of a SNP and of a prefix.
-  int32_t largest_slack() const { return largest_slack_; }
-
-  // Whether the filter takes the SNPs of the block.
-  bool takes(size_t b) const { return takes_[b] != 0; }
+  // Of a block's SNPs those that lack more: [kRowGroups], a bit each.
+  const uint64_t* beyond_slack(size_t b) const { return beyond_slack_.data() + b * kRowGroups; }
 
  private:
   size_t words_of_block() const { return weights_.form == RowValues::kBytes ? 2 : 2 * n_folds_; }
   void lay_out(const Segments& segments);
   void find_missing(const LanePlanes& planes);
+  void weigh_missing(const LanePlanes& planes, const Segments& segments);
   void fill_rows(const Problem& problem, const Segments& segments);
   // Packed words of a group of SNPs.
   static constexpr size_t kWordsOfGroup = kGroupLanes / kGenotypesPerWord;
   void set_bits(size_t group, size_t sample, const uint32_t (&packed)[kWordsOfGroup], bool minus);
   void fill_values(const LanePlanes& planes, size_t n_snps, size_t b);
-  void fill_slacks(const LanePlanes& planes, const Segments& segments);
 
   RowWeights weights_;
   size_t n_folds_;
@@ -100,9 +99,8 @@ class SampleRows {
   std::vector<uint8_t> block_missing_;  // [blocks]
   AlignedVector<uint8_t> last_bytes_;
   AlignedVector<int16_t> last_words_;
-  AlignedVector<uint8_t> slack_bytes_;
-  AlignedVector<int16_t> slack_words_;
-  int32_t largest_slack_;
-  std::vector<int32_t> slacks_;  // [SNPs]
-  std::vector<uint8_t> takes_;   // [blocks]
+  bool any_missing_ = false;
+  int32_t most_missing_ = 0;
+  std::vector<Missing> missing_;       // [SNPs], not of counts
+  std::vector<uint64_t> beyond_slack_;  // [blocks][kRowGroups], not of counts
 };
