@@ -116,10 +116,15 @@ inline void count_piece(const RowCountInput& in, const RowPiece& piece, const Ro
 inline void count_rows(const RowCountInput& in) {
   const size_t of_pair = counted_cells(in) * kCountStride;
   for (size_t byte = 0; byte < kRowBytes; byte += kRegisterBytes) {
-    for (size_t piece = 0; piece < in.n_pieces; ++piece) {
+    for (size_t piece = 0; piece < in.pieces.n_pieces; ++piece) {
+      const RowPiece& of = in.pieces.pieces[piece];
       for (size_t i = 0; i < in.n_prefixes; ++i) {
-        count_piece(in, in.pieces[piece], in.prefixes[i], in.prefixes[i].lists + piece * in.n_lists * 2, byte,
-                    in.counts + (i * in.n_pairs + in.pieces[piece].pair) * of_pair);
+        fetch_next<kSampleBytes>(in.pieces, piece, in.rows, i, in.n_prefixes);
+        if (in.missing_rows != nullptr) {
+          fetch_next<kRowBytes>(in.pieces, piece, in.missing_rows, i, in.n_prefixes);
+        }
+        count_piece(in, of, in.prefixes[i], in.prefixes[i].lists + piece * in.n_lists * 2, byte,
+                    in.counts + (i * in.n_pairs + of.pair) * of_pair);
       }
     }
   }

@@ -116,10 +116,17 @@ struct RowPrefix {
   size_t end_group;
 };
 
-struct RowFilterInput {
-  const uint8_t* rows;  // of the block of last SNPs: kSampleBytes for each sample of all pieces
+// The pieces that a block's rows stand in.
+struct RowPieces {
   const RowPiece* pieces;
   size_t n_pieces;
+  size_t n_samples;  // of all of them, with those whose rows have no bits
+  bool far;          // a block's rows do not stay in a core's cache from one time to the next: ask for them early
+};
+
+struct RowFilterInput {
+  const uint8_t* rows;  // of the block of last SNPs: kSampleBytes for each sample of all pieces
+  RowPieces pieces;
   size_t n_pairs;
   size_t n_patterns;  // of a prefix: 3, 9 or 27
   bool list_missing;  // a list of samples without all genotypes stands behind those of the patterns
@@ -145,8 +152,7 @@ struct RowCountInput {
   const uint8_t* rows;  // of the block of last SNPs, as above
   const uint8_t*
       missing_rows;  // kRowBytes for each sample, a bit where the genotype is missing; null: nowhere
-  const RowPiece* pieces;
-  size_t n_pieces;
+  RowPieces pieces;
   size_t n_pairs;
   size_t n_lists;  // of each piece: patterns - 1, and one of samples without all genotypes
   const RowPrefix* prefixes;

@@ -172,10 +172,11 @@ void filter_form(const RowFilterInput& in) {
   auto* values = static_cast<typename Form::Value*>(in.values);
   for (size_t byte = 0; byte < kRowBytes; byte += kRegisterBytes) {
     const RowCounter counter(in, byte);
-    for (size_t piece = 0; piece < in.n_pieces; ++piece) {
+    for (size_t piece = 0; piece < in.pieces.n_pieces; ++piece) {
       for (size_t i = 0; i < in.n_prefixes; ++i) {
         const RowPrefix& prefix = in.prefixes[i];
-        (counter.*Form::kCount)(in.pieces[piece], prefix.lists + piece * Form::kLists, prefix,
+        fetch_next<kSampleBytes>(in.pieces, piece, in.rows, i, in.n_prefixes);
+        (counter.*Form::kCount)(in.pieces.pieces[piece], prefix.lists + piece * Form::kLists, prefix,
                                 values + i * kRowGroups * of_group);
       }
     }

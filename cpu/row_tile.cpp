@@ -10,6 +10,9 @@ namespace {
 constexpr size_t kScratchBytes = size_t{720} * 1024;
 constexpr size_t kMostPrefixes = 16;
 
+// Rows of more bytes than this do not stay beside the scratch.
+constexpr size_t kNearRows = size_t{512} * 1024;
+
 struct ClassCounts {
   int32_t controls = 0;
   int32_t cases = 0;
@@ -151,6 +154,11 @@ void RowTile::set_pairs(Prefix& prefix) {
   }
 }
 
+RowPieces RowTile::row_pieces() const {
+  return {rows_.pieces().data(), rows_.pieces().size(), rows_.n_samples(),
+          rows_.n_samples() * kSampleBytes > kNearRows};
+}
+
 void RowTile::make_views(size_t block, size_t first, size_t end) {
   const size_t start = block * kRowLanes;
   for (size_t i = first; i < end; ++i) {
@@ -191,8 +199,7 @@ void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* need
   const void* last_slacks = weights.form == RowValues::kBytes ? static_cast<const void*>(slack_bytes_.data())
                                                               : slack_words_.data();
   kernels_.filter(weights.form, {rows_.block(block),
-                                 rows_.pieces().data(),
-                                 rows_.pieces().size(),
+                                 row_pieces(),
                                  rows_.n_pairs(),
                                  n_patterns_,
                                  n_lists_ == n_patterns_,
@@ -219,8 +226,7 @@ void RowTile::count(size_t block, size_t first, size_t end) {
   const uint8_t* missing = rows_.missing_block(block);
   counted_cells_ = n_lists_ * (missing != nullptr ? 3 : 2);
   first_counted_ = first;
-  kernels_.count({rows_.block(block), missing, rows_.pieces().data(), rows_.pieces().size(), rows_.n_pairs(),
-                  n_lists_, views_.data() + first, end - first, pair_counts_.data()});
+  kernels_.count({rows_.block(block), missing, row_pieces(), rows_.n_pairs(), n_lists_, views_.data() + first, end - first, pair_counts_.data()});
 }
 
 LaneDeriveInput RowTile::counted(size_t prefix, size_t lane, size_t b) const {

@@ -71,6 +71,7 @@ class RowTile {
   };
 
   bool counts() const { return rows_.weights().form == RowValues::kCounts; }
+  RowPieces row_pieces() const;
   void make_views(size_t block, size_t first, size_t end);
   void set_values(Prefix& prefix);
   void set_last_slacks(size_t block, float floor);

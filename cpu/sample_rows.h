@@ -44,6 +44,7 @@ class SampleRows {
   size_t n_pairs() const { return n_pairs_; }
 
   const std::vector<RowPiece>& pieces() const { return pieces_; }
+  size_t n_samples() const { return n_samples_; }  // of all pieces, see RowPieces
 
   // The samples of piece p: controls ([2 p]), then cases ([2 p + 1]), then one whose rows have no bits. Bytes
   // are those of a plane of whole words for each segment.
