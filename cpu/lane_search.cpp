@@ -19,8 +19,8 @@ namespace {
 // Exact values of more lanes than this are computed side by side, of all of them.
 constexpr int kFewLanes = 2;
 
-// With a larger share of missing genotypes, times the square root of the samples' number, their slack lets too
-// much pass, and exact counts are faster: slack grows with the samples, and how far apart values are with
+// With a larger share of missing genotypes, times the square root of the samples' number, their slack lets
+// too much pass, and exact counts are faster: slack grows with the samples, and how far apart values are with
 // their root.
 constexpr double kMissingForValues = 1.1;
 

@@ -40,7 +40,8 @@ class RecordPath {
   };
 
   // Calls count for every listed sample that has all genotypes of the combination and whose cell the table
-  // holds, from the last of the list to the first: the order in which scores are summed. Returns the class totals.
+  // holds, from the last of the list to the first: the order in which scores are summed. Returns the class
+  // totals.
   template <typename Count>
   SetTotals visit(std::span<const int> samples, bool is_training, Count count) const;
 

@@ -16,16 +16,16 @@
 // D <= (n / b) sum max(a plus - b minus, 0). The values a plus - b minus of a cell and a pair of segments add
 // up, so the cells that are not counted follow from marginal values as counts do.
 //
-// Missing genotypes. Samples without all genotypes of a prefix have a list of their own, as patterns have, and
-// so end up in no cell. A sample without the last SNP's genotype has no bit in its rows, and ends up in the
-// cell of its pattern and genotype 0. Let n and m be plus and minus samples in training, n' and m' those that
-// have all genotypes, and of the others p1 and m1 lack one of the prefix, at most p2 and m2 that of the last
-// SNP. With TP and FP plus and minus samples taken for high-risk, and S the sum that is found,
+// Missing genotypes. Samples without all genotypes of a prefix have a list of their own, as patterns have,
+// and so end up in no cell. A sample without the last SNP's genotype has no bit in its rows, and ends up in
+// the cell of its pattern and genotype 0. Let n and m be plus and minus samples in training, n' and m' those
+// that have all genotypes, and of the others p1 and m1 lack one of the prefix, at most p2 and m2 that of the
+// last SNP. With TP and FP plus and minus samples taken for high-risk, and S the sum that is found,
 //   S >= a TP - b FP - b m2,  and  M = TP / n' - FP / m'
 // is what decides the measure. With a n >= b m follows
 //   b m M <= S + b m2 + t (a (p1 + p2) - b (m1 + m2)) + b M (m1 + m2)  for t = TP / n', M <= t <= 1,
-// whose bounds at t = M and t = 1 grow with M less slowly than b m M while a (p1 + p2) <= b m. So where M reaches
-// a floor F,
+// whose bounds at t = M and t = 1 grow with M less slowly than b m M while a (p1 + p2) <= b m. So where M
+// reaches a floor F,
 //   S + max(a p2, b m2) (1 + F) + max(a p1 - b m1, 0) + max(a p1, b m1) F >= b m F,
 // the slacks of the last SNP and of the prefix. Counts need no slack: missing genotypes have rows, too.
 //
@@ -80,8 +80,8 @@ enum class RowValues {
   kCounts,  // of cases and controls; rows of both classes hold the bits of the samples that have the genotype
 };
 constexpr int kLargestRowWord = 28671;
-// Of the weights of all samples that lack a SNP's genotype, or one of a prefix: slacks are at most twice that,
-// and with two slacks, sums still fit.
+// Of the weights of all samples that lack a SNP's genotype, or one of a prefix: slacks are at most twice
+// that, and with two slacks, sums still fit.
 constexpr int kLargestMissing = 1024;
 constexpr int kLargestRowByte = 127;
 // Of words: the weights multiply bytes.
@@ -121,7 +121,7 @@ struct RowPieces {
   const RowPiece* pieces;
   size_t n_pieces;
   size_t n_samples;  // of all of them, with those whose rows have no bits
-  bool far;          // a block's rows do not stay in a core's cache from one time to the next: ask for them early
+  bool far;  // a block's rows do not stay in a core's cache from one time to the next: ask for them early
 };
 
 struct RowFilterInput {

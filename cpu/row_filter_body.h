@@ -28,7 +28,8 @@ class RowCounter {
         store(out + kGroupLanes + t * stride, add_bytes(two, bias));
       };
       if (lists->n == 0) {
-        each_group(prefix, [&](size_t t) __attribute__((always_inline)) { put_both(t, zero(), zero()); });
+        each_group(
+            prefix, [&](size_t t) __attribute__((always_inline)) { put_both(t, zero(), zero()); });
         continue;
       }
       BitSums sums[2];

@@ -66,8 +66,9 @@ __attribute__((always_inline)) inline BitSums add_up_one(const uint8_t* rows, co
   return a;
 }
 
-// Asks for one of n shares of the rows of the piece behind `piece`, kBytes of each sample: for the second-level
-// cache, while other rows are added up. Always inline: as a function, g++ takes it for one without effect.
+// Asks for one of n shares of the rows of the piece behind `piece`, kBytes of each sample: for the
+// second-level cache, while other rows are added up. Always inline: as a function, g++ takes it for one
+// without effect.
 template <size_t kBytes>
 __attribute__((always_inline)) inline void fetch_next(const RowPieces& in, size_t piece, const uint8_t* rows,
                                                       size_t share, size_t n) {

@@ -196,24 +196,12 @@ void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* need
           static_cast<int16_t>(prefixes_[i].missing_excess + at_least(prefixes_[i].missing, floor));
     }
   }
-  const void* last_slacks = weights.form == RowValues::kBytes ? static_cast<const void*>(slack_bytes_.data())
-                                                              : slack_words_.data();
-  kernels_.filter(weights.form, {rows_.block(block),
-                                 row_pieces(),
-                                 rows_.n_pairs(),
-                                 n_patterns_,
-                                 n_lists_ == n_patterns_,
-                                 weights.plus,
-                                 weights.minus,
-                                 views_.data() + first,
-                                 end - first,
-                                 rows_.last_bytes(block),
-                                 rows_.last_words(block),
-                                 last_slacks,
-                                 needs,
-                                 n_folds_,
-                                 values_.data(),
-                                 passing_.data() + first * kRowGroups});
+  const void* last_slacks =
+      weights.form == RowValues::kBytes ? static_cast<const void*>(slack_bytes_.data()) : slack_words_.data();
+  kernels_.filter(weights.form, {rows_.block(block), row_pieces(), rows_.n_pairs(), n_patterns_,
+                                 n_lists_ == n_patterns_, weights.plus, weights.minus, views_.data() + first,
+                                 end - first, rows_.last_bytes(block), rows_.last_words(block), last_slacks,
+                                 needs, n_folds_, values_.data(), passing_.data() + first * kRowGroups});
   if (rows_.any_missing()) {
     for (size_t i = first * kRowGroups; i < end * kRowGroups; ++i) {
       passing_[i] |= rows_.beyond_slack(block)[i % kRowGroups];
@@ -226,7 +214,8 @@ void RowTile::count(size_t block, size_t first, size_t end) {
   const uint8_t* missing = rows_.missing_block(block);
   counted_cells_ = n_lists_ * (missing != nullptr ? 3 : 2);
   first_counted_ = first;
-  kernels_.count({rows_.block(block), missing, row_pieces(), rows_.n_pairs(), n_lists_, views_.data() + first, end - first, pair_counts_.data()});
+  kernels_.count({rows_.block(block), missing, row_pieces(), rows_.n_pairs(), n_lists_, views_.data() + first,
+                  end - first, pair_counts_.data()});
 }
 
 LaneDeriveInput RowTile::counted(size_t prefix, size_t lane, size_t b) const {

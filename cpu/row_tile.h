@@ -50,8 +50,8 @@ class RowTile {
     std::vector<RowList> lists;
     std::vector<int16_t> values;
     std::vector<uint32_t> pairs;  // of counts: see LaneDeriveInput::list_pairs
-    int32_t missing_excess = 0;  // a p1 - b m1 of row_filter.h, at most, and at least 0
-    int32_t missing = 0;         // the larger of a p1 and b m1
+    int32_t missing_excess = 0;   // a p1 - b m1 of row_filter.h, at most, and at least 0
+    int32_t missing = 0;          // the larger of a p1 and b m1
     size_t first_snp = 0;
     size_t end_snp = 0;
   };

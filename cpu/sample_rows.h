@@ -63,7 +63,8 @@ class SampleRows {
   const uint8_t* last_bytes(size_t b) const { return last_bytes_.data() + b * n_folds_ * 2 * kRowLanes; }
   const int16_t* last_words(size_t b) const { return last_words_.data() + b * words_of_block() * kRowLanes; }
 
-  // The weights of the plus and of the minus samples that lack a SNP's genotype, for slacks; see row_filter.h.
+  // The weights of the plus and of the minus samples that lack a SNP's genotype, for slacks; see
+  // row_filter.h.
   struct Missing {
     int32_t plus = 0;
     int32_t minus = 0;
@@ -102,6 +103,6 @@ class SampleRows {
   AlignedVector<int16_t> last_words_;
   bool any_missing_ = false;
   int32_t most_missing_ = 0;
-  std::vector<Missing> missing_;       // [SNPs], not of counts
+  std::vector<Missing> missing_;        // [SNPs], not of counts
   std::vector<uint64_t> beyond_slack_;  // [blocks][kRowGroups], not of counts
 };
