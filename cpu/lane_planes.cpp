@@ -3,6 +3,7 @@
 
 #include <algorithm>
 
+#include "cpu/shares.h"
 #include "lib/bits.h"
 #include "lib/packed_genotypes.h"
 #include "util/stop_signal.h"
@@ -15,7 +16,7 @@ constexpr size_t kBlocksPerSquare = 2;
 static_assert(kBlocksPerSquare * kLanes * 2 == 64, "a row of a square is two bits of each SNP");
 }  // namespace
 
-LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
+LanePlanes::LanePlanes(const Problem& problem, const Segments& segments, size_t threads)
     : words_(static_cast<size_t>(segments.words())),
       n_pairs_(segments.samples.size() / 2),
       snp_missing_(static_cast<size_t>(problem.n_snps), 0) {
@@ -28,32 +29,44 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments)
   if (problem.transposed) {
     return;
   }
+  const size_t n_squares = (n_blocks + kBlocksPerSquare - 1) / kBlocksPerSquare;
+  fill_in_shares(n_squares, threads, [&](size_t first, size_t end) {
+    fill_blocks(problem, segments, first * kBlocksPerSquare, std::min(end * kBlocksPerSquare, n_blocks));
+  });
+}
+
+// Planes and marginals of blocks first .. end - 1, first being even.
+void LanePlanes::fill_blocks(const Problem& problem, const Segments& segments, size_t first, size_t end) {
   for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
     const std::vector<int>& samples = segments.samples[segment];
-    for (size_t first = 0; first < samples.size() && stop_signal() == 0; first += kSamplesPerPlaneWord) {
-      const size_t w = static_cast<size_t>(segments.first_word[segment]) + first / kSamplesPerPlaneWord;
-      const size_t n = std::min<size_t>(kSamplesPerPlaneWord, samples.size() - first);
-      for (size_t b = 0; b < n_blocks; b += kBlocksPerSquare) {
-        fill_planes(problem, samples.data() + first, n, b, w);
+    for (size_t i = 0; i < samples.size() && stop_signal() == 0; i += kSamplesPerPlaneWord) {
+      const size_t w = static_cast<size_t>(segments.first_word[segment]) + i / kSamplesPerPlaneWord;
+      const size_t n = std::min<size_t>(kSamplesPerPlaneWord, samples.size() - i);
+      for (size_t b = first; b < end; b += kBlocksPerSquare) {
+        fill_planes(problem, samples.data() + i, n, b, w);
       }
     }
   }
-  for (size_t b = 0; b < n_blocks; ++b) {
-    for (size_t genotype = 0; genotype < 3; ++genotype) {
-      for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
-        uint32_t* out = marginals_.data() + ((b * 3 + genotype) * n_pairs_ + segment / 2) * kLanes;
-        for (auto w = static_cast<size_t>(segments.first_word[segment]);
-             w < static_cast<size_t>(segments.first_word[segment + 1]); ++w) {
-          for (size_t lane = 0; lane < kLanes; ++lane) {
-            out[lane] += ones_of(block(b)[(w * 3 + genotype) * kLanes + lane]) << (16 * (segment % 2));
-          }
+  for (size_t b = first; b < end; ++b) {
+    count_marginals(segments, b);
+  }
+}
+
+void LanePlanes::count_marginals(const Segments& segments, size_t b) {
+  for (size_t genotype = 0; genotype < 3; ++genotype) {
+    for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
+      uint32_t* out = marginals_.data() + ((b * 3 + genotype) * n_pairs_ + segment / 2) * kLanes;
+      for (auto w = static_cast<size_t>(segments.first_word[segment]);
+           w < static_cast<size_t>(segments.first_word[segment + 1]); ++w) {
+        for (size_t lane = 0; lane < kLanes; ++lane) {
+          out[lane] += ones_of(block(b)[(w * 3 + genotype) * kLanes + lane]) << (16 * (segment % 2));
         }
       }
-      uint32_t* total = totals_.data() + (b * 3 + genotype) * kLanes;
-      for (size_t pair = 0; pair < n_pairs_; ++pair) {
-        for (size_t lane = 0; lane < kLanes; ++lane) {
-          total[lane] += marginals(b)[(genotype * n_pairs_ + pair) * kLanes + lane];
-        }
+    }
+    uint32_t* total = totals_.data() + (b * 3 + genotype) * kLanes;
+    for (size_t pair = 0; pair < n_pairs_; ++pair) {
+      for (size_t lane = 0; lane < kLanes; ++lane) {
+        total[lane] += marginals(b)[(genotype * n_pairs_ + pair) * kLanes + lane];
       }
     }
   }

@@ -439,12 +439,13 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
 }
 
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
-                                                   const Segments& segments, const LanePlanes& planes) {
+                                                   const Segments& segments, const LanePlanes& planes,
+                                                   size_t threads) {
   if (problem.transposed || setup.rules.order < 2 || setup.rules.order > RowTile::kMaxOrder) {
     return nullptr;
   }
   const auto make = [&](RowWeights weights) {
-    return std::make_unique<const SampleRows>(problem, planes, segments, weights);
+    return std::make_unique<const SampleRows>(problem, planes, segments, weights, threads);
   };
   if (has_bound(setup.rules.measure, setup.rules.tie) &&
       missing_share(problem, planes, segments) <= largest_missing_share(setup, problem)) {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cpu/shares.h"
 #include "lib/bits.h"
 #include "lib/packed_genotypes.h"
 
@@ -56,7 +57,7 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 }
 
 SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments,
-                       RowWeights weights)
+                       RowWeights weights, size_t threads)
     : weights_(weights), n_folds_(static_cast<size_t>(segments.n_folds)), n_pairs_(n_folds_) {
   lay_out(segments);
   const auto snps = static_cast<size_t>(problem.n_snps);
@@ -77,7 +78,8 @@ SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const S
     }
   }
   rows_.assign(n_blocks * n_samples_ * kSampleBytes, 0);
-  fill_rows(problem, segments);
+  fill_in_shares(n_blocks, threads,
+                 [&](size_t first, size_t end) { fill_rows(problem, segments, first, end); });
 }
 
 void SampleRows::find_missing(const LanePlanes& planes) {
@@ -178,8 +180,9 @@ void SampleRows::lay_out(const Segments& segments) {
   }
 }
 
-void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
-  const size_t words = (static_cast<size_t>(problem.n_snps) + kGenotypesPerWord - 1) / kGenotypesPerWord;
+void SampleRows::fill_rows(const Problem& problem, const Segments& segments, size_t first_block, size_t end) {
+  constexpr size_t kWordsOfBlock = kRowLanes / kGenotypesPerWord;
+  const size_t words = std::min(end * kWordsOfBlock, static_cast<size_t>(packed_words(problem.n_snps)));
   for (size_t p = 0; p < parts_.size(); ++p) {
     const RowPart& part = parts_[p];
     const size_t segment = 2 * size_t{pieces_[p / 2].pair} + p % 2;
@@ -189,7 +192,7 @@ void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
     for (size_t i = 0; i < part.n; ++i) {
       const uint32_t* packed = problem.row(static_cast<size_t>(segments.samples[segment][first + i]));
       const size_t sample = pieces_[p / 2].first_sample + part.first_place + i;
-      for (size_t w = 0; w < words; w += kWordsOfGroup) {
+      for (size_t w = first_block * kWordsOfBlock; w < words; w += kWordsOfGroup) {
         uint32_t group[kWordsOfGroup] = {};
         std::copy_n(packed + w, std::min(kWordsOfGroup, words - w), group);
         set_bits(w / kWordsOfGroup, sample, group, minus);

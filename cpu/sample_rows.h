@@ -36,7 +36,9 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 
 class SampleRows {
  public:
-  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights);
+  // threads: that share the work.
+  SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights,
+             size_t threads = 1);
 
   RowWeights weights() const { return weights_; }
 
@@ -84,7 +86,8 @@ class SampleRows {
   void lay_out(const Segments& segments);
   void find_missing(const LanePlanes& planes);
   void weigh_missing(const LanePlanes& planes, const Segments& segments);
-  void fill_rows(const Problem& problem, const Segments& segments);
+  // Of blocks first .. end - 1.
+  void fill_rows(const Problem& problem, const Segments& segments, size_t first, size_t end);
   // Packed words of a group of SNPs.
   static constexpr size_t kWordsOfGroup = kGroupLanes / kGenotypesPerWord;
   void set_bits(size_t group, size_t sample, const uint32_t (&packed)[kWordsOfGroup], bool minus);

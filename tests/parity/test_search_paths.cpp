@@ -29,8 +29,11 @@ struct Lanes {
   std::unique_ptr<const SampleRows> rows;
   std::unique_ptr<RangeSearch> search;
 
-  Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set)
-      : planes(scene.problem, segments), rows(make_sample_rows(scene.problem, setup, segments, planes)) {
+  // threads: that make planes and rows.
+  Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set,
+        size_t threads)
+      : planes(scene.problem, segments, threads),
+        rows(make_sample_rows(scene.problem, setup, segments, planes, threads)) {
     search = make_lane_search(scene.problem, setup, segments, planes, rows.get(), set);
   }
 };
@@ -64,7 +67,7 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
   }
   std::optional<Lanes> lanes;
   if (path == Path::kLanes) {
-    lanes.emplace(scene, setup, segments, set);
+    lanes.emplace(scene, setup, segments, set, 1);
   }
   const std::unique_ptr<RangeSearch> search =
       path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
@@ -163,7 +166,7 @@ std::optional<RowValues> expect_same_lists(const Scene& scene, const WorkerSetup
   std::optional<RowValues> form;
   for (const InstructionSet set : sets_here()) {
     std::vector<CandidateList> bounded(setup.folds.size(), CandidateList(list_size));
-    const Lanes lanes(scene, setup, segments, set);
+    const Lanes lanes(scene, setup, segments, set, 1 + random() % 3);
     const uint64_t middle = random() % total;
     lanes.search->run(0, middle, bounded);
     lanes.search->run(middle, total - middle, bounded);
