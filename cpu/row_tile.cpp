@@ -13,6 +13,16 @@ constexpr size_t kMostPrefixes = 16;
 // Rows of more bytes than this do not stay beside the scratch.
 constexpr size_t kNearRows = size_t{512} * 1024;
 
+size_t most_frequent_genotype(const LanePlanes& planes, int snp) {
+  const auto lane = static_cast<size_t>(snp) % kLanes;
+  const uint32_t* totals = planes.totals(static_cast<size_t>(snp) / kLanes);
+  const auto samples = [&](size_t g) {
+    return (totals[g * kLanes + lane] & 0xffffu) + (totals[g * kLanes + lane] >> 16);
+  };
+  const size_t more = samples(1) > samples(0) ? 1 : 0;
+  return samples(2) > samples(more) ? 2 : more;
+}
+
 struct ClassCounts {
   int32_t controls = 0;
   int32_t cases = 0;
@@ -70,9 +80,12 @@ void RowTile::add(const int* comb, size_t first, size_t end) {
     SnpPlanes& of = snp_planes_[j];
     if (of.snp != comb[j]) {
       of.snp = comb[j];
+      // What pattern 0 has follows from the others: sums, which do not ask which pattern is which, leave out
+      // the genotype that most samples have.
+      const size_t first_genotype = counts() ? 0 : most_frequent_genotype(planes_, of.snp);
       for (size_t g = 0; g < 3; ++g) {
         for (size_t w = 0; w < planes_.words(); ++w) {
-          of.words[g * planes_.words() + w] = planes_.word(of.snp, g, w);
+          of.words[g * planes_.words() + w] = planes_.word(of.snp, (first_genotype + g) % 3, w);
         }
       }
     }
