@@ -2,7 +2,7 @@
 """The measurements of compare.sh: CPU seconds (user and system) of whole processes, pinned to one core, in turn, the
 median of 7. A ratio is that of two medians of one run of this script.
 
-    bench/compare.py BUILD_FOLDER [search|scores|regression|scaling|growth ...]
+    bench/compare.py BUILD_FOLDER [search|scores|regression|scaling|growth|memory ...]
 """
 import os
 import statistics
@@ -49,8 +49,8 @@ def medians(commands, cores=(0,)):
     return [statistics.median(t) for t in times]
 
 
-def tavo(data, *options, workers=1):
-    return [TAVO, "--in", data + ".tavo", "--out", "result.csv", "--thread", "256", "--block", "64", "--gpu",
+def tavo(data, *options, workers=1, out="result.csv"):
+    return [TAVO, "--in", data + ".tavo", "--out", out, "--thread", "256", "--block", "64", "--gpu",
             str(workers), "--device", "cpu"] + list(options)
 
 
@@ -127,15 +127,59 @@ def compare_scores():
           [("%.2f" % (pairs(1000) / ten / 1e6), "%.2f" % (pairs(1000) / one / 1e6), "1/%.1f" % (10 * one / ten))])
 
 
+def run_together(commands):
+    """Wall seconds until all commands have ended, command i on core i."""
+    started = time.monotonic()
+    children = [subprocess.Popen(words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                                 preexec_fn=lambda core=core: os.sched_setaffinity(0, {core}))
+                for core, words in enumerate(commands)]
+    statuses = [child.wait() for child in children]
+    wall = time.monotonic() - started
+    if any(statuses):
+        raise RuntimeError("statuses %s: %s" % (statuses, " ".join(commands[0])))
+    return wall
+
+
 def compare_scaling():
     data = make_data("a", 2000, 20000)
-    times = {1: [], 2: []}
+
+    def command(workers, out):
+        return tavo(data, "--order", "2", "--measure", "ba", workers=workers, out=out)
+
+    times = {"one": [], "two": [], "copies": []}
     for _ in range(ROUNDS):
-        for workers in times:
-            times[workers].append(run(tavo(data, "--order", "2", "--measure", "ba", workers=workers), {0, 1})[1])
-    one, two = (statistics.median(times[w]) for w in (1, 2))
-    table("Two workers, 2,000 samples, 20,000 SNPs", ("wall seconds of one", "of two", "ratio"),
-          [("%.2f" % one, "%.2f" % two, "%.2f" % (one / two))])
+        times["one"].append(run(command(1, "one.csv"), {0})[1])
+        times["two"].append(run(command(2, "two.csv"), {0, 1})[1])
+        times["copies"].append(run_together([command(1, "one.csv"), command(1, "other.csv")]))
+    one, two, copies = (statistics.median(times[what]) for what in ("one", "two", "copies"))
+    # What two cores give at most: two runs at once that share nothing but the machine.
+    table("Two workers, 2,000 samples, 20,000 SNPs",
+          ("wall seconds of one", "of two", "ratio", "of two runs of one worker at once", "ratio that this leaves"),
+          [("%.2f" % one, "%.2f" % two, "%.2f" % (one / two), "%.2f" % copies, "%.2f" % (2 * one / copies))])
+
+
+def peak_memory(words):
+    """Largest resident set of a process in MiB."""
+    child = subprocess.Popen(words, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    _, status, usage = os.wait4(child.pid, 0)
+    child.returncode = os.waitstatus_to_exitcode(status)
+    if child.returncode != 0:
+        raise RuntimeError("status %d: %s" % (child.returncode, " ".join(words)))
+    return usage.ru_maxrss / 1024
+
+
+def compare_memory():
+    rows = []
+    for samples, snps, order, measure, missing in ((2000, 20000, "2", "ba", 0), (2000, 20000, "2", "gamma", 0),
+                                                   (2000, 20000, "2", "gamma", 10), (10000, 5000, "2", "ba", 10),
+                                                   (2000, 500, "3", "ba", 0)):
+        data = make_data("h", samples, snps, missing=missing, seed=10)
+        file = os.path.getsize(data + ".tavo") / 2**20
+        peak = peak_memory(search(data, order, measure))
+        rows.append(("%d" % samples, "%d" % snps, order, measure, "%.0f%%" % (missing / 10), "%.1f" % file, "%.1f" % peak,
+                     "%.1f" % ((peak - 200) / file) if peak > 200 else "below 200 MiB"))
+    table("Memory of a search, one worker", ("samples", "SNPs", "order", "measure", "missing", "file, MiB", "peak, MiB",
+                                 "beyond 200 MiB, of the file"), rows)
 
 
 def compare_growth():
@@ -158,7 +202,7 @@ def processor():
 
 def main():
     kinds = {"search": compare_search, "scores": compare_scores, "regression": compare_regression, "scaling": compare_scaling,
-             "growth": compare_growth}
+             "growth": compare_growth, "memory": compare_memory}
     wanted = sys.argv[2:] or list(kinds)
     with tempfile.TemporaryDirectory() as work:
         os.chdir(work)

@@ -27,6 +27,11 @@ inline Register load(const void* from) {
 inline void store(void* to, Register r) {
   _mm512_storeu_si512(to, r);
 }
+// The same in a register for good: the compiler would load it again for each operation that takes it.
+inline Register held(Register r) {
+  asm("" : "+v"(r));
+  return r;
+}
 inline Register zero() {
   return _mm512_setzero_si512();
 }
@@ -131,6 +136,10 @@ inline Register load(const void* from) {
 inline void store(void* to, Register r) {
   _mm256_storeu_si256(static_cast<__m256i*>(to), r);
 }
+inline Register held(Register r) {
+  asm("" : "+x"(r));
+  return r;
+}
 inline Register zero() {
   return _mm256_setzero_si256();
 }
@@ -229,6 +238,9 @@ inline Register load(const void* from) {
 }
 inline void store(void* to, Register r) {
   memcpy(to, &r, sizeof(r));
+}
+inline Register held(Register r) {
+  return r;
 }
 inline Register zero() {
   return Register{};

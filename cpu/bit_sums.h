@@ -19,16 +19,23 @@ struct BitSums {
   }
 
   // Carries of the planes above that four or eight rows leave.
-  Register add_four(Register a, Register b, Register c, Register d) {
+  __attribute__((always_inline)) Register add_four(Register a, Register b, Register c, Register d) {
     const Register first = add_bits(plane[0], a, b);
     const Register second = add_bits(plane[0], c, d);
     return add_bits(plane[1], first, second);
   }
   template <class Rows>
-  Register add_eight(const Rows& row, size_t from) {
+  __attribute__((always_inline)) Register add_eight(const Rows& row, size_t from) {
     const Register first = add_four(row(from), row(from + 1), row(from + 2), row(from + 3));
     const Register second = add_four(row(from + 4), row(from + 5), row(from + 6), row(from + 7));
     return add_bits(plane[2], first, second);
+  }
+
+  // Four carries into plane 3; the carry into plane 5.
+  __attribute__((always_inline)) Register add_carries(const Register (&carry)[4]) {
+    const Register first = add_bits(plane[3], carry[0], carry[1]);
+    const Register second = add_bits(plane[3], carry[2], carry[3]);
+    return add_bits(plane[4], first, second);
   }
 
   // Adds carries into plane First.
@@ -43,12 +50,25 @@ struct BitSums {
   }
 
   template <class Rows>
-  void add_sixteen(const Rows& row) {
+  __attribute__((always_inline)) void add_sixteen(const Rows& row) {
     const Register first = add_eight(row, 0);
     const Register second = add_eight(row, 8);
     carry_into<4>(add_bits(plane[3], first, second));
   }
 };
+
+// Sums below this take half of the planes.
+constexpr size_t kSmallSums = 16;
+
+// Two small sums in one: low as the lower four bits of each number, high as the upper four.
+inline BitSums side_by_side(const BitSums& low, const BitSums& high) {
+  BitSums both_sums;
+  for (size_t k = 0; k < 4; ++k) {
+    both_sums.plane[k] = low.plane[k];
+    both_sums.plane[4 + k] = high.plane[k];
+  }
+  return both_sums;
+}
 
 // From planes to bytes, the first half of the way: the planes' bytes interleaved, four planes to 32 bits.
 class InterleavedPlanes {

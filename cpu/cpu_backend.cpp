@@ -6,6 +6,7 @@
 
 #include "cpu/bit_planes.h"
 #include "cpu/cores.h"
+#include "cpu/genotype_columns.h"
 #include "cpu/item_fits.h"
 #include "cpu/range_search.h"
 #include "cpu/record_path.h"
@@ -13,15 +14,16 @@
 #include "util/stop_signal.h"
 
 struct SearchData {
-  SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set_)
+  // threads: that share the work of making it.
+  SearchData(const Problem& problem, const WorkerSetupCommand& setup, InstructionSet set_, size_t threads)
       : set(set_), segments(problem, setup.folds) {
     if (problem.scores != nullptr && score_planes_fit(setup.rules)) {
       score_planes.emplace(problem, setup, segments);
     } else if (problem.scores != nullptr) {
       scores.emplace(problem, setup, segments);
     } else if (lane_search_fits(setup.rules, segments)) {
-      lane_planes.emplace(problem, segments);
-      sample_rows = make_sample_rows(problem, setup, segments, *lane_planes);
+      lane_planes.emplace(problem, segments, threads);
+      sample_rows = make_sample_rows(problem, setup, segments, *lane_planes, threads);
     } else if (setup.rules.order <= kMaxPlaneOrder) {
       planes.emplace(problem, segments);
     }
@@ -57,12 +59,16 @@ constexpr size_t kFitsAtATime = 32;
 
 class CpuDevice : public Device {
  public:
-  explicit CpuDevice(CpuBackend& backend) : backend_(backend) {}
+  explicit CpuDevice(CpuBackend& backend) : backend_(backend) { backend_.count_open(1); }
+  ~CpuDevice() override { backend_.count_open(-1); }
+  CpuDevice(const CpuDevice&) = delete;
+  CpuDevice& operator=(const CpuDevice&) = delete;
 
   Status bind() override { return {}; }
 
   Status send_genotypes(const Problem& problem) override {
     problem_ = &problem;
+    columns_ = std::make_shared<GenotypeColumns>(problem);
     return {};
   }
 
@@ -75,7 +81,7 @@ class CpuDevice : public Device {
     const Problem& problem = command.problem != nullptr ? *command.problem : *problem_;
     if (command.kind == LoopKind::kRecords) {
       for (const FoldView& fold : command.folds) {
-        record_paths_.emplace_back(problem, command.rules, fold);
+        record_paths_.emplace_back(problem, command.rules, fold, columns_);
       }
       return {};
     }
@@ -135,6 +141,7 @@ class CpuDevice : public Device {
   int order_ = 0;
   size_t n_folds_ = 0;
   size_t list_size_ = 0;
+  std::shared_ptr<GenotypeColumns> columns_;
   std::vector<RecordPath> record_paths_;  // [fold]
   std::shared_ptr<const SearchData> search_data_;
   std::unique_ptr<RangeSearch> search_;
@@ -162,12 +169,17 @@ std::unique_ptr<Device> CpuBackend::open(int) {
   return std::make_unique<CpuDevice>(*this);
 }
 
+void CpuBackend::count_open(int more) {
+  const std::lock_guard lock(lock_);
+  n_open_ = static_cast<size_t>(static_cast<int>(n_open_) + more);
+}
+
 std::shared_ptr<const SearchData> CpuBackend::search_data(const Problem& problem,
                                                           const WorkerSetupCommand& setup) {
   const std::lock_guard lock(lock_);
   std::shared_ptr<const SearchData> data = search_data_.lock();
   if (data == nullptr) {
-    data = std::make_shared<const SearchData>(problem, setup, instruction_set_);
+    data = std::make_shared<const SearchData>(problem, setup, instruction_set_, std::max<size_t>(1, n_open_));
     search_data_ = data;
   }
   return data;

@@ -23,8 +23,11 @@ class CpuBackend : public Backend {
   DeviceProperties properties(int ordinal) const override;
   std::unique_ptr<Device> open(int ordinal) override;
 
-  // The read-only data of the current search, built by the first worker that asks and shared by all. It lives
-  // until the last worker has released it.
+  // Devices that have been opened, less those that are gone.
+  void count_open(int more);
+
+  // The read-only data of the current search, built when the first worker asks, by as many threads as there
+  // are devices (the others wait for it), and shared by all. It lives until the last worker has released it.
   std::shared_ptr<const SearchData> search_data(const Problem& problem, const WorkerSetupCommand& setup);
 
   InstructionSet instruction_set() const { return instruction_set_; }
@@ -33,5 +36,6 @@ class CpuBackend : public Backend {
   InstructionSet instruction_set_ = InstructionSet::kScalar;
   Status ready_;
   std::mutex lock_;
+  size_t n_open_ = 0;
   std::weak_ptr<const SearchData> search_data_;
 };

@@ -12,7 +12,8 @@
 
 class LanePlanes {
  public:
-  LanePlanes(const Problem& problem, const Segments& segments);
+  // threads: that share the work.
+  LanePlanes(const Problem& problem, const Segments& segments, size_t threads = 1);
 
   size_t words() const { return words_; }
 
@@ -36,6 +37,8 @@ class LanePlanes {
   bool block_missing(size_t b) const { return block_missing_[b] != 0; }
 
  private:
+  void fill_blocks(const Problem& problem, const Segments& segments, size_t first, size_t end);
+  void count_marginals(const Segments& segments, size_t b);
   void fill_planes(const Problem& problem, const int* samples, size_t n, size_t b, size_t w);
 
   size_t words_;

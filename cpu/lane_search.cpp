@@ -19,8 +19,10 @@ namespace {
 // Exact values of more lanes than this are computed side by side, of all of them.
 constexpr int kFewLanes = 2;
 
-// With more missing genotypes than this their slack lets too much pass: exact counts are faster.
-constexpr double kMissingForValues = 0.001;
+// With a larger share of missing genotypes, times the square root of the samples' number, their slack lets
+// too much pass, and exact counts are faster: slack grows with the samples, and how far apart values are with
+// their root.
+constexpr double kMissingForValues = 1.1;
 
 // Measures that depend on TP / P - FP / Q alone, P and Q being the samples that have all genotypes.
 bool shares_decide(const ScoringRules& rules) {
@@ -42,6 +44,11 @@ double missing_share(const Problem& problem, const LanePlanes& planes, const Seg
     }
   }
   return 1.0 - static_cast<double>(present) / (static_cast<double>(samples) * static_cast<double>(n_snps));
+}
+
+// The largest share that the row filter takes.
+double largest_missing_share(const WorkerSetupCommand& setup, const Problem& problem) {
+  return shares_decide(setup.rules) ? kMissingForValues / std::sqrt(problem.n_samples) : 0.0;
 }
 
 // Samples of both classes, in all segments and in the training set of each fold.
@@ -129,7 +136,7 @@ class LaneSearch : public RangeSearch {
     limit.bend = static_cast<float>(1.0 / (p * (1.0 - p)));
   }
 
-  // What the row filter's sum S must reach, slack included: D <= (n / b) S with the n
+  // What the row filter's sum S must reach, with the slacks of missing genotypes: D <= (n / b) S with the n
   // training samples of the plus class (1 in place of n for accuracy).
   void set_need(size_t f) {
     const LaneLimit& limit = limits_[f];
@@ -142,12 +149,14 @@ class LaneSearch : public RangeSearch {
     const double need = std::floor(d * rows_->weights().minus / n_plus);
     needs_[f] = static_cast<int16_t>(std::clamp(need, -32768.0, double{kLargestRowWord}));
     filters_ = filters_ && needs_[f] > 0;
+    largest_floor_ = std::max(largest_floor_, limit.pq);
   }
 
   bool counts_rows() const { return rows_ != nullptr && rows_->weights().form == RowValues::kCounts; }
 
   void set_limits(const std::vector<CandidateList>& lists) {
     filters_ = rows_ != nullptr;
+    largest_floor_ = 0.0f;
     bounded_ = has_difference_ || has_table_;
     for (size_t f = 0; f < limits_.size(); ++f) {
       LaneLimit& limit = limits_[f];
@@ -219,8 +228,8 @@ class LaneSearch : public RangeSearch {
         }
         if (counts_rows()) {
           tile_->count(b, start, i);
-        } else if (rows_->takes(b)) {
-          tile_->filter(b, start, i, needs_.data());
+        } else {
+          tile_->filter(b, start, i, needs_.data(), largest_floor_);
         }
         for (size_t r = start; r < i; ++r) {
           search_row_block(b, r, lists);
@@ -236,7 +245,7 @@ class LaneSearch : public RangeSearch {
   // Run r of the tile with 512 last SNPs, 16 at a time.
   void search_row_block(size_t b, size_t r, std::vector<CandidateList>& lists) {
     const RunOfCombinations& run = runs_[r];
-    const uint64_t* passing = !counts_rows() && rows_->takes(b) ? tile_->passing(r) : nullptr;
+    const uint64_t* passing = !counts_rows() ? tile_->passing(r) : nullptr;
     bool joined = false;
     if (counts_rows()) {
       complete_prefix_ = complete_prefix(run);
@@ -409,6 +418,7 @@ class LaneSearch : public RangeSearch {
   std::vector<float> lane_values_;      // [folds][kLanes]
   bool filters_ = false;                // every fold's floor is high enough for it
   std::vector<int16_t> needs_;          // [folds]
+  float largest_floor_ = 0.0f;          // of a fold, as the difference of shares that it is
   std::optional<RowTile> tile_;
   std::vector<RunOfCombinations> runs_;  // of the tile's prefixes
 };
@@ -429,23 +439,24 @@ bool lane_search_fits(const ScoringRules& rules, const Segments& segments) {
 }
 
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
-                                                   const Segments& segments, const LanePlanes& planes) {
+                                                   const Segments& segments, const LanePlanes& planes,
+                                                   size_t threads) {
   if (problem.transposed || setup.rules.order < 2 || setup.rules.order > RowTile::kMaxOrder) {
     return nullptr;
   }
-  const auto make = [&](RowWeights weights, bool with_missing) {
-    return std::make_unique<const SampleRows>(problem, planes, segments, weights, with_missing);
+  const auto make = [&](RowWeights weights) {
+    return std::make_unique<const SampleRows>(problem, planes, segments, weights, threads);
   };
   if (has_bound(setup.rules.measure, setup.rules.tie) &&
-      missing_share(problem, planes, segments) <= (shares_decide(setup.rules) ? kMissingForValues : 0.0)) {
+      missing_share(problem, planes, segments) <= largest_missing_share(setup, problem)) {
     const ClassSizes sizes(segments, setup.folds.size());
     const std::optional<RowWeights> weights = row_weights(sizes.training_cases, sizes.training_controls,
                                                           segments, setup.rules.measure == kAccuracy);
     if (weights) {
-      return make(*weights, shares_decide(setup.rules));
+      return make(*weights);
     }
   }
-  return make({RowValues::kCounts, true, 1, 1}, true);
+  return make({RowValues::kCounts, true, 1, 1});
 }
 
 std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const WorkerSetupCommand& setup,

@@ -39,11 +39,12 @@ std::unique_ptr<RangeSearch> make_lane_search(const Problem& problem, const Work
                                               const Segments& segments, const LanePlanes& planes,
                                               const SampleRows* rows, InstructionSet instruction_set);
 
-// The rows of the first bound, where it applies (measures that have one, classes of sizes that suit it, next
-// to no missing genotypes), or of counts; null for other orders than they are made for, and transposed
-// problems.
+// The rows of the first bound, where it applies (measures that have one, classes of sizes that suit it, few
+// missing genotypes), or of counts; null for other orders than they are made for, and transposed problems.
+// threads: that share the work.
 std::unique_ptr<const SampleRows> make_sample_rows(const Problem& problem, const WorkerSetupCommand& setup,
-                                                   const Segments& segments, const LanePlanes& planes);
+                                                   const Segments& segments, const LanePlanes& planes,
+                                                   size_t threads = 1);
 
 // Sample by sample: the occupied cells of a combination by sorting the samples' cell numbers.
 std::unique_ptr<RangeSearch> make_cell_search(const Problem& problem, const WorkerSetupCommand& setup,

@@ -2,6 +2,7 @@
 #include "cpu/record_path.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "lib/packed_genotypes.h"
 
@@ -11,12 +12,15 @@ namespace {
 constexpr int64_t kDenseCells = 4096;
 }  // namespace
 
-RecordPath::RecordPath(const Problem& problem, const ScoringRules& rules, const FoldView& fold)
+RecordPath::RecordPath(const Problem& problem, const ScoringRules& rules, const FoldView& fold,
+                       std::shared_ptr<GenotypeColumns> columns)
     : problem_(problem),
       rules_(rules),
       fold_(fold),
       cells_(rules.cells()),
-      counted_cells_(rules.counted_cells()) {
+      counted_cells_(rules.counted_cells()),
+      columns_(columns != nullptr ? std::move(columns) : std::make_shared<GenotypeColumns>(problem)),
+      genotypes_(static_cast<size_t>(rules.order)) {
   int64_t weight = 1;
   for (int j = 0; j < rules_.order; ++j) {
     weights_.push_back(weight);
@@ -25,21 +29,19 @@ RecordPath::RecordPath(const Problem& problem, const ScoringRules& rules, const 
 }
 
 template <typename Count>
-SetTotals RecordPath::visit(std::span<const int> samples, bool is_training, const int* comb,
-                            Count count) const {
+SetTotals RecordPath::visit(std::span<const int> samples, bool is_training, Count count) const {
   SetTotals totals{};
   if (problem_.transposed) {
     return totals;
   }
   for (size_t i = samples.size(); i-- > 0;) {
     const int sample = samples[i];
-    const uint32_t* row = problem_.row(static_cast<size_t>(sample));
     int64_t cell = 0;
     bool complete = true;
-    for (int j = 0; j < rules_.order && complete; ++j) {
-      const unsigned genotype = packed_genotype(row, static_cast<size_t>(comb[j]));
-      complete = genotype != kMissingGenotype;
-      cell += genotype * weights_[static_cast<size_t>(j)];
+    for (size_t j = 0; j < genotypes_.size(); ++j) {
+      const unsigned genotype = genotypes_[j][sample];
+      complete = complete && genotype != kMissingGenotype;
+      cell += genotype * weights_[j];
     }
     if (!complete) {
       continue;
@@ -61,21 +63,21 @@ void RecordPath::count(const Counted& counted, size_t cell) {
   }
 }
 
-void RecordPath::count_dense(const int* comb) {
+void RecordPath::count_dense() {
   const auto entries = static_cast<size_t>(2 * cells_);
   training_.assign(entries, 0);
   testing_.assign(entries, 0);
   scores_.assign(problem_.scores != nullptr ? entries : 0, 0.0f);
   const auto add = [this](const Counted& counted) { count(counted, static_cast<size_t>(counted.cell)); };
-  training_totals_ = visit(fold_.training, true, comb, add);
-  testing_totals_ = visit(fold_.testing, false, comb, add);
+  training_totals_ = visit(fold_.training, true, add);
+  testing_totals_ = visit(fold_.testing, false, add);
 }
 
-void RecordPath::count_occupied(const int* comb) {
+void RecordPath::count_occupied() {
   counted_.clear();
   const auto collect = [this](const Counted& counted) { counted_.push_back(counted); };
-  training_totals_ = visit(fold_.training, true, comb, collect);
-  testing_totals_ = visit(fold_.testing, false, comb, collect);
+  training_totals_ = visit(fold_.training, true, collect);
+  testing_totals_ = visit(fold_.testing, false, collect);
   // Stable: within a cell the samples stay in the order of the sums.
   std::stable_sort(counted_.begin(), counted_.end(),
                    [](const Counted& a, const Counted& b) { return a.cell < b.cell; });
@@ -103,10 +105,13 @@ void RecordPath::count_occupied(const int* comb) {
 }
 
 void RecordPath::evaluate(const int* comb, float* record) {
+  if (!problem_.transposed) {
+    columns_->take(comb, genotypes_.size(), genotypes_.data());
+  }
   if (cells_ <= kDenseCells) {
-    count_dense(comb);
+    count_dense();
   } else {
-    count_occupied(comb);
+    count_occupied();
   }
   float threshold = fold_.threshold;
   if (rules_.own_thresholds()) {

@@ -5,15 +5,19 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
+#include "cpu/genotype_columns.h"
 #include "device/problem.h"
 #include "lib/cv_measures.h"
 
 class RecordPath {
  public:
-  // The views outlive the object. A problem with scores makes score-based records.
-  RecordPath(const Problem& problem, const ScoringRules& rules, const FoldView& fold);
+  // The views outlive the object. A problem with scores makes score-based records. columns: of the problem,
+  // for objects that follow one another to share; null: its own.
+  RecordPath(const Problem& problem, const ScoringRules& rules, const FoldView& fold,
+             std::shared_ptr<GenotypeColumns> columns = nullptr);
 
   // Writes the record of comb[order] to record[32].
   void evaluate(const int* comb, float* record);
@@ -35,13 +39,14 @@ class RecordPath {
     int sample;
   };
 
-  // Calls count for every listed sample that has all genotypes of comb and whose cell the table holds, from
-  // the last of the list to the first: the order in which scores are summed. Returns the class totals.
+  // Calls count for every listed sample that has all genotypes of the combination and whose cell the table
+  // holds, from the last of the list to the first: the order in which scores are summed. Returns the class
+  // totals.
   template <typename Count>
-  SetTotals visit(std::span<const int> samples, bool is_training, const int* comb, Count count) const;
+  SetTotals visit(std::span<const int> samples, bool is_training, Count count) const;
 
-  void count_dense(const int* comb);
-  void count_occupied(const int* comb);
+  void count_dense();
+  void count_occupied();
   void count(const Counted& counted, size_t cell);
 
   const Problem& problem_;
@@ -50,6 +55,8 @@ class RecordPath {
   const int64_t cells_;
   const int64_t counted_cells_;
   std::vector<int64_t> weights_;  // [order], base^j
+  std::shared_ptr<GenotypeColumns> columns_;
+  std::vector<const uint8_t*> genotypes_;  // [order][samples] of the combination
   std::vector<int32_t> training_;
   std::vector<int32_t> testing_;
   std::vector<float> scores_;     // of the training samples; empty without scores

@@ -15,10 +15,18 @@ inline Register positive(Register words) {
   return larger(words, zero());
 }
 
-// Values in 16 bits: every sum of them fits.
-template <size_t Patterns>
+// Lists of a piece: of each class, in words.
+inline size_t lists_of(const RowFilterInput& in) {
+  return in.n_patterns - (in.list_missing ? 0 : 1);
+}
+
+// Values in 16 bits: every sum of them fits. Missing: behind the patterns' cells come those of samples that
+// lack a genotype of the prefix.
+template <size_t Patterns, bool Missing>
 class WordBound {
  public:
+  static constexpr size_t kLists = Missing ? Patterns : Patterns - 1;
+
   WordBound(const RowFilterInput& in, size_t byte) : in_(in), first_word_(byte / 2) {}
 
   // values: of prefix and group t. The register's lanes of the group, a bit each.
@@ -27,7 +35,7 @@ class WordBound {
   }
 
  private:
-  static constexpr size_t kCells = 2 * (Patterns - 1);
+  static constexpr size_t kCells = 2 * kLists;
 
   // Negative where a fold passes.
   Register half(const RowPrefix& prefix, const int16_t* values, size_t t, size_t h) const {
@@ -60,6 +68,10 @@ class WordBound {
         left_two = subtract(left_two, two);
         sum = add(sum, add(positive(one), add(positive(two), positive(none))));
       }
+      if (Missing) {
+        left_one = subtract(left_one, subtract(total[kCells - 2], load(tested + (kCells - 2) * kHalfGroup)));
+        left_two = subtract(left_two, subtract(total[kCells - 1], load(tested + (kCells - 1) * kHalfGroup)));
+      }
       const Register left = subtract(words_of(of_pattern[0]), add(left_one, left_two));
       sum = add(sum, add(positive(left_one), add(positive(left_two), positive(left))));
       passes = either(passes, subtract(words_of(in_.needs[f] - 1), sum));
@@ -74,9 +86,11 @@ class WordBound {
 // Values in bytes, 128 more than they are, so that an unsigned difference that stops at 0 is the positive
 // part of a signed one. A fold's value of a cell fits; a total may not: one below -128 has no positive part
 // without any fold either, and where one is above 127 the lane passes. Sums stop at 255: as a need does.
-template <size_t Patterns>
+template <size_t Patterns, bool Missing>
 class ByteBound {
  public:
+  static constexpr size_t kLists = Missing ? Patterns : Patterns - 1;
+
   ByteBound(const RowFilterInput& in, size_t byte) : in_(in), byte_(byte) {}
 
   // values: of prefix and group t. The register's lanes of the group, a bit each.
@@ -106,6 +120,10 @@ class ByteBound {
         sum = add_capped(sum, subtract_floored(total[3 * pattern + 2], two));
         sum = add_capped(sum, subtract_floored(total[3 * pattern], none));
       }
+      if (Missing) {
+        left_one = subtract_bytes(left_one, unbiased(load(tested + (kCells - 2) * kGroupLanes)));
+        left_two = subtract_bytes(left_two, unbiased(load(tested + (kCells - 1) * kGroupLanes)));
+      }
       sum = add_capped(sum, subtract_floored(total[1], left_one));
       sum = add_capped(sum, subtract_floored(total[2], left_two));
       sum = add_capped(sum, subtract_floored(total[0], left_of(of_pattern[0], left_one, left_two)));
@@ -116,8 +134,8 @@ class ByteBound {
   }
 
  private:
-  static constexpr size_t kCells = 2 * (Patterns - 1);
-  static constexpr size_t kAllCells = 3 * Patterns;
+  static constexpr size_t kCells = 2 * kLists;
+  static constexpr size_t kAllCells = 3 * Patterns;  // without those of missing genotypes
 
   // A value without its 128, modulo 256.
   static Register unbiased(Register a) { return differs(a, bytes_of(128)); }
@@ -145,7 +163,7 @@ class ByteBound {
       most[0] = larger(most[0], halves[0]);
       most[1] = larger(most[1], halves[1]);
     };
-    for (size_t pattern = 1; pattern < Patterns; ++pattern) {
+    for (size_t pattern = 1; pattern <= kLists; ++pattern) {
       const size_t cell = 2 * (pattern - 1);
       Register sum[2][2];
       for (size_t g = 0; g < 2; ++g) {
@@ -166,9 +184,14 @@ class ByteBound {
         }
         sum[g][0] = subtract(low, bias);
         sum[g][1] = subtract(high, bias);
-        keep(3 * pattern + 1 + g, sum[g]);
+        if (pattern < Patterns) {
+          keep(3 * pattern + 1 + g, sum[g]);
+        }
         left[g][0] = subtract(left[g][0], sum[g][0]);
         left[g][1] = subtract(left[g][1], sum[g][1]);
+      }
+      if (pattern == Patterns) {
+        break;  // the last list is no pattern's
       }
       const Register value = words_of(of_pattern[pattern]);
       const Register none[2] = {subtract(value, add(sum[0][0], sum[1][0])),

@@ -25,14 +25,9 @@ class CountWriter {
         });
   }
 
-  // The same of sums below 16.
+  // The same of small sums.
   void write_small(const BitSums& controls, const BitSums& cases, uint32_t* out) const {
-    BitSums both_classes;
-    for (size_t k = 0; k < 4; ++k) {
-      both_classes.plane[k] = controls.plane[k];
-      both_classes.plane[4 + k] = cases.plane[k];
-    }
-    const InterleavedPlanes of_both(both_classes);
+    const InterleavedPlanes of_both(side_by_side(controls, cases));
     write_groups(
         out, [&](size_t t, Register * a, Register * b) __attribute__((always_inline)) {
           const Register nibbles = of_both.bytes(t);
@@ -101,7 +96,7 @@ inline void count_piece(const RowCountInput& in, const RowPiece& piece, const Ro
     add_up(rows, of_cases, lists[0].n, cases[0], cases[1]);
     add_up(rows, of_controls, lists[1].n, controls[0], controls[1]);
     // Places are filled up to a multiple of kListStep.
-    const bool small = lists[0].n < 16 && lists[1].n < 16;
+    const bool small = lists[0].n < kSmallSums && lists[1].n < kSmallSums;
     const auto write = [&](const BitSums& a, const BitSums& b, size_t row) {
       if (small) {
         writer.write_small(a, b, pairs + row * kCountStride);
@@ -121,10 +116,15 @@ inline void count_piece(const RowCountInput& in, const RowPiece& piece, const Ro
 inline void count_rows(const RowCountInput& in) {
   const size_t of_pair = counted_cells(in) * kCountStride;
   for (size_t byte = 0; byte < kRowBytes; byte += kRegisterBytes) {
-    for (size_t piece = 0; piece < in.n_pieces; ++piece) {
+    for (size_t piece = 0; piece < in.pieces.n_pieces; ++piece) {
+      const RowPiece& of = in.pieces.pieces[piece];
       for (size_t i = 0; i < in.n_prefixes; ++i) {
-        count_piece(in, in.pieces[piece], in.prefixes[i], in.prefixes[i].lists + piece * in.n_lists * 2, byte,
-                    in.counts + (i * in.n_pairs + in.pieces[piece].pair) * of_pair);
+        fetch_next<kSampleBytes>(in.pieces, piece, in.rows, i, in.n_prefixes);
+        if (in.missing_rows != nullptr) {
+          fetch_next<kRowBytes>(in.pieces, piece, in.missing_rows, i, in.n_prefixes);
+        }
+        count_piece(in, of, in.prefixes[i], in.prefixes[i].lists + piece * in.n_lists * 2, byte,
+                    in.counts + (i * in.n_pairs + of.pair) * of_pair);
       }
     }
   }

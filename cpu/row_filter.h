@@ -16,13 +16,18 @@
 // D <= (n / b) sum max(a plus - b minus, 0). The values a plus - b minus of a cell and a pair of segments add
 // up, so the cells that are not counted follow from marginal values as counts do.
 //
-// Missing genotypes. A sample without a genotype at a SNP has no bit in its rows and no place in the lists,
-// so it ends up in one of the cells that follow by subtraction. With mp and mm plus and minus samples without
-// all genotypes of a combination, n' and m' those that have them, and TP and FP plus and minus samples in the
-// cells taken for high-risk, TP / n' - FP / m' <= (S + a mp + b mm) / (b m) for the sum S that is found: mm
-// minus samples too many make S too small by b mm at most, and 1 / n' is above 1 / n by mp / (n n'). So
-// combinations are given a mp + b mm on top, their slack, where the measure depends on these shares alone.
-// Counts need no slack: missing genotypes have rows and lists of their own.
+// Missing genotypes. Samples without all genotypes of a prefix have a list of their own, as patterns have,
+// and so end up in no cell. A sample without the last SNP's genotype has no bit in its rows, and ends up in
+// the cell of its pattern and genotype 0. Let n and m be plus and minus samples in training, n' and m' those
+// that have all genotypes, and of the others p1 and m1 lack one of the prefix, at most p2 and m2 that of the
+// last SNP. With TP and FP plus and minus samples taken for high-risk, and S the sum that is found,
+//   S >= a TP - b FP - b m2,  and  M = TP / n' - FP / m'
+// is what decides the measure. With a n >= b m follows
+//   b m M <= S + b m2 + t (a (p1 + p2) - b (m1 + m2)) + b M (m1 + m2)  for t = TP / n', M <= t <= 1,
+// whose bounds at t = M and t = 1 grow with M less slowly than b m M while a (p1 + p2) <= b m. So where M
+// reaches a floor F,
+//   S + max(a p2, b m2) (1 + F) + max(a p1 - b m1, 0) + max(a p1, b m1) F >= b m F,
+// the slacks of the last SNP and of the prefix. Counts need no slack: missing genotypes have rows, too.
 //
 // For bounds, rows of the minus class hold the bits of the samples that do NOT have the genotype, so that
 // rows of both classes can be added up alike: minus samples of a list less those with the genotype.
@@ -75,8 +80,9 @@ enum class RowValues {
   kCounts,  // of cases and controls; rows of both classes hold the bits of the samples that have the genotype
 };
 constexpr int kLargestRowWord = 28671;
-// Of a SNP and of a prefix: with two of these, sums still fit.
-constexpr int kLargestSlack = 2048;
+// Of the weights of all samples that lack a SNP's genotype, or one of a prefix: slacks are at most twice
+// that, and with two slacks, sums still fit.
+constexpr int kLargestMissing = 1024;
 constexpr int kLargestRowByte = 127;
 // Of words: the weights multiply bytes.
 constexpr int kLargestRowWeight = 127;
@@ -97,9 +103,9 @@ struct RowList {
 
 struct RowPrefix {
   const uint16_t* samples;  // of each list: byte offsets of samples from the first of the piece
-  // Samples with patterns 1, 2, ...: bytes: [pieces][patterns - 1]; words: [pieces][patterns - 1][2], plus
-  // and minus class; counts: the same, cases and controls, and behind the last pattern of each piece those
-  // without all genotypes where RowListInput says so.
+  // Samples with patterns 1, 2, ..., and behind the last pattern of each piece those without all genotypes
+  // where RowListInput says so: bytes: [pieces][lists]; words: [pieces][lists][2], plus and minus class;
+  // counts: the same, cases and controls.
   const RowList* lists;
   // Of the pattern, whatever the last SNP: bytes: [n_folds][patterns] tested, then [patterns] of all samples;
   // words: [n_folds][patterns] of training samples; counts: none.
@@ -110,12 +116,20 @@ struct RowPrefix {
   size_t end_group;
 };
 
-struct RowFilterInput {
-  const uint8_t* rows;  // of the block of last SNPs: kSampleBytes for each sample of all pieces
+// The pieces that a block's rows stand in.
+struct RowPieces {
   const RowPiece* pieces;
   size_t n_pieces;
+  size_t n_samples;  // of all of them, with those whose rows have no bits
+  bool far;  // a block's rows do not stay in a core's cache from one time to the next: ask for them early
+};
+
+struct RowFilterInput {
+  const uint8_t* rows;  // of the block of last SNPs: kSampleBytes for each sample of all pieces
+  RowPieces pieces;
   size_t n_pairs;
   size_t n_patterns;  // of a prefix: 3, 9 or 27
+  bool list_missing;  // a list of samples without all genotypes stands behind those of the patterns
   int plus_weight;    // a
   int minus_weight;   // b
   const RowPrefix* prefixes;
@@ -130,7 +144,7 @@ struct RowFilterInput {
   const void* last_slacks;
   const int16_t* needs;  // [n_folds], at least 1: the least sum that can pass
   size_t n_folds;        // pair f holds the testing samples of fold f
-  void* values;  // scratch: [n_prefixes][kRowGroups][n_pairs][2 * (n_patterns - 1)] groups of bytes or words
+  void* values;          // scratch: [n_prefixes][kRowGroups][n_pairs][2 * lists] groups of bytes or words
   uint64_t* passing;  // out [n_prefixes][kRowGroups]: a bit for each wanted SNP that may pass a fold's floor
 };
 
@@ -138,8 +152,7 @@ struct RowCountInput {
   const uint8_t* rows;  // of the block of last SNPs, as above
   const uint8_t*
       missing_rows;  // kRowBytes for each sample, a bit where the genotype is missing; null: nowhere
-  const RowPiece* pieces;
-  size_t n_pieces;
+  RowPieces pieces;
   size_t n_pairs;
   size_t n_lists;  // of each piece: patterns - 1, and one of samples without all genotypes
   const RowPrefix* prefixes;

@@ -17,96 +17,167 @@ class RowCounter {
   // The values of all counted cells in a piece. values: of the prefix.
   void count_bytes(const RowPiece& piece, const RowList* lists, const RowPrefix& prefix,
                    uint8_t* values) const {
-    const size_t cells = 2 * (in_.n_patterns - 1);
+    const size_t cells = 2 * lists_of(in_);
     const size_t stride = in_.n_pairs * cells * kGroupLanes;
     uint8_t* out = values + piece.pair * cells * kGroupLanes + byte_;
-    for (size_t pattern = 1; pattern < in_.n_patterns; ++pattern, ++lists, out += 2 * kGroupLanes) {
-      BitSums sums[2];
-      add_up(rows_of(piece), prefix.samples + lists->first, lists->n, sums[0], sums[1]);
+    for (size_t list = 0; list < lists_of(in_); ++list, ++lists, out += 2 * kGroupLanes) {
       // The sum counts the minus samples without the genotype.
       const Register bias = bytes_of(128 - lists->n_minus);
-      for (size_t g = 0; g < 2; ++g) {
-        const InterleavedPlanes planes(sums[g]);
-#pragma GCC unroll 8
-        for (size_t t = 0; t < kRowGroups; ++t) {
-          if (t >= prefix.first_group && t < prefix.end_group) {
-            store(out + g * kGroupLanes + t * stride, add_bytes(planes.bytes(t), bias));
-          }
-        }
+      const auto put_both = [&](size_t t, Register one, Register two) __attribute__((always_inline)) {
+        store(out + t * stride, add_bytes(one, bias));
+        store(out + kGroupLanes + t * stride, add_bytes(two, bias));
+      };
+      if (lists->n == 0) {
+        each_group(
+            prefix, [&](size_t t) __attribute__((always_inline)) { put_both(t, zero(), zero()); });
+        continue;
       }
+      BitSums sums[2];
+      add_up(rows_of(piece), prefix.samples + lists->first, lists->n, sums[0], sums[1]);
+      if (lists->n < kSmallSums) {
+        const InterleavedPlanes planes(side_by_side(sums[0], sums[1]));
+        each_group(
+            prefix, [&](size_t t) __attribute__((always_inline)) {
+              const Register nibbles = planes.bytes(t);
+              put_both(t, both(nibbles, bytes_of(15)), high_nibbles(nibbles));
+            });
+        continue;
+      }
+      const InterleavedPlanes one(sums[0]);
+      const InterleavedPlanes two(sums[1]);
+      each_group(
+          prefix, [&](size_t t) __attribute__((always_inline)) { put_both(t, one.bytes(t), two.bytes(t)); });
     }
   }
 
   void count_words(const RowPiece& piece, const RowList* lists, const RowPrefix& prefix,
                    int16_t* values) const {
-    const size_t cells = 2 * (in_.n_patterns - 1);
-    const size_t half = in_.n_pairs * cells * kHalfGroup;
-    const Register weights = words_of(static_cast<int16_t>(in_.minus_weight << 8 | in_.plus_weight));
+    const size_t cells = 2 * lists_of(in_);
     int16_t* out = values + piece.pair * cells * kHalfGroup + byte_ / 2;
-    for (size_t pattern = 1; pattern < in_.n_patterns; ++pattern, lists += 2, out += 2 * kHalfGroup) {
+    for (size_t list = 0; list < lists_of(in_); ++list, lists += 2, out += 2 * kHalfGroup) {
+      const WordWriter writer(in_, *lists, *(lists + 1), prefix, piece.starts_pair);
+      if (lists[0].n == 0 && lists[1].n == 0) {
+        writer.write_none(out);
+        continue;
+      }
       BitSums plus[2];
       BitSums minus[2];
       add_up(rows_of(piece), prefix.samples + lists[0].first, lists[0].n, plus[0], plus[1]);
       add_up(rows_of(piece), prefix.samples + lists[1].first, lists[1].n, minus[0], minus[1]);
-      const Register all_minus = words_of(in_.minus_weight * lists[1].n_minus);
       for (size_t g = 0; g < 2; ++g) {
-        const InterleavedPlanes of_plus(plus[g]);
-        const InterleavedPlanes of_minus(minus[g]);
-#pragma GCC unroll 8
-        for (size_t t = 0; t < kRowGroups; ++t) {
-          if (t >= prefix.first_group && t < prefix.end_group) {
-            const Register a = of_plus.bytes(t);
-            const Register b = of_minus.bytes(t);
-            int16_t* to = out + g * kHalfGroup + 2 * t * half;
-            put(to, subtract(weighted_pairs(interleave_low_bytes(a, b), weights), all_minus),
-                piece.starts_pair);
-            put(to + half, subtract(weighted_pairs(interleave_high_bytes(a, b), weights), all_minus),
-                piece.starts_pair);
-          }
-        }
+        writer.write(plus[g], minus[g], out + g * kHalfGroup);
       }
     }
   }
 
  private:
-  const uint8_t* rows_of(const RowPiece& piece) const {
-    return in_.rows + size_t{piece.first_sample} * kSampleBytes + byte_;
+  // Calls take(t) for the groups that are wanted.
+  template <class Take>
+  __attribute__((always_inline)) static void each_group(const RowPrefix& prefix, const Take& take) {
+#pragma GCC unroll 8
+    for (size_t t = 0; t < kRowGroups; ++t) {
+      if (t >= prefix.first_group && t < prefix.end_group) {
+        take(t);
+      }
+    }
   }
 
-  static void put(int16_t* to, Register value, bool first) {
-    store(to, first ? value : add(load(to), value));
+  // Writes the values of a cell in a piece, or adds them to those of the pair's pieces before.
+  class WordWriter {
+   public:
+    WordWriter(const RowFilterInput& in, const RowList& plus, const RowList& minus, const RowPrefix& prefix,
+               bool first)
+        : prefix_(prefix),
+          half_(in.n_pairs * 2 * lists_of(in) * kHalfGroup),
+          weights_(words_of(static_cast<int16_t>(in.minus_weight << 8 | in.plus_weight))),
+          all_minus_(words_of(in.minus_weight * minus.n_minus)),
+          small_(plus.n < kSmallSums && minus.n < kSmallSums),
+          first_(first) {}
+
+    void write(const BitSums& plus, const BitSums& minus, int16_t* out) const {
+      if (small_) {
+        const InterleavedPlanes of_both(side_by_side(plus, minus));
+        each_group(
+            prefix_, [&](size_t t) __attribute__((always_inline)) {
+              const Register nibbles = of_both.bytes(t);
+              put_group(out, t, both(nibbles, bytes_of(15)), high_nibbles(nibbles));
+            });
+        return;
+      }
+      const InterleavedPlanes of_plus(plus);
+      const InterleavedPlanes of_minus(minus);
+      each_group(
+          prefix_, [&](size_t t) __attribute__((always_inline)) {
+            put_group(out, t, of_plus.bytes(t), of_minus.bytes(t));
+          });
+    }
+
+    // Both cells of lists without samples.
+    void write_none(int16_t* out) const {
+      if (!first_) {
+        return;
+      }
+      each_group(
+          prefix_, [&](size_t t) __attribute__((always_inline)) {
+            for (size_t h = 0; h < 2; ++h) {
+              store(out + (2 * t + h) * half_, zero());
+              store(out + (2 * t + h) * half_ + kHalfGroup, zero());
+            }
+          });
+    }
+
+   private:
+    // Bytes of a group, of plus and minus samples.
+    __attribute__((always_inline)) void put_group(int16_t* out, size_t t, Register a, Register b) const {
+      int16_t* to = out + 2 * t * half_;
+      put(to, subtract(weighted_pairs(interleave_low_bytes(a, b), weights_), all_minus_));
+      put(to + half_, subtract(weighted_pairs(interleave_high_bytes(a, b), weights_), all_minus_));
+    }
+    void put(int16_t* to, Register value) const { store(to, first_ ? value : add(load(to), value)); }
+
+    const RowPrefix& prefix_;
+    const size_t half_;
+    const Register weights_;
+    const Register all_minus_;
+    const bool small_;
+    const bool first_;
+  };
+
+  const uint8_t* rows_of(const RowPiece& piece) const {
+    return in_.rows + size_t{piece.first_sample} * kSampleBytes + byte_;
   }
 
   const RowFilterInput& in_;
   const size_t byte_;
 };
 
-// What the two forms of values differ in.
-template <size_t Patterns>
+// What the two forms of values differ in. Missing: samples without all genotypes have a list.
+template <size_t Patterns, bool Missing>
 struct ByteForm {
   using Value = uint8_t;
-  using Bound = ByteBound<Patterns>;
-  static constexpr size_t kLists = Patterns - 1;  // of a piece
+  using Bound = ByteBound<Patterns, Missing>;
+  static constexpr size_t kLists = Bound::kLists;  // of a piece
   static constexpr auto kCount = &RowCounter::count_bytes;
 };
-template <size_t Patterns>
+template <size_t Patterns, bool Missing>
 struct WordForm {
   using Value = int16_t;
-  using Bound = WordBound<Patterns>;
-  static constexpr size_t kLists = (Patterns - 1) * 2;
+  using Bound = WordBound<Patterns, Missing>;
+  static constexpr size_t kLists = Bound::kLists * 2;
   static constexpr auto kCount = &RowCounter::count_words;
 };
 
 template <class Form>
 void filter_form(const RowFilterInput& in) {
-  const size_t of_group = in.n_pairs * 2 * (in.n_patterns - 1) * kGroupLanes;
+  const size_t of_group = in.n_pairs * 2 * lists_of(in) * kGroupLanes;
   auto* values = static_cast<typename Form::Value*>(in.values);
   for (size_t byte = 0; byte < kRowBytes; byte += kRegisterBytes) {
     const RowCounter counter(in, byte);
-    for (size_t piece = 0; piece < in.n_pieces; ++piece) {
+    for (size_t piece = 0; piece < in.pieces.n_pieces; ++piece) {
       for (size_t i = 0; i < in.n_prefixes; ++i) {
         const RowPrefix& prefix = in.prefixes[i];
-        (counter.*Form::kCount)(in.pieces[piece], prefix.lists + piece * Form::kLists, prefix,
+        fetch_next<kSampleBytes>(in.pieces, piece, in.rows, i, in.n_prefixes);
+        (counter.*Form::kCount)(in.pieces.pieces[piece], prefix.lists + piece * Form::kLists, prefix,
                                 values + i * kRowGroups * of_group);
       }
     }
@@ -120,12 +191,21 @@ void filter_form(const RowFilterInput& in) {
   }
 }
 
+template <size_t Patterns, bool Missing>
+void filter_lists(RowValues form, const RowFilterInput& in) {
+  if (form == RowValues::kBytes) {
+    filter_form<ByteForm<Patterns, Missing>>(in);
+  } else {
+    filter_form<WordForm<Patterns, Missing>>(in);
+  }
+}
+
 template <size_t Patterns>
 void filter_patterns(RowValues form, const RowFilterInput& in) {
-  if (form == RowValues::kBytes) {
-    filter_form<ByteForm<Patterns>>(in);
+  if (in.list_missing) {
+    filter_lists<Patterns, true>(form, in);
   } else {
-    filter_form<WordForm<Patterns>>(in);
+    filter_lists<Patterns, false>(form, in);
   }
 }
 

@@ -11,16 +11,30 @@ namespace {
 // The rows of genotypes 1 and 2 of a list's samples, added up side by side where registers suffice.
 __attribute__((always_inline)) inline void add_up(const uint8_t* rows, const uint16_t* samples, size_t n,
                                                   BitSums& one, BitSums& two) {
-  const auto row_of_one = [&](size_t i) { return load(rows + samples[i]); };
-  const auto row_of_two = [&](size_t i) { return load(rows + kRowBytes + samples[i]); };
+  const auto row_of_one = [&](size_t i) { return held(load(rows + samples[i])); };
+  const auto row_of_two = [&](size_t i) { return held(load(rows + kRowBytes + samples[i])); };
   BitSums a;
   BitSums b;
   a.clear();
   b.clear();
   const uint16_t* const end = samples + n;
-  for (; samples + 16 <= end; samples += 16) {
-    a.add_sixteen(row_of_one);
-    b.add_sixteen(row_of_two);
+  for (; samples + 32 <= end; samples += 32) {
+    Register carry_of_one[4];
+    Register carry_of_two[4];
+#pragma GCC unroll 4
+    for (size_t k = 0; k < 4; ++k) {
+      carry_of_one[k] = a.add_eight(row_of_one, 8 * k);
+      carry_of_two[k] = b.add_eight(row_of_two, 8 * k);
+    }
+    a.carry_into<5>(a.add_carries(carry_of_one));
+    b.carry_into<5>(b.add_carries(carry_of_two));
+  }
+  if (samples + 16 <= end) {
+    const Register first_of_one = a.add_eight(row_of_one, 0);
+    const Register first_of_two = b.add_eight(row_of_two, 0);
+    a.carry_into<4>(add_bits(a.plane[3], first_of_one, a.add_eight(row_of_one, 8)));
+    b.carry_into<4>(add_bits(b.plane[3], first_of_two, b.add_eight(row_of_two, 8)));
+    samples += 16;
   }
   if (samples + 8 <= end) {
     a.carry_into<3>(a.add_eight(row_of_one, 0));
@@ -39,7 +53,7 @@ __attribute__((always_inline)) inline void add_up(const uint8_t* rows, const uin
 __attribute__((always_inline)) inline BitSums add_up_one(const uint8_t* rows, const uint16_t* offsets,
                                                          size_t n) {
   static_assert(kSampleBytes == 2 * kRowBytes);
-  const auto row = [&](size_t i) { return load(rows + offsets[i] / 2); };
+  const auto row = [&](size_t i) { return held(load(rows + offsets[i] / 2)); };
   BitSums a;
   a.clear();
   const uint16_t* const end = offsets + n;
@@ -50,6 +64,25 @@ __attribute__((always_inline)) inline BitSums add_up_one(const uint8_t* rows, co
     a.carry_into<2>(a.add_four(row(0), row(1), row(2), row(3)));
   }
   return a;
+}
+
+// Asks for one of n shares of the rows of the piece behind `piece`, kBytes of each sample: for the
+// second-level cache, while other rows are added up. Always inline: as a function, g++ takes it for one
+// without effect.
+template <size_t kBytes>
+__attribute__((always_inline)) inline void fetch_next(const RowPieces& in, size_t piece, const uint8_t* rows,
+                                                      size_t share, size_t n) {
+  if (!in.far || piece + 1 >= in.n_pieces) {
+    return;
+  }
+  const size_t first = in.pieces[piece + 1].first_sample;
+  const size_t end = piece + 2 < in.n_pieces ? in.pieces[piece + 2].first_sample : in.n_samples;
+  const uint8_t* const to = rows + (first + (end - first) * (share + 1) / n) * kBytes;
+  constexpr size_t kCacheLine = 64;
+  for (const uint8_t* from = rows + (first + (end - first) * share / n) * kBytes; from < to;
+       from += kCacheLine) {
+    __builtin_prefetch(from, 0, 2);
+  }
 }
 
 }  // namespace

@@ -24,13 +24,14 @@ class RowTile {
   void clear() { n_prefixes_ = 0; }
 
   // Whether the filter takes the prefix of a combination; counts are of any.
-  bool takes(const int* comb) const { return counts() || slack(comb) <= rows_.largest_slack(); }
+  bool takes(const int* comb) const { return counts() || most_missing(comb) <= rows_.most_missing(); }
 
   // A prefix that the filter takes; last SNPs from first to end - 1 are wanted.
   void add(const int* comb, size_t first, size_t end);
 
-  // Filters prefixes first .. end - 1 with the last SNPs of a block that it takes. needs: [folds].
-  void filter(size_t block, size_t first, size_t end, const int16_t* needs);
+  // Filters prefixes first .. end - 1 with the last SNPs of a block. needs: [folds], for floors of M
+  // (row_filter.h) of at most `floor`.
+  void filter(size_t block, size_t first, size_t end, const int16_t* needs, float floor);
 
   // Counts the cells of prefixes first .. end - 1 with the last SNPs of a block; of rows that count.
   void count(size_t block, size_t first, size_t end);
@@ -49,15 +50,16 @@ class RowTile {
     std::vector<RowList> lists;
     std::vector<int16_t> values;
     std::vector<uint32_t> pairs;  // of counts: see LaneDeriveInput::list_pairs
-    int32_t slack = 0;
+    int32_t missing_excess = 0;   // a p1 - b m1 of row_filter.h, at most, and at least 0
+    int32_t missing = 0;          // the larger of a p1 and b m1
     size_t first_snp = 0;
     size_t end_snp = 0;
   };
 
-  int32_t slack(const int* comb) const {
+  int32_t most_missing(const int* comb) const {
     int32_t sum = 0;
     for (size_t j = 0; j < snp_planes_.size(); ++j) {
-      sum += rows_.slack(comb[j]);
+      sum += rows_.missing(static_cast<size_t>(comb[j])).larger();
     }
     return sum;
   }
@@ -69,8 +71,10 @@ class RowTile {
   };
 
   bool counts() const { return rows_.weights().form == RowValues::kCounts; }
+  RowPieces row_pieces() const;
   void make_views(size_t block, size_t first, size_t end);
   void set_values(Prefix& prefix);
+  void set_last_slacks(size_t block, float floor);
   void set_pairs(Prefix& prefix);
 
   const SampleRows& rows_;
@@ -88,6 +92,8 @@ class RowTile {
   std::vector<int32_t> by_pair_;         // [pairs] values of a pattern
   std::vector<int32_t> left_;            // [pairs] values that no pattern has had
   AlignedVector<uint8_t> values_;        // scratch of the filter
+  AlignedVector<uint8_t> slack_bytes_;   // [kRowLanes] of the last SNPs; bytes, or
+  AlignedVector<int16_t> slack_words_;   // words
   AlignedVector<uint32_t> pair_counts_;  // [prefixes][pairs][cells][kCountStride], see RowCountInput
   size_t counted_cells_ = 0;             // of the latest count
   size_t first_counted_ = 0;             // its first prefix

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "cpu/shares.h"
 #include "lib/bits.h"
 #include "lib/packed_genotypes.h"
 
@@ -56,76 +57,64 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 }
 
 SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments,
-                       RowWeights weights, bool with_missing)
-    : weights_(weights),
-      n_folds_(static_cast<size_t>(segments.n_folds)),
-      n_pairs_(n_folds_),
-      largest_slack_(with_missing ? kLargestSlack : 0),
-      slacks_(static_cast<size_t>(problem.n_snps)) {
+                       RowWeights weights, size_t threads)
+    : weights_(weights), n_folds_(static_cast<size_t>(segments.n_folds)), n_pairs_(n_folds_) {
   lay_out(segments);
   const auto snps = static_cast<size_t>(problem.n_snps);
   const size_t n_blocks = (snps + kRowLanes - 1) / kRowLanes;
   const bool bytes = weights_.form == RowValues::kBytes;
-  const bool words = weights_.form == RowValues::kWords;
-  takes_.assign(n_blocks, 1);
+  missing_.resize(snps);
   block_missing_.assign(n_blocks, 0);
-  if (bytes || words) {
+  find_missing(planes);
+  if (weights_.form == RowValues::kCounts) {
+    missing_rows_.assign(any_missing_ ? n_blocks * n_samples_ * kRowBytes : 0, 0);
+  } else {
     last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
     last_bytes_.assign(bytes ? n_blocks * n_folds_ * 2 * kRowLanes : 0, 0);
-    slack_bytes_.assign(bytes ? n_blocks * kRowLanes : 0, 0);
-    slack_words_.assign(words ? n_blocks * kRowLanes : 0, 0);
-    fill_slacks(planes, segments);
+    beyond_slack_.assign(n_blocks * kRowGroups, 0);
+    weigh_missing(planes, segments);
     for (size_t b = 0; b < n_blocks; ++b) {
       fill_values(planes, snps, b);
     }
-  } else {
-    find_missing(planes);
   }
   rows_.assign(n_blocks * n_samples_ * kSampleBytes, 0);
-  fill_rows(problem, segments);
+  fill_in_shares(n_blocks, threads,
+                 [&](size_t first, size_t end) { fill_rows(problem, segments, first, end); });
 }
 
 void SampleRows::find_missing(const LanePlanes& planes) {
-  bool any = false;
-  for (size_t snp = 0; snp < slacks_.size(); ++snp) {
+  for (size_t snp = 0; snp < missing_.size(); ++snp) {
     if (planes.snp_missing(static_cast<int>(snp))) {
       block_missing_[snp / kRowLanes] = 1;
-      any = true;
+      any_missing_ = true;
     }
-  }
-  if (any) {
-    missing_rows_.assign(block_missing_.size() * n_samples_ * kRowBytes, 0);
   }
 }
 
-void SampleRows::fill_slacks(const LanePlanes& planes, const Segments& segments) {
-  int32_t samples[2] = {0, 0};
+void SampleRows::weigh_missing(const LanePlanes& planes, const Segments& segments) {
+  const size_t minus = weights_.cases_plus ? 0 : 1;
+  int32_t samples[2] = {0, 0};  // controls, cases
+  int32_t most_tested = 0;      // of the minus class
   for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
-    samples[segment % 2] += static_cast<int32_t>(segments.samples[segment].size());
+    const auto n = static_cast<int32_t>(segments.samples[segment].size());
+    samples[segment % 2] += n;
+    most_tested = segment % 2 == minus && segment < 2 * n_folds_ ? std::max(most_tested, n) : most_tested;
   }
-  const int32_t weight_of_case = weights_.cases_plus ? weights_.plus : weights_.minus;
-  const int32_t weight_of_control = weights_.cases_plus ? weights_.minus : weights_.plus;
-  for (size_t snp = 0; snp < slacks_.size(); ++snp) {
+  // A prefix and a last SNP together lack no more than the minus samples of any fold's training set weigh.
+  most_missing_ = std::min(kLargestMissing, weights_.minus * (samples[minus] - most_tested) / 2);
+  for (size_t snp = 0; snp < missing_.size(); ++snp) {
     if (!planes.snp_missing(static_cast<int>(snp))) {
       continue;
     }
     const uint32_t* counts = planes.marginals(snp / kLanes) + snp % kLanes;
-    int32_t present[2] = {0, 0};
+    int32_t lacking[2] = {samples[0], samples[1]};
     for (size_t i = 0; i < 3 * (n_folds_ + 1); ++i) {
-      present[0] += static_cast<int32_t>(counts[i * kLanes] & 0xffffu);
-      present[1] += static_cast<int32_t>(counts[i * kLanes] >> 16);
+      lacking[0] -= static_cast<int32_t>(counts[i * kLanes] & 0xffffu);
+      lacking[1] -= static_cast<int32_t>(counts[i * kLanes] >> 16);
     }
-    const int32_t slack =
-        weight_of_control * (samples[0] - present[0]) + weight_of_case * (samples[1] - present[1]);
-    slacks_[snp] = slack;
-    if (slack > largest_slack_) {
-      takes_[snp / kRowLanes] = 0;
-    } else if (weights_.form == RowValues::kBytes) {
-      slack_bytes_[snp] = static_cast<uint8_t>(std::min(slack, 255));
-    } else {
-      const size_t lane = snp % kRowLanes;
-      slack_words_[snp - lane + lane / kGroupLanes * kGroupLanes + word_in_group(lane)] =
-          static_cast<int16_t>(slack);
+    missing_[snp] = {weights_.plus * lacking[1 - minus], weights_.minus * lacking[minus]};
+    if (missing_[snp].larger() > most_missing_) {
+      beyond_slack_[snp / kGroupLanes] |= uint64_t{1} << snp % kGroupLanes;
     }
   }
 }
@@ -191,9 +180,9 @@ void SampleRows::lay_out(const Segments& segments) {
   }
 }
 
-void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
-  const size_t words = (static_cast<size_t>(problem.n_snps) + kGenotypesPerWord - 1) / kGenotypesPerWord;
-  const size_t words_of_row = kRowLanes / kGenotypesPerWord;
+void SampleRows::fill_rows(const Problem& problem, const Segments& segments, size_t first_block, size_t end) {
+  constexpr size_t kWordsOfBlock = kRowLanes / kGenotypesPerWord;
+  const size_t words = std::min(end * kWordsOfBlock, static_cast<size_t>(packed_words(problem.n_snps)));
   for (size_t p = 0; p < parts_.size(); ++p) {
     const RowPart& part = parts_[p];
     const size_t segment = 2 * size_t{pieces_[p / 2].pair} + p % 2;
@@ -203,37 +192,46 @@ void SampleRows::fill_rows(const Problem& problem, const Segments& segments) {
     for (size_t i = 0; i < part.n; ++i) {
       const uint32_t* packed = problem.row(static_cast<size_t>(segments.samples[segment][first + i]));
       const size_t sample = pieces_[p / 2].first_sample + part.first_place + i;
-      for (size_t w = 0; w < words; ++w) {
-        set_bits(w / words_of_row, sample, w % words_of_row, packed[w], minus);
+      for (size_t w = first_block * kWordsOfBlock; w < words; w += kWordsOfGroup) {
+        uint32_t group[kWordsOfGroup] = {};
+        std::copy_n(packed + w, std::min(kWordsOfGroup, words - w), group);
+        set_bits(w / kWordsOfGroup, sample, group, minus);
       }
     }
   }
 }
 
-// The genotypes of a packed word, 16 SNPs, in the rows of a sample.
-void SampleRows::set_bits(size_t b, size_t sample, size_t word, uint32_t packed, bool minus) {
-  const uint16_t low = even_bits(packed);
-  const uint16_t high = even_bits(packed >> 1);  // both: missing
-  uint8_t* rows = rows_.data() + (b * n_samples_ + sample) * kSampleBytes;
-  const int genotypes[2] = {low & ~high, high & ~low};
-  const size_t first_snp = word * kGenotypesPerWord;
-  if (weights_.form != RowValues::kCounts) {
-    for (size_t g = 0; g < 2; ++g) {
-      const auto bits = static_cast<uint16_t>(minus ? ~genotypes[g] : genotypes[g]);
-      std::memcpy(rows + g * kRowBytes + row_bit(first_snp) / 8, &bits, sizeof(bits));
-    }
-    return;
+// The genotypes of a group's packed words in the rows of a sample.
+void SampleRows::set_bits(size_t group, size_t sample, const uint32_t (&packed)[kWordsOfGroup], bool minus) {
+  uint64_t low = 0;
+  uint64_t high = 0;  // both: missing
+  for (size_t i = 0; i < kWordsOfGroup; i += 2) {
+    const uint64_t genotypes = packed[i] | uint64_t{packed[i + 1]} << 32;
+    low |= uint64_t{even_bits(genotypes)} << (kGenotypesPerWord * i);
+    high |= uint64_t{even_bits(genotypes >> 1)} << (kGenotypesPerWord * i);
   }
-  const auto set = [&](uint8_t* row, int bits) {
-    for (size_t i = 0; i < kGenotypesPerWord; i += 4) {
-      const size_t at = count_row_bit(first_snp + i);
-      row[at / 8] = static_cast<uint8_t>(row[at / 8] | (bits >> i & 15) << at % 8);
+  const size_t b = group / kRowGroups;
+  const size_t row = b * n_samples_ + sample;
+  const size_t first_snp = group % kRowGroups * kGroupLanes;
+  // 16 SNPs at a time: in their order, or four from each sixteenth of the group, see count_row_bit.
+  const auto set = [&](uint8_t* to, uint64_t bits) {
+    for (size_t i = 0; i < kWordsOfGroup; ++i) {
+      const auto part = static_cast<uint16_t>(bits >> (kGenotypesPerWord * i));
+      std::memcpy(to + row_bit(first_snp + i * kGenotypesPerWord) / 8, &part, sizeof(part));
     }
   };
-  set(rows, genotypes[0]);
-  set(rows + kRowBytes, genotypes[1]);
+  uint8_t* rows = rows_.data() + row * kSampleBytes;
+  const uint64_t one = low & ~high;
+  const uint64_t two = high & ~low;
+  if (weights_.form != RowValues::kCounts) {
+    set(rows, minus ? ~one : one);
+    set(rows + kRowBytes, minus ? ~two : two);
+    return;
+  }
+  set(rows, transpose_nibbles(one));
+  set(rows + kRowBytes, transpose_nibbles(two));
   if (block_missing_[b] != 0) {
-    set(missing_rows_.data() + (b * n_samples_ + sample) * kRowBytes, low & high);
+    set(missing_rows_.data() + row * kRowBytes, transpose_nibbles(low & high));
   }
 }
 

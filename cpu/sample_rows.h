@@ -13,6 +13,7 @@
 #include "cpu/lane_planes.h"
 #include "cpu/row_filter.h"
 #include "device/segments.h"
+#include "lib/packed_genotypes.h"
 
 // How the filter sees the classes; see row_filter.h.
 struct RowWeights {
@@ -35,9 +36,9 @@ std::optional<RowWeights> row_weights(const std::vector<int32_t>& training_cases
 
 class SampleRows {
  public:
-  // with_missing: whether SNPs with missing genotypes can be filtered, too; counts are of any.
+  // threads: that share the work.
   SampleRows(const Problem& problem, const LanePlanes& planes, const Segments& segments, RowWeights weights,
-             bool with_missing);
+             size_t threads = 1);
 
   RowWeights weights() const { return weights_; }
 
@@ -45,6 +46,7 @@ class SampleRows {
   size_t n_pairs() const { return n_pairs_; }
 
   const std::vector<RowPiece>& pieces() const { return pieces_; }
+  size_t n_samples() const { return n_samples_; }  // of all pieces, see RowPieces
 
   // The samples of piece p: controls ([2 p]), then cases ([2 p + 1]), then one whose rows have no bits. Bytes
   // are those of a plane of whole words for each segment.
@@ -58,33 +60,38 @@ class SampleRows {
   }
 
   // Whether a genotype is missing anywhere.
-  bool any_missing() const { return !missing_rows_.empty(); }
+  bool any_missing() const { return any_missing_; }
 
   const uint8_t* last_bytes(size_t b) const { return last_bytes_.data() + b * n_folds_ * 2 * kRowLanes; }
   const int16_t* last_words(size_t b) const { return last_words_.data() + b * words_of_block() * kRowLanes; }
 
-  const void* last_slacks(size_t b) const {
-    return weights_.form == RowValues::kBytes ? static_cast<const void*>(slack_bytes_.data() + b * kRowLanes)
-                                              : slack_words_.data() + b * kRowLanes;
-  }
+  // The weights of the plus and of the minus samples that lack a SNP's genotype, for slacks; see
+  // row_filter.h.
+  struct Missing {
+    int32_t plus = 0;
+    int32_t minus = 0;
+    int32_t larger() const { return plus > minus ? plus : minus; }
+  };
+  const Missing& missing(size_t snp) const { return missing_[snp]; }
+  size_t n_snps() const { return missing_.size(); }
 
-  // Of a SNP; 0 where no listed sample lacks the genotype.
-  int32_t slack(int snp) const { return slacks_[static_cast<size_t>(snp)]; }
+  // Slacks hold for SNPs and prefixes that lack no more than this.
+  int32_t most_missing() const { return most_missing_; }
 
-  // The largest slack that the filter takes, of a SNP and of a prefix.
-  int32_t largest_slack() const { return largest_slack_; }
-
-  // Whether the filter takes the SNPs of the block.
-  bool takes(size_t b) const { return takes_[b] != 0; }
+  // Of a block's SNPs those that lack more: [kRowGroups], a bit each.
+  const uint64_t* beyond_slack(size_t b) const { return beyond_slack_.data() + b * kRowGroups; }
 
  private:
   size_t words_of_block() const { return weights_.form == RowValues::kBytes ? 2 : 2 * n_folds_; }
   void lay_out(const Segments& segments);
   void find_missing(const LanePlanes& planes);
-  void fill_rows(const Problem& problem, const Segments& segments);
-  void set_bits(size_t b, size_t sample, size_t word, uint32_t packed, bool minus);
+  void weigh_missing(const LanePlanes& planes, const Segments& segments);
+  // Of blocks first .. end - 1.
+  void fill_rows(const Problem& problem, const Segments& segments, size_t first, size_t end);
+  // Packed words of a group of SNPs.
+  static constexpr size_t kWordsOfGroup = kGroupLanes / kGenotypesPerWord;
+  void set_bits(size_t group, size_t sample, const uint32_t (&packed)[kWordsOfGroup], bool minus);
   void fill_values(const LanePlanes& planes, size_t n_snps, size_t b);
-  void fill_slacks(const LanePlanes& planes, const Segments& segments);
 
   RowWeights weights_;
   size_t n_folds_;
@@ -97,9 +104,8 @@ class SampleRows {
   std::vector<uint8_t> block_missing_;  // [blocks]
   AlignedVector<uint8_t> last_bytes_;
   AlignedVector<int16_t> last_words_;
-  AlignedVector<uint8_t> slack_bytes_;
-  AlignedVector<int16_t> slack_words_;
-  int32_t largest_slack_;
-  std::vector<int32_t> slacks_;  // [SNPs]
-  std::vector<uint8_t> takes_;   // [blocks]
+  bool any_missing_ = false;
+  int32_t most_missing_ = 0;
+  std::vector<Missing> missing_;        // [SNPs], not of counts
+  std::vector<uint64_t> beyond_slack_;  // [blocks][kRowGroups], not of counts
 };

@@ -86,7 +86,9 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
     for (int g = 0; g < pool.size() && next < n_combinations; ++g) {
       WorkerBatchCommand& batch = batches.emplace_back();
       batch.first_rank = next;
-      batch.n_ranks = std::min(share, n_combinations - next);
+      // Of what is left, no more than an even share: in the last pass no worker is to wait for another.
+      const auto waiting = static_cast<uint64_t>(pool.size() - g);
+      batch.n_ranks = std::min(share, (n_combinations - next + waiting - 1) / waiting);
       batch.floors = floors.data();
       batch.candidates = &candidates[static_cast<size_t>(g)];
       next += batch.n_ranks;

@@ -29,8 +29,11 @@ struct Lanes {
   std::unique_ptr<const SampleRows> rows;
   std::unique_ptr<RangeSearch> search;
 
-  Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set)
-      : planes(scene.problem, segments), rows(make_sample_rows(scene.problem, setup, segments, planes)) {
+  // threads: that make planes and rows.
+  Lanes(const Scene& scene, const WorkerSetupCommand& setup, const Segments& segments, InstructionSet set,
+        size_t threads)
+      : planes(scene.problem, segments, threads),
+        rows(make_sample_rows(scene.problem, setup, segments, planes, threads)) {
     search = make_lane_search(scene.problem, setup, segments, planes, rows.get(), set);
   }
 };
@@ -64,7 +67,7 @@ void compare(const Scene& scene, const ScoringRules& rules, int first_fold, Path
   }
   std::optional<Lanes> lanes;
   if (path == Path::kLanes) {
-    lanes.emplace(scene, setup, segments, set);
+    lanes.emplace(scene, setup, segments, set, 1);
   }
   const std::unique_ptr<RangeSearch> search =
       path == Path::kScores   ? make_score_search(scene.problem, setup, *scores)
@@ -163,7 +166,7 @@ std::optional<RowValues> expect_same_lists(const Scene& scene, const WorkerSetup
   std::optional<RowValues> form;
   for (const InstructionSet set : sets_here()) {
     std::vector<CandidateList> bounded(setup.folds.size(), CandidateList(list_size));
-    const Lanes lanes(scene, setup, segments, set);
+    const Lanes lanes(scene, setup, segments, set, 1 + random() % 3);
     const uint64_t middle = random() % total;
     lanes.search->run(0, middle, bounded);
     lanes.search->run(middle, total - middle, bounded);
@@ -222,6 +225,13 @@ TEST(LaneSearch, TheBoundsTurnNothingAwayThatBelongsInAList) {
   RecordProperty("searches", compared);
 }
 
+void put_genotype(Scene& scene, int sample, int snp, uint32_t code) {
+  uint32_t& word =
+      scene.words[static_cast<size_t>(sample) * static_cast<size_t>(scene.problem.words_per_row) +
+                  static_cast<size_t>(snp) / 16];
+  word = (word & ~(3u << (2 * (snp % 16)))) | code << (2 * (snp % 16));
+}
+
 // Many samples and SNPs that all but tell the class: sums of weights as large as they get.
 TEST(LaneSearch, TheBoundsHoldWhereTheirSumsAreLargest) {
   std::mt19937 random(4713);
@@ -233,12 +243,8 @@ TEST(LaneSearch, TheBoundsHoldWhereTheirSumsAreLargest) {
     scene.deal({}, n_folds);
     for (int s = 0; s < 20000; ++s) {
       for (int snp = 0; snp < 40; snp += 3) {
-        const uint8_t code =
-            random() % 10 == 0 ? 1 : static_cast<uint8_t>(2 * scene.data.classes[static_cast<size_t>(s)]);
-        uint32_t& word =
-            scene.words[static_cast<size_t>(s) * static_cast<size_t>(scene.problem.words_per_row) +
-                        static_cast<size_t>(snp) / 16];
-        word = (word & ~(3u << (2 * (snp % 16)))) | static_cast<uint32_t>(code) << (2 * (snp % 16));
+        put_genotype(scene, s, snp,
+                     random() % 10 == 0 ? 1u : 2u * scene.data.classes[static_cast<size_t>(s)]);
       }
     }
     const std::vector<FoldView> folds = scene.folds.views(0);
@@ -278,11 +284,15 @@ TEST(LaneSearch, FindsTheSameInEveryLayout) {
                                Layout{4, 120, 18, 10, true, false, RowValues::kBytes},
                                Layout{4, 300, 18, 3, false, true, RowValues::kWords},
                                Layout{2, 1200, 60, 5, true, false, RowValues::kBytes, 0.0004},
-                               Layout{2, 1200, 60, 5, true, false, RowValues::kCounts, 0.01},
-                               Layout{2, 2600, 40, 2, false, true, RowValues::kCounts, 0.02},
+                               Layout{2, 1200, 60, 5, true, false, RowValues::kBytes, 0.01},
+                               Layout{2, 1200, 60, 5, true, false, RowValues::kCounts, 0.05},
+                               Layout{2, 2600, 40, 2, false, true, RowValues::kWords, 0.01},
+                               Layout{2, 2600, 40, 2, false, true, RowValues::kCounts, 0.05},
                                Layout{2, 300, 530, 3, false, false, RowValues::kWords, 0.0004},
-                               Layout{3, 400, 24, 4, true, false, RowValues::kCounts, 0.02},
-                               Layout{4, 200, 15, 3, false, true, RowValues::kCounts, 0.05},
+                               Layout{3, 400, 24, 4, true, false, RowValues::kBytes, 0.02},
+                               Layout{3, 400, 24, 4, true, false, RowValues::kCounts, 0.1},
+                               Layout{4, 200, 15, 3, false, true, RowValues::kWords, 0.03},
+                               Layout{4, 200, 15, 3, false, true, RowValues::kCounts, 0.15},
                                Layout{2, 57000, 9, 10, true, false, RowValues::kWords},
                                Layout{2, 62000, 9, 3, true, false, RowValues::kCounts}}) {
     Scene scene(random, layout.n_samples, layout.n_snps, layout.missing, layout.n_folds, layout.leave_out);
@@ -291,10 +301,8 @@ TEST(LaneSearch, FindsTheSameInEveryLayout) {
     }
     for (int decides = 0; decides < 2; ++decides) {
       if (decides == 1) {  // totals of cells leave a byte, needs are large
-        for (size_t s = 0; s < static_cast<size_t>(layout.n_samples); ++s) {
-          uint32_t& word = scene.words[s * static_cast<size_t>(scene.problem.words_per_row)];
-          const uint32_t code = random() % 8 == 0 ? 1u : 2u * scene.data.classes[s];
-          word = (word & ~(3u << 6)) | code << 6;
+        for (int s = 0; s < layout.n_samples; ++s) {
+          put_genotype(scene, s, 3, random() % 8 == 0 ? 1u : 2u * scene.data.classes[static_cast<size_t>(s)]);
         }
       }
       const std::vector<FoldView> folds = scene.folds.views(0);
@@ -315,6 +323,50 @@ TEST(LaneSearch, FindsTheSameInEveryLayout) {
       }
     }
   }
+}
+
+// The slacks of missing genotypes hold wherever these are: at a few SNPs, of one class or genotype more than
+// of the other, at the same samples, at SNPs that decide; also where some SNPs lack more than slacks take.
+TEST(LaneSearch, TheSlacksHoldWhateverIsMissing) {
+  std::mt19937 random(4715);
+  int filtered = 0;
+  for (int round = 0; round < 60; ++round) {
+    const int order = round % 5 == 4 ? 3 : 2;
+    const int n_snps = order == 3 ? 16 : 48;
+    const int n_samples = std::vector<int>{90, 200, 330}[random() % 3];
+    const int n_folds = 2 + static_cast<int>(random() % 5);
+    Scene scene(random, n_samples, n_snps, 0.0, n_folds, round % 4 == 3);
+    if (round % 2 == 0) {
+      make_classes_equal(scene, n_folds);
+    }
+    for (int changed = 0; changed < 4; ++changed) {
+      const int snp = static_cast<int>(random() % static_cast<unsigned>(n_snps));
+      const bool decides = random() % 2 == 0;
+      unsigned missing[2][3];  // of class and genotype, in percent
+      for (auto& of_class : missing) {
+        for (unsigned& percent : of_class) {
+          percent = std::vector<unsigned>{0, 0, 10, 60}[random() % 4];
+        }
+      }
+      for (int s = 0; s < n_samples; ++s) {
+        const uint8_t is_case = scene.data.classes[static_cast<size_t>(s)];
+        const auto code =
+            static_cast<uint32_t>(random() % 100 < (decides ? 70 : 0) ? 2u * is_case : random() % 3);
+        const bool lacks = random() % 100 < missing[is_case][code] || (round % 3 == 0 && s % 29 == 0);
+        put_genotype(scene, s, snp, lacks ? 3 : code);
+      }
+    }
+    const std::vector<FoldView> folds = scene.folds.views(0);
+    for (const int measure : {kBalancedAccuracy, kSomersDx}) {
+      for (const int missing : {1, 4}) {
+        const WorkerSetupCommand setup = search_setup({order, missing, 1, measure}, folds, scene, 0);
+        const std::optional<RowValues> form = expect_same_lists(scene, setup, 1 + random() % 5, random);
+        ASSERT_FALSE(testing::Test::HasFailure()) << "round " << round;
+        filtered += form != RowValues::kCounts ? 1 : 0;
+      }
+    }
+  }
+  EXPECT_GT(filtered, 120);
 }
 
 // The weights of the row filter must not be below the ratio of the classes in any fold, and the sums that
