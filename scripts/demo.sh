@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # From a fresh clone to a result: installs what is missing, builds the program, converts an example data set and searches
-# it for interacting SNPs.
+# it for interacting SNPs. TAVO_CUDA=OFF in the environment leaves the CUDA backend out.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/install_dependencies.sh
-cmake --preset release >/dev/null
+cmake --preset release ${TAVO_CUDA:+"-DTAVO_CUDA=$TAVO_CUDA"} >/dev/null
 cmake --build --preset release -- --quiet
 
 bin=build/release
