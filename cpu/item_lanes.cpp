@@ -98,3 +98,12 @@ void ItemLanes::part(size_t first, size_t lanes, std::vector<uint16_t>* dummies)
   std::transform(dummies_.begin(), dummies_.end(), dummies->begin(),
                  [=](uint16_t bits) { return static_cast<uint16_t>(bits >> first & used); });
 }
+
+void ItemLanes::take_lane(const ItemLanes& source, size_t from, size_t to) {
+  exclusive_ = exclusive_ && source.exclusive_;
+  const auto others = static_cast<uint16_t>(~(1u << to));
+  std::transform(dummies_.begin(), dummies_.end(), source.dummies_.begin(), dummies_.begin(),
+                 [=](uint16_t mine, uint16_t theirs) {
+                   return static_cast<uint16_t>((mine & others) | (theirs >> from & 1u) << to);
+                 });
+}

@@ -16,6 +16,12 @@ class ItemLanes {
   // Takes items[count][order], count <= lanes <= kMaxFitLanes; the remaining lanes repeat the first item.
   void take(const int* items, size_t count, size_t lanes);
 
+  // Lane `to` becomes the item of lane `from` of source, which may be this object.
+  void take_lane(const ItemLanes& source, size_t from, size_t to);
+
+  // No lane has an item that matters: the next lanes that come decide on exclusive().
+  void forget() { exclusive_ = true; }
+
   // [n_samples][2 * order]. Dummies of one SNP: heterozygous, homozygous for the counted allele; a missing
   // genotype has neither. Dummies of a SNP of a pair: the low and the high bit of the genotype code, so a
   // missing genotype (code 3) has both.
