@@ -54,22 +54,27 @@ struct Sums {
   Vector<T> value(size_t i) const { return sizeof(T) == 4 ? block[i] : total[i] + lost[i]; }
 };
 
-// Calls sample(i) for every sample, and ends the blocks of sums of doubles.
-template <typename T, size_t Count, typename Sample>
-inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sample sample) {
-  if constexpr (sizeof(T) == 4) {
-    for (size_t i = 0; i < n_samples; ++i) {
+// Calls predict(i), then sample(i), for all samples of a block, and ends the blocks of sums of doubles. What
+// predict does for one sample waits for nothing that it does for another, so that many are under way at once.
+template <typename T, size_t Count, typename Predict, typename Sample>
+inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Predict predict, Sample sample) {
+  for (size_t begin = 0; begin < n_samples; begin += kFitBlockSamples) {
+    const size_t end = begin + kFitBlockSamples < n_samples ? begin + kFitBlockSamples : n_samples;
+    for (size_t i = begin; i < end; ++i) {
+      predict(i);
+    }
+    for (size_t i = begin; i < end; ++i) {
       sample(i);
     }
-  } else {
-    for (size_t begin = 0; begin < n_samples; begin += kFitBlockSamples) {
-      const size_t end = begin + kFitBlockSamples < n_samples ? begin + kFitBlockSamples : n_samples;
-      for (size_t i = begin; i < end; ++i) {
-        sample(i);
-      }
+    if constexpr (sizeof(T) == 8) {
       sums.end_block(used);
     }
   }
+}
+
+template <typename T, size_t Count, typename Sample>
+inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sample sample) {
+  for_samples(n_samples, sums, used, [](size_t) {}, sample);
 }
 
 // The linear predictor of one sample, from the first column to the last.
@@ -138,9 +143,17 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
     const Vector<T> mu = probability(eta);
     return mu * (static_cast<T>(1) - mu);
   });
-  for_samples(in.n_samples, sums, kCount, [&](size_t i) {
+  const auto predict = [&](size_t i) {
+    if constexpr (!kByGenotype) {
+      const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
+      const T* z = in.covariates + i * n_covariates;
+      store(mu_out + i * kLanes, probability(predictor.eta(x, z, n_covariates)));
+    }
+  };
+  for_samples(in.n_samples, sums, kCount, predict, [&](size_t i) {
     const SampleColumns<T, Order, Products> x(in.dummies + i * 2 * Order);
     const T* z = in.covariates + i * n_covariates;
+    const T* zz = in.covariate_products + i * (n_covariates * (n_covariates + 1) / 2);
     Vector<T> mu{};
     Vector<T> complement{};
     Vector<T> weight;
@@ -150,8 +163,7 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
         mu = mu_of.at(x);
       }
     } else {
-      mu = probability(predictor.eta(x, z, n_covariates));
-      store(mu_out + i * kLanes, mu);
+      mu = load(mu_out + i * kLanes);
       complement = static_cast<T>(1) - mu;
       weight = mu * complement;
     }
@@ -159,7 +171,7 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
     for (size_t p = 1; p < Products; ++p) {
       sums.block[p] = add_in(x.set[p], sums.block[p], weight);
     }
-    size_t square = kSquares;
+    size_t square = 0;
     for (size_t c = 0; c < n_covariates; ++c) {
       const Vector<T> mixed = z[c] * mu * complement;
       Vector<T>* row = sums.block + kMixed + c * kColumns;
@@ -168,7 +180,8 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
         row[j] = add_in(x.set[j], row[j], mixed);
       }
       for (size_t d = 0; d <= c; ++d) {
-        sums.block[square++] += (z[c] * z[d]) * mu * complement;
+        sums.block[kSquares + square] += zz[square] * mu * complement;
+        ++square;
       }
     }
     if constexpr (kWithGradient) {

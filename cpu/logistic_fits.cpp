@@ -98,6 +98,15 @@ class LogisticFits : public ItemFits {
     } else {
       input_.covariates = problem.covariates;
     }
+    for (size_t i = 0; i < input_.n_samples; ++i) {
+      const T* z = input_.covariates + i * input_.n_covariates;
+      for (size_t c = 0; c < input_.n_covariates; ++c) {
+        for (size_t d = 0; d <= c; ++d) {
+          covariate_products_.push_back(z[c] * z[d]);
+        }
+      }
+    }
+    input_.covariate_products = covariate_products_.data();
   }
 
   void run(const int* items, size_t count, ItemFit* fits) override {
@@ -351,6 +360,7 @@ class LogisticFits : public ItemFits {
   const size_t columns_;
   const StandardizedCovariates standardized_;
   const std::vector<T> responses_;
+  std::vector<T> covariate_products_;
   FitInput<T> input_{};
   Group<T> fresh_;
   Group<T> gathered_;
