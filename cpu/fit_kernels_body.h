@@ -321,42 +321,67 @@ void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
 
   Sums<T, 1> sums;
   const Predictor<T, kColumns> predictor(coefficients, kColumns + n_covariates);
-  const ByGenotype<T> of_others(coefficients, [](Vector<T> eta) { return minus_log_probability(eta, true); });
-  const ByGenotype<T> of_cases(coefficients, [](Vector<T> eta) { return minus_log_probability(eta, false); });
+  const auto minus_log = [](bool complement) {
+    return [=](Vector<T> eta) { return minus_log_probability(eta, all_or_none<T>(complement)); };
+  };
+  const ByGenotype<T> of_others(coefficients, minus_log(true));
+  const ByGenotype<T> of_cases(coefficients, minus_log(false));
   for_samples(in.n_samples, sums, 1, [&](size_t i) {
     const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
     const T y = in.responses[i];
-    Vector<T> eta{};
-    if constexpr (!kByGenotype) {
-      eta = predictor.eta(x, in.covariates + i * n_covariates, n_covariates);
-    }
+    const auto share_of = [&](bool complement) {
+      if constexpr (kByGenotype) {
+        return (complement ? of_others : of_cases).at(x);
+      } else {
+        return minus_log(complement)(
+            predictor.eta(x, in.covariates + i * n_covariates, n_covariates));
+      }
+    };
     // The response is an indicator: 0 or not, 1 or not.
     Vector<T> share{};
     if (static_cast<T>(1) - y != static_cast<T>(0)) {
-      share = kByGenotype ? of_others.at(x) : minus_log_probability(eta, true);
+      share = share_of(true);
     }
     if (y != static_cast<T>(0)) {
-      share += kByGenotype ? of_cases.at(x) : minus_log_probability(eta, false);
+      share += share_of(false);
     }
     sums.block[0] += static_cast<T>(2) * share;
   });
   store(deviance, sums.value(0));
 }
 
-template <typename T>
+// The same for responses of 0 and 1, of which each has one share.
+template <typename T, int Order>
+void binary_deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
+  constexpr size_t kColumns = genotype_columns(Order);
+  Sums<T, 1> sums;
+  const Predictor<T, kColumns> predictor(coefficients, kColumns + in.n_covariates);
+  Vector<T> shares[kFitBlockSamples];
+  const auto predict = [&](size_t i) {
+    const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
+    const Vector<T> eta = predictor.eta(x, in.covariates + i * in.n_covariates, in.n_covariates);
+    shares[i % kFitBlockSamples] =
+        minus_log_probability(eta, all_or_none<T>(in.responses[i] == static_cast<T>(0)));
+  };
+  for_samples(in.n_samples, sums, 1, predict,
+              [&](size_t i) { sums.block[0] += static_cast<T>(2) * shares[i % kFitBlockSamples]; });
+  store(deviance, sums.value(0));
+}
+
+template <typename T, int Covariates>
 void dummy_sums_pass(const FitInput<T>& in, T* out) {
-  constexpr size_t kMost = kMostCovariates + 2;
-  const size_t width = in.n_covariates + 2;
+  constexpr size_t kMost = (Covariates < 0 ? kMostCovariates : static_cast<size_t>(Covariates)) + 2;
+  const size_t width = Covariates < 0 ? in.n_covariates + 2 : kMost;
   Sums<T, 2 * kMost> sums;
   const Vector<T> one = broadcast(static_cast<T>(1));
   for_samples(in.n_samples, sums, 2 * kMost, [&](size_t i) {
-    const T* z = in.covariates + i * in.n_covariates;
+    const T* z = in.covariates + i * (width - 2);
     const Vector<T> y = broadcast(in.responses[i]);
     for (size_t d = 0; d < 2; ++d) {
       const LaneSet<T> set = lanes_of<T>(in.dummies[2 * i + d]);
       Vector<T>* row = sums.block + d * kMost;
       row[0] = add_in(set, row[0], one);
-      for (size_t c = 0; c < in.n_covariates; ++c) {
+      for (size_t c = 0; c + 2 < width; ++c) {
         row[1 + c] = add_in(set, row[1 + c], broadcast(z[c]));
       }
       row[width - 1] = add_in(set, row[width - 1], y);
@@ -408,17 +433,28 @@ void step_of(const FitInput<float>& in, const float* coefficients, const float* 
 
 template <typename T>
 void deviance_of(const FitInput<T>& in, const T* coefficients, T* deviance) {
-  const auto pass = in.order == 2          ? deviance_pass<T, 2, -1>
+  const auto pass = in.order == 2          ? (in.binary ? binary_deviance_pass<T, 2> : deviance_pass<T, 2, -1>)
                     : in.n_covariates == 0 ? deviance_pass<T, 1, 0>
+                    : in.binary            ? binary_deviance_pass<T, 1>
                                            : deviance_pass<T, 1, -1>;
   pass(in, coefficients, deviance);
 }
 
+template <typename T>
+void dummy_sums_of(const FitInput<T>& in, T* sums) {
+  const auto pass = in.n_covariates == 0   ? dummy_sums_pass<T, 0>
+                    : in.n_covariates == 1 ? dummy_sums_pass<T, 1>
+                    : in.n_covariates == 2 ? dummy_sums_pass<T, 2>
+                    : in.n_covariates == 3 ? dummy_sums_pass<T, 3>
+                                           : dummy_sums_pass<T, -1>;
+  pass(in, sums);
+}
+
 constexpr FitKernels<float> kFloatKernels = {
     kLaneCount<float>,  information_of<float>,  inverse_pass<float>, step_of,
-    deviance_of<float>, dummy_sums_pass<float>, residual_pass<float>};
+    deviance_of<float>, dummy_sums_of<float>, residual_pass<float>};
 constexpr FitKernels<double> kDoubleKernels = {
     kLaneCount<double>,  information_of<double>,  inverse_pass<double>, nullptr,
-    deviance_of<double>, dummy_sums_pass<double>, residual_pass<double>};
+    deviance_of<double>, dummy_sums_of<double>, residual_pass<double>};
 
 }  // namespace

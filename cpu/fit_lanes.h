@@ -140,12 +140,18 @@ inline FloatVector probability(FloatVector eta) {
 inline DoubleVector probability(DoubleVector eta) {
   return 1.0 / (1.0 + each<double>(-eta, [](double x) { return tavo_exp(x); }));
 }
-inline FloatVector minus_log_probability(FloatVector eta, bool complement) {
+inline FloatVector minus_log_probability(FloatVector eta, LaneSet<float> complement) {
   const FloatVector mu = probability(eta);
-  return each<float>(complement ? 1.0f - mu : mu, [](float x) { return -tavo_logf(x); });
+  return each<float>(choose(complement, 1.0f - mu, mu), [](float x) { return -tavo_logf(x); });
 }
-inline DoubleVector minus_log_probability(DoubleVector eta, bool complement) {
-  return each<double>(complement ? eta : -eta, [](double x) { return tavo_softplus(x); });
+inline DoubleVector minus_log_probability(DoubleVector eta, LaneSet<double> complement) {
+  return each<double>(choose(complement, eta, -eta), [](double x) { return tavo_softplus(x); });
+}
+
+// All lanes, or none.
+template <typename T>
+inline LaneSet<T> all_or_none(bool all) {
+  return lanes_of<T>(all ? ~0u : 0u);
 }
 
 }  // namespace

@@ -6,12 +6,14 @@
 #include <array>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "cpu/item_fits.h"
 #include "cpu/item_lanes.h"
 #include "lib/fit_math.h"
 #include "lib/information_inverse.h"
+#include "lib/normal_equations.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
 #include "util/stop_signal.h"
@@ -107,6 +109,7 @@ class LogisticFits : public ItemFits {
       }
     }
     input_.covariate_products = covariate_products_.data();
+    prepare_start();
   }
 
   void run(const int* items, size_t count, ItemFit* fits) override {
@@ -127,6 +130,57 @@ class LogisticFits : public ItemFits {
   }
 
  private:
+  // Computes what every first pass has in common. From coefficients of 0 every probability is 1/2 and every
+  // weight 1/4, provided that no covariate is infinite or no number.
+  void prepare_start() {
+    const T* z = input_.covariates;
+    const size_t size = input_.n_samples * input_.n_covariates;
+    start_known_ = rules_.model == RegressionModel::kLogistic &&
+                   std::all_of(z, z + size, [](T x) { return std::isfinite(x); });
+    if (!start_known_) {
+      return;
+    }
+    const std::vector<uint16_t> no_dummies(2 * input_.n_samples);
+    input_.dummies = no_dummies.data();
+    input_.exclusive = true;
+    kernels_.information(input_, fresh_.coefficients.data(), mu_.data(), information_.data(), step_.data());
+    start_mu_ = mu_;
+    start_information_ = information_;
+    start_gradient_ = step_;
+    constexpr T kHalf = T(1) / 2;
+    std::transform(z, z + size, std::back_inserter(start_covariates_), [](T x) { return x * kHalf * kHalf; });
+    std::transform(responses_.begin(), responses_.end(), std::back_inserter(start_residuals_),
+                   [](T y) { return y - kHalf; });
+    start_ = input_;
+    start_.covariates = start_covariates_.data();
+    start_.responses = start_residuals_.data();
+    start_sums_.resize(2 * static_cast<size_t>(dummy_sum_width(static_cast<int>(input_.n_covariates))) *
+                       kernels_.lanes);
+  }
+
+  // The information matrices and gradients of a first pass.
+  void gather_start(const Group<T>& group) {
+    start_.dummies = group.items.dummies();
+    kernels_.dummy_sums(start_, start_sums_.data());
+    information_ = start_information_;
+    step_ = start_gradient_;
+    const size_t width = input_.n_covariates + 2;
+    for (size_t d = 0; d < 2; ++d) {
+      const T* sums = start_sums_.data() + d * width * kernels_.lanes;
+      for (size_t l = 0; l < kernels_.lanes; ++l) {
+        const auto sum = [&](size_t s) { return sums[s * kernels_.lanes + l]; };
+        const size_t column = 1 + d;
+        at(information_, 0, column, l) = at(information_, column, 0, l) = at(information_, column, column, l) =
+            sum(0) / 4;
+        for (size_t c = 0; c < input_.n_covariates; ++c) {
+          at(information_, column, kNormalDummyColumns + c, l) =
+              at(information_, kNormalDummyColumns + c, column, l) = sum(1 + c);
+        }
+        step_[column * kernels_.lanes + l] = sum(width - 1);
+      }
+    }
+  }
+
   // Puts items first .. first + count - 1 of the batch into fresh_.
   void begin(const int* items, size_t first, size_t count) {
     fresh_.items.take(items, count, kernels_.lanes);
@@ -203,7 +257,11 @@ class LogisticFits : public ItemFits {
   // The covariance of every lane at its coefficients. A lane whose decomposition gives up ends.
   void invert_information(Group<T>* group, FitState otherwise) {
     choose_items(*group);
-    kernels_.information(input_, group->coefficients.data(), mu_.data(), information_.data(), step_.data());
+    if (group->at_start && start_known_) {
+      gather_start(*group);
+    } else {
+      kernels_.information(input_, group->coefficients.data(), mu_.data(), information_.data(), step_.data());
+    }
     kernels_.invert(information_.data(), columns_, inverse_.data(), measures_.data());
     for (size_t l = 0; l < kernels_.lanes; ++l) {
       Lane<T>& lane = group->lane[l];
@@ -268,7 +326,8 @@ class LogisticFits : public ItemFits {
         }
       }
     } else {
-      kernels_.step(input_, group.coefficients.data(), mu_.data(), inverse_.data(), step_.data());
+      const std::vector<T>& mu = group.at_start && start_known_ ? start_mu_ : mu_;
+      kernels_.step(input_, group.coefficients.data(), mu.data(), inverse_.data(), step_.data());
     }
   }
 
@@ -364,6 +423,15 @@ class LogisticFits : public ItemFits {
   FitInput<T> input_{};
   Group<T> fresh_;
   Group<T> gathered_;
+  // Of every first pass.
+  bool start_known_ = false;
+  FitInput<T> start_{};  // its covariates are those times their weights, its responses residuals
+  std::vector<T> start_covariates_;
+  std::vector<T> start_residuals_;
+  std::vector<T> start_mu_;           // as mu_
+  std::vector<T> start_information_;  // of an item without dummies, as information_
+  std::vector<T> start_gradient_;     // the same of the gradient
+  std::vector<T> start_sums_;         // [2][covariates + 2][lanes]
   // Of one pass.
   std::vector<T> mu_;           // [samples][lanes]
   std::vector<T> step_;         // [columns][lanes]
