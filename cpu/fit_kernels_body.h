@@ -77,31 +77,42 @@ inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sam
   for_samples(n_samples, sums, used, [](size_t) {}, sample);
 }
 
-// The linear predictor of one sample, from the first column to the last.
-template <typename T, size_t Columns>
-struct Predictor {
-  Vector<T> coefficients[Columns + kMostCovariates];
+// The sum of a row [columns][lanes] over the columns of a sample, each times its value, from the first column
+// to the last: the linear predictor, where the row is that of the coefficients.
+template <typename T, int Order>
+struct RowSum {
+  static constexpr size_t kColumns = genotype_columns(Order);
+  Vector<T> row[kColumns + kMostCovariates];
+  Vector<T> of[3];  // of one SNP: of the genotype columns
 
-  Predictor(const T* from, size_t columns) {
+  RowSum() = default;
+  RowSum(const T* from, size_t columns) {
     for (size_t j = 0; j < columns; ++j) {
-      coefficients[j] = load(from + j * kLaneCount<T>);
+      row[j] = load(from + j * kLaneCount<T>);
     }
+    of[0] = row[0];
+    of[1] = row[0] + row[1];
+    of[2] = row[0] + row[2];
   }
 
-  template <int Order, size_t Products>
-  Vector<T> eta(const SampleColumns<T, Order, Products>& x, const T* z, size_t n_covariates) const {
-    Vector<T> sum = coefficients[0];
-    for (size_t j = 1; j < Columns; ++j) {
-      sum = add_in(x.set[j], sum, coefficients[j]);
+  template <size_t Products>
+  Vector<T> at(const SampleColumns<T, Order, Products>& x, const T* z, size_t n_covariates) const {
+    Vector<T> sum = row[0];
+    if constexpr (Order == 1) {
+      sum = choose(x.set[2], of[2], choose(x.set[1], of[1], of[0]));
+    } else {
+      for (size_t j = 1; j < kColumns; ++j) {
+        sum = add_in(x.set[j], sum, row[j]);
+      }
     }
     for (size_t c = 0; c < n_covariates; ++c) {
-      sum += coefficients[Columns + c] * z[c];
+      sum += row[kColumns + c] * z[c];
     }
     return sum;
   }
 };
 
-// A value that depends on the genotype alone: of one SNP without covariates.
+// A value that depends on the genotype alone: a function of the predictor of one SNP without covariates.
 template <typename T>
 struct ByGenotype {
   Vector<T> of[3];  // neither dummy, the first, the second
@@ -137,7 +148,7 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
   const size_t n_covariates = Covariates < 0 ? in.n_covariates : kCovariates;
 
   Sums<T, kCount> sums;
-  const Predictor<T, kColumns> predictor(coefficients, kColumns + n_covariates);
+  const RowSum<T, Order> predictor(coefficients, kColumns + n_covariates);
   const ByGenotype<T> mu_of(coefficients, [](Vector<T> eta) { return probability(eta); });
   const ByGenotype<T> weight_of(coefficients, [](Vector<T> eta) {
     const Vector<T> mu = probability(eta);
@@ -147,7 +158,7 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
     if constexpr (!kByGenotype) {
       const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
       const T* z = in.covariates + i * n_covariates;
-      store(mu_out + i * kLanes, probability(predictor.eta(x, z, n_covariates)));
+      store(mu_out + i * kLanes, probability(predictor.at(x, z, n_covariates)));
     }
   };
   for_samples(in.n_samples, sums, kCount, predict, [&](size_t i) {
@@ -264,11 +275,19 @@ void binary_step_pass(const FitInput<float>& in, const float* coefficients, cons
   for (FloatVector& sum : sums) {
     sum = FloatVector{};
   }
-  for (size_t i = 0; i < in.n_samples; ++i) {
+  const auto add = [&](const FloatVector(&of)[kColumns][3], size_t i) {
     const SampleColumns<float, 1, kColumns> x(in.dummies + 2 * i);
-    const auto& by_column = terms[in.responses[i] != 0.0f ? 1 : 0];
     for (size_t j = 0; j < kColumns; ++j) {
-      sums[j] += choose(x.set[2], by_column[j][2], choose(x.set[1], by_column[j][1], by_column[j][0]));
+      sums[j] += choose(x.set[2], of[j][2], choose(x.set[1], of[j][1], of[j][0]));
+    }
+  };
+  // Two ways, so that the terms of both can stay in registers: the responses come in the same order in every
+  // pass, which branch predictors learn.
+  for (size_t i = 0; i < in.n_samples; ++i) {
+    if (in.responses[i] != 0.0f) {
+      add(terms[1], i);
+    } else {
+      add(terms[0], i);
     }
   }
   for (size_t j = 0; j < kColumns; ++j) {
@@ -287,8 +306,10 @@ void step_pass(const FitInput<float>& in, const float* coefficients, const float
   const size_t columns = kColumns + n_covariates;
 
   FloatVector sums[kColumns + kCovariates];
-  for (FloatVector& sum : sums) {
-    sum = FloatVector{};
+  RowSum<float, Order> rows[kColumns + kCovariates];
+  for (size_t j = 0; j < columns; ++j) {
+    sums[j] = FloatVector{};
+    rows[j] = RowSum<float, Order>(inverse + j * columns * kLanes, columns);
   }
   const ByGenotype<float> by_genotype(coefficients, [](FloatVector eta) { return probability(eta); });
   for (size_t i = 0; i < in.n_samples; ++i) {
@@ -297,15 +318,7 @@ void step_pass(const FitInput<float>& in, const float* coefficients, const float
     const FloatVector mu = kByGenotype ? by_genotype.at(x) : load(mu_in + i * kLanes);
     const FloatVector residual = in.responses[i] - mu;
     for (size_t j = 0; j < columns; ++j) {
-      const float* row = inverse + j * columns * kLanes;
-      FloatVector projected = load(row);
-      for (size_t k = 1; k < kColumns; ++k) {
-        projected = add_in(x.set[k], projected, load(row + k * kLanes));
-      }
-      for (size_t c = 0; c < n_covariates; ++c) {
-        projected += load(row + (kColumns + c) * kLanes) * z[c];
-      }
-      sums[j] += projected * residual;
+      sums[j] += rows[j].at(x, z, n_covariates) * residual;
     }
   }
   for (size_t j = 0; j < columns; ++j) {
@@ -320,7 +333,7 @@ void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
   const size_t n_covariates = Covariates < 0 ? in.n_covariates : static_cast<size_t>(Covariates);
 
   Sums<T, 1> sums;
-  const Predictor<T, kColumns> predictor(coefficients, kColumns + n_covariates);
+  const RowSum<T, Order> predictor(coefficients, kColumns + n_covariates);
   const auto minus_log = [](bool complement) {
     return [=](Vector<T> eta) { return minus_log_probability(eta, all_or_none<T>(complement)); };
   };
@@ -334,7 +347,7 @@ void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
         return (complement ? of_others : of_cases).at(x);
       } else {
         return minus_log(complement)(
-            predictor.eta(x, in.covariates + i * n_covariates, n_covariates));
+            predictor.at(x, in.covariates + i * n_covariates, n_covariates));
       }
     };
     // The response is an indicator: 0 or not, 1 or not.
@@ -355,11 +368,11 @@ template <typename T, int Order>
 void binary_deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
   constexpr size_t kColumns = genotype_columns(Order);
   Sums<T, 1> sums;
-  const Predictor<T, kColumns> predictor(coefficients, kColumns + in.n_covariates);
+  const RowSum<T, Order> predictor(coefficients, kColumns + in.n_covariates);
   Vector<T> shares[kFitBlockSamples];
   const auto predict = [&](size_t i) {
     const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
-    const Vector<T> eta = predictor.eta(x, in.covariates + i * in.n_covariates, in.n_covariates);
+    const Vector<T> eta = predictor.at(x, in.covariates + i * in.n_covariates, in.n_covariates);
     shares[i % kFitBlockSamples] =
         minus_log_probability(eta, all_or_none<T>(in.responses[i] == static_cast<T>(0)));
   };
@@ -397,11 +410,11 @@ void dummy_sums_pass(const FitInput<T>& in, T* out) {
 template <typename T>
 void residual_pass(const FitInput<T>& in, const T* coefficients, T* squares) {
   Sums<T, 1> sums;
-  const Predictor<T, 3> predictor(coefficients, 3 + in.n_covariates);
+  const RowSum<T, 1> predictor(coefficients, 3 + in.n_covariates);
   for_samples(in.n_samples, sums, 1, [&](size_t i) {
     const SampleColumns<T, 1, 3> x(in.dummies + 2 * i);
     const Vector<T> residual =
-        predictor.eta(x, in.covariates + i * in.n_covariates, in.n_covariates) - in.responses[i];
+        predictor.at(x, in.covariates + i * in.n_covariates, in.n_covariates) - in.responses[i];
     sums.block[0] += residual * residual;
   });
   store(squares, sums.value(0));
