@@ -34,6 +34,7 @@ class ItemLanes {
   void part(size_t first, size_t lanes, std::vector<uint16_t>* dummies) const;
 
  private:
+  const uint32_t* words_at(size_t word);
   void take_neighbours(int first_snp, size_t lanes);
   void take_any(const int* items, size_t count, size_t lanes);
 
@@ -41,4 +42,10 @@ class ItemLanes {
   const size_t order_;
   bool exclusive_ = true;
   std::vector<uint16_t> dummies_;
+
+  // Words of the rows, [kWordsAtATime][n_samples] from first_word_ on: each row is far from the next, and
+  // gives the words of several groups at a time.
+  static constexpr size_t kWordsAtATime = 4;
+  size_t first_word_ = 0;
+  std::vector<uint32_t> words_;
 };
