@@ -6,6 +6,7 @@
 
 #include "cpu/fit_kernels.h"
 #include "cpu/fit_lanes.h"
+#include "cpu/interleaved_lanes.h"
 #include "lib/sweep_inverse.h"
 
 namespace {
@@ -54,14 +55,19 @@ struct Sums {
   Vector<T> value(size_t i) const { return sizeof(T) == 4 ? block[i] : total[i] + lost[i]; }
 };
 
-// Calls predict(i), then sample(i), for all samples of a block, and ends the blocks of sums of doubles. What
-// predict does for one sample waits for nothing that it does for another, so that many are under way at once.
+// Calls predict(samples) for all samples of a block, kTogether at a time (the last ones may be one repeated),
+// then sample(i) for each, and ends the blocks of sums of doubles. What predict does for some samples waits for
+// nothing that it does for others.
 template <typename T, size_t Count, typename Predict, typename Sample>
 inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Predict predict, Sample sample) {
   for (size_t begin = 0; begin < n_samples; begin += kFitBlockSamples) {
     const size_t end = begin + kFitBlockSamples < n_samples ? begin + kFitBlockSamples : n_samples;
-    for (size_t i = begin; i < end; ++i) {
-      predict(i);
+    for (size_t i = begin; i < end; i += kTogether) {
+      size_t samples[kTogether];
+      for (size_t p = 0; p < kTogether; ++p) {
+        samples[p] = i + p < end ? i + p : end - 1;
+      }
+      predict(samples);
     }
     for (size_t i = begin; i < end; ++i) {
       sample(i);
@@ -74,7 +80,7 @@ inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Pre
 
 template <typename T, size_t Count, typename Sample>
 inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sample sample) {
-  for_samples(n_samples, sums, used, [](size_t) {}, sample);
+  for_samples(n_samples, sums, used, [](const size_t*) {}, sample);
 }
 
 // The sum of a row [columns][lanes] over the columns of a sample, each times its value, from the first column
@@ -149,16 +155,20 @@ void information_pass(const FitInput<T>& in, const T* coefficients, T* mu_out, T
 
   Sums<T, kCount> sums;
   const RowSum<T, Order> predictor(coefficients, kColumns + n_covariates);
-  const ByGenotype<T> mu_of(coefficients, [](Vector<T> eta) { return probability(eta); });
+  const ByGenotype<T> mu_of(coefficients, [](Vector<T> eta) { return probability_of(eta); });
   const ByGenotype<T> weight_of(coefficients, [](Vector<T> eta) {
-    const Vector<T> mu = probability(eta);
+    const Vector<T> mu = probability_of(eta);
     return mu * (static_cast<T>(1) - mu);
   });
-  const auto predict = [&](size_t i) {
+  const auto predict = [&](const size_t* samples) {
     if constexpr (!kByGenotype) {
-      const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
-      const T* z = in.covariates + i * n_covariates;
-      store(mu_out + i * kLanes, probability(predictor.at(x, z, n_covariates)));
+      const auto mu = probability(each_part<Vector<T>>([&](size_t p) {
+        const SampleColumns<T, Order, kColumns> x(in.dummies + samples[p] * 2 * Order);
+        return predictor.at(x, in.covariates + samples[p] * n_covariates, n_covariates);
+      }));
+      for (size_t p = 0; p < kTogether; ++p) {
+        store(mu_out + samples[p] * kLanes, mu.part[p]);
+      }
     }
   };
   for_samples(in.n_samples, sums, kCount, predict, [&](size_t i) {
@@ -262,7 +272,7 @@ void binary_step_pass(const FitInput<float>& in, const float* coefficients, cons
                       const float* inverse, float* step) {
   constexpr size_t kColumns = 3;
   constexpr size_t kLanes = kLaneCount<float>;
-  const ByGenotype<float> mu(coefficients, [](FloatVector eta) { return probability(eta); });
+  const ByGenotype<float> mu(coefficients, [](FloatVector eta) { return probability_of(eta); });
   FloatVector terms[2][kColumns][3];  // by response, column, genotype
   for (size_t j = 0; j < kColumns; ++j) {
     const ByGenotype<float> projected(inverse + j * kColumns * kLanes, [](FloatVector sum) { return sum; });
@@ -311,7 +321,7 @@ void step_pass(const FitInput<float>& in, const float* coefficients, const float
     sums[j] = FloatVector{};
     rows[j] = RowSum<float, Order>(inverse + j * columns * kLanes, columns);
   }
-  const ByGenotype<float> by_genotype(coefficients, [](FloatVector eta) { return probability(eta); });
+  const ByGenotype<float> by_genotype(coefficients, [](FloatVector eta) { return probability_of(eta); });
   for (size_t i = 0; i < in.n_samples; ++i) {
     const SampleColumns<float, Order, kColumns> x(in.dummies + i * 2 * Order);
     const float* z = in.covariates + i * n_covariates;
@@ -335,7 +345,7 @@ void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
   Sums<T, 1> sums;
   const RowSum<T, Order> predictor(coefficients, kColumns + n_covariates);
   const auto minus_log = [](bool complement) {
-    return [=](Vector<T> eta) { return minus_log_probability(eta, all_or_none<T>(complement)); };
+    return [=](Vector<T> eta) { return minus_log_probability_of(eta, complement); };
   };
   const ByGenotype<T> of_others(coefficients, minus_log(true));
   const ByGenotype<T> of_cases(coefficients, minus_log(false));
@@ -370,11 +380,17 @@ void binary_deviance_pass(const FitInput<T>& in, const T* coefficients, T* devia
   Sums<T, 1> sums;
   const RowSum<T, Order> predictor(coefficients, kColumns + in.n_covariates);
   Vector<T> shares[kFitBlockSamples];
-  const auto predict = [&](size_t i) {
-    const SampleColumns<T, Order, kColumns> x(in.dummies + i * 2 * Order);
-    const Vector<T> eta = predictor.at(x, in.covariates + i * in.n_covariates, in.n_covariates);
-    shares[i % kFitBlockSamples] =
-        minus_log_probability(eta, all_or_none<T>(in.responses[i] == static_cast<T>(0)));
+  const auto predict = [&](const size_t* samples) {
+    bool complement[kTogether];
+    const auto eta = each_part<Vector<T>>([&](size_t p) {
+      complement[p] = in.responses[samples[p]] == static_cast<T>(0);
+      const SampleColumns<T, Order, kColumns> x(in.dummies + samples[p] * 2 * Order);
+      return predictor.at(x, in.covariates + samples[p] * in.n_covariates, in.n_covariates);
+    });
+    const auto some = minus_log_probability(eta, complement);
+    for (size_t p = 0; p < kTogether; ++p) {
+      shares[samples[p] % kFitBlockSamples] = some.part[p];
+    }
   };
   for_samples(in.n_samples, sums, 1, predict,
               [&](size_t i) { sums.block[0] += static_cast<T>(2) * shares[i % kFitBlockSamples]; });
