@@ -56,8 +56,8 @@ struct Sums {
 };
 
 // Calls predict(samples) for all samples of a block, kTogether at a time (the last ones may be one repeated),
-// then sample(i) for each, and ends the blocks of sums of doubles. What predict does for some samples waits for
-// nothing that it does for others.
+// then sample(i) for each, and ends the blocks of sums of doubles. What predict does for some samples waits
+// for nothing that it does for others.
 template <typename T, size_t Count, typename Predict, typename Sample>
 inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Predict predict, Sample sample) {
   for (size_t begin = 0; begin < n_samples; begin += kFitBlockSamples) {
@@ -80,7 +80,8 @@ inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Pre
 
 template <typename T, size_t Count, typename Sample>
 inline void for_samples(size_t n_samples, Sums<T, Count>& sums, size_t used, Sample sample) {
-  for_samples(n_samples, sums, used, [](const size_t*) {}, sample);
+  for_samples(
+      n_samples, sums, used, [](const size_t*) {}, sample);
 }
 
 // The sum of a row [columns][lanes] over the columns of a sample, each times its value, from the first column
@@ -356,8 +357,7 @@ void deviance_pass(const FitInput<T>& in, const T* coefficients, T* deviance) {
       if constexpr (kByGenotype) {
         return (complement ? of_others : of_cases).at(x);
       } else {
-        return minus_log(complement)(
-            predictor.at(x, in.covariates + i * n_covariates, n_covariates));
+        return minus_log(complement)(predictor.at(x, in.covariates + i * n_covariates, n_covariates));
       }
     };
     // The response is an indicator: 0 or not, 1 or not.
@@ -462,7 +462,7 @@ void step_of(const FitInput<float>& in, const float* coefficients, const float* 
 
 template <typename T>
 void deviance_of(const FitInput<T>& in, const T* coefficients, T* deviance) {
-  const auto pass = in.order == 2          ? (in.binary ? binary_deviance_pass<T, 2> : deviance_pass<T, 2, -1>)
+  const auto pass = in.order == 2 ? (in.binary ? binary_deviance_pass<T, 2> : deviance_pass<T, 2, -1>)
                     : in.n_covariates == 0 ? deviance_pass<T, 1, 0>
                     : in.binary            ? binary_deviance_pass<T, 1>
                                            : deviance_pass<T, 1, -1>;
@@ -480,10 +480,10 @@ void dummy_sums_of(const FitInput<T>& in, T* sums) {
 }
 
 constexpr FitKernels<float> kFloatKernels = {
-    kLaneCount<float>,  information_of<float>,  inverse_pass<float>, step_of,
-    deviance_of<float>, dummy_sums_of<float>, residual_pass<float>};
+    kLaneCount<float>,  information_of<float>, inverse_pass<float>, step_of,
+    deviance_of<float>, dummy_sums_of<float>,  residual_pass<float>};
 constexpr FitKernels<double> kDoubleKernels = {
-    kLaneCount<double>,  information_of<double>,  inverse_pass<double>, nullptr,
-    deviance_of<double>, dummy_sums_of<double>, residual_pass<double>};
+    kLaneCount<double>,  information_of<double>, inverse_pass<double>, nullptr,
+    deviance_of<double>, dummy_sums_of<double>,  residual_pass<double>};
 
 }  // namespace

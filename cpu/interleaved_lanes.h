@@ -36,18 +36,18 @@ inline Several<V> each_part(Function function) {
   return result;
 }
 
-#define TAVO_EACH_PART(op)                                                                                   \
-  template <typename V>                                                                                      \
-  inline Several<V> operator op(const Several<V>& a, const Several<V>& b) {                                  \
-    return each_part<V>([&](size_t p) { return a.part[p] op b.part[p]; });                                   \
-  }                                                                                                          \
-  template <typename V>                                                                                      \
-  inline Several<V> operator op(ElementOf<V> a, const Several<V>& b) {                                       \
-    return each_part<V>([&](size_t p) { return a op b.part[p]; });                                           \
-  }                                                                                                          \
-  template <typename V>                                                                                      \
-  inline Several<V> operator op(const Several<V>& a, ElementOf<V> b) {                                       \
-    return each_part<V>([&](size_t p) { return a.part[p] op b; });                                           \
+#define TAVO_EACH_PART(op)                                                  \
+  template <typename V>                                                     \
+  inline Several<V> operator op(const Several<V>& a, const Several<V>& b) { \
+    return each_part<V>([&](size_t p) { return a.part[p] op b.part[p]; });  \
+  }                                                                         \
+  template <typename V>                                                     \
+  inline Several<V> operator op(ElementOf<V> a, const Several<V>& b) {      \
+    return each_part<V>([&](size_t p) { return a op b.part[p]; });          \
+  }                                                                         \
+  template <typename V>                                                     \
+  inline Several<V> operator op(const Several<V>& a, ElementOf<V> b) {      \
+    return each_part<V>([&](size_t p) { return a.part[p] op b; });          \
   }
 TAVO_EACH_PART(+)
 TAVO_EACH_PART(-)

@@ -170,8 +170,8 @@ class LogisticFits : public ItemFits {
       for (size_t l = 0; l < kernels_.lanes; ++l) {
         const auto sum = [&](size_t s) { return sums[s * kernels_.lanes + l]; };
         const size_t column = 1 + d;
-        at(information_, 0, column, l) = at(information_, column, 0, l) = at(information_, column, column, l) =
-            sum(0) / 4;
+        at(information_, 0, column, l) = at(information_, column, 0, l) =
+            at(information_, column, column, l) = sum(0) / 4;
         for (size_t c = 0; c < input_.n_covariates; ++c) {
           at(information_, column, kNormalDummyColumns + c, l) =
               at(information_, kNormalDummyColumns + c, column, l) = sum(1 + c);
@@ -357,8 +357,8 @@ class LogisticFits : public ItemFits {
     }
   }
 
-  // A pass is a function of the coefficients alone, so coefficients that come back, as rounding can have it, go
-  // on in a cycle without end. Its whole turns are left out.
+  // A pass is a function of the coefficients alone, so coefficients that come back, as rounding can have it,
+  // go on in a cycle without end. Its whole turns are left out.
   void skip_cycles(const Group<T>& group, size_t l, Lane<T>* lane) {
     const auto same = [&](size_t j) {
       const T now = group.coefficients[j * kernels_.lanes + l];

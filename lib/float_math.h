@@ -30,8 +30,8 @@ TAVO_HOST_DEVICE float canonical_nan(float x) {
   return x == x ? x : float_nan();
 }
 
-// What the functions below need of a number besides arithmetic. They are templates over F: float, or a type of
-// many floats that has the same operations (cpu/fit_lanes.h).
+// What the functions below need of a number besides arithmetic. They are templates over F: float, or a type
+// of many floats that has the same operations (cpu/fit_lanes.h).
 TAVO_HOST_DEVICE float choose(bool first, float a, float b) {
   return first ? a : b;
 }
