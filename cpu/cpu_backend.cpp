@@ -54,9 +54,6 @@ struct SearchData {
 
 namespace {
 
-// Fits between two looks at the stop signal; whole groups of lanes.
-constexpr size_t kFitsAtATime = 32;
-
 class CpuDevice : public Device {
  public:
   explicit CpuDevice(CpuBackend& backend) : backend_(backend) { backend_.count_open(1); }
@@ -120,11 +117,7 @@ class CpuDevice : public Device {
   }
 
   Status fit_items(const RegressionBatchCommand& command) override {
-    const auto width = static_cast<size_t>(order_);
-    for (size_t i = 0; i < command.active && stop_signal() == 0; i += kFitsAtATime) {
-      item_fits_->run(command.items + i * width, std::min(kFitsAtATime, command.active - i),
-                      command.results + i);
-    }
+    item_fits_->run(command.items, command.active, command.results);
     return {};
   }
 

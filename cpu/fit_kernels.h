@@ -23,6 +23,8 @@ struct FitInput {
   const uint16_t* dummies;  // [n_samples][2 * order]: the lanes whose dummy is 1, lane l in bit l
   const T* responses;       // [n_samples]
   const T* covariates;      // [n_samples][n_covariates]
+  // The products of two covariates, 0 0, 0 1, 1 1, 0 2, ...; for passes that gather information.
+  const T* covariate_products;  // [n_samples][n_covariates * (n_covariates + 1) / 2]
 };
 
 // One pass of a logistic fit. coefficients: [columns][lanes]. Writes the probabilities mu[n_samples][lanes]

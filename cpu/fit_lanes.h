@@ -122,30 +122,10 @@ inline Vector<T> choose(LaneSet<T> set, Vector<T> a, Vector<T> b) {
 
 #endif
 
-// Applies a function of one number to every lane.
-template <typename T, typename Function>
-inline Vector<T> each(Vector<T> x, Function function) {
-  T lanes[kLaneCount<T>];
-  store(lanes, x);
-  for (size_t l = 0; l < kLaneCount<T>; ++l) {
-    lanes[l] = function(lanes[l]);
-  }
-  return load(lanes);
-}
-
-// fit_probability and fit_minus_log of every lane.
-inline FloatVector probability(FloatVector eta) {
-  return 1.0f / (1.0f + each<float>(-eta, [](float x) { return tavo_expf(x); }));
-}
-inline DoubleVector probability(DoubleVector eta) {
-  return 1.0 / (1.0 + each<double>(-eta, [](double x) { return tavo_exp(x); }));
-}
-inline FloatVector minus_log_probability(FloatVector eta, bool complement) {
-  const FloatVector mu = probability(eta);
-  return each<float>(complement ? 1.0f - mu : mu, [](float x) { return -tavo_logf(x); });
-}
-inline DoubleVector minus_log_probability(DoubleVector eta, bool complement) {
-  return each<double>(complement ? eta : -eta, [](double x) { return tavo_softplus(x); });
+// All lanes, or none.
+template <typename T>
+inline LaneSet<T> all_or_none(bool all) {
+  return lanes_of<T>(all ? ~0u : 0u);
 }
 
 }  // namespace

@@ -14,7 +14,7 @@ class ItemFits {
  public:
   virtual ~ItemFits() = default;
 
-  // Fits items[count][order] into fits[count].
+  // Fits items[count][order] into fits[count]. Returns early, without all of them, after a stop signal.
   virtual void run(const int* items, size_t count, ItemFit* fits) = 0;
 };
 

@@ -44,22 +44,45 @@ void ItemLanes::take(const int* items, size_t count, size_t lanes) {
   }
 }
 
-// Codes of neighbouring SNPs stand side by side in a sample's row: a shift and a mask give those of all
-// lanes.
+// The words at place `word` of all rows.
+const uint32_t* ItemLanes::words_at(size_t word) {
+  const auto n_samples = static_cast<size_t>(problem_.n_samples);
+  if (words_.empty() || word < first_word_ || word >= first_word_ + kWordsAtATime) {
+    first_word_ = word;
+    words_.resize(kWordsAtATime * n_samples);
+    const size_t count = std::min(kWordsAtATime, static_cast<size_t>(problem_.words_per_row) - word);
+    for (size_t i = 0; i < n_samples; ++i) {
+      const uint32_t* row = problem_.row(i) + word;
+      for (size_t w = 0; w < count; ++w) {
+        words_[w * n_samples + i] = row[w];
+      }
+    }
+  }
+  return words_.data() + (word - first_word_) * n_samples;
+}
+
+// The codes of the lanes stand together in one word or two of each row.
 void ItemLanes::take_neighbours(int first_snp, size_t lanes) {
   const auto first = static_cast<size_t>(first_snp);
   const size_t word = first / kGenotypesPerWord;
   const auto shift = static_cast<unsigned>(2 * (first % kGenotypesPerWord));
-  const bool in_two = shift + 2 * lanes > 32;
   const uint32_t used = (uint32_t{1} << lanes) - 1;
-  for (size_t i = 0; i < static_cast<size_t>(problem_.n_samples); ++i) {
-    const uint32_t* row = problem_.row(i) + word;
-    const uint64_t both = row[0] | (in_two ? static_cast<uint64_t>(row[1]) << 32 : 0);
-    const auto codes = static_cast<uint32_t>(both >> shift);
+  const auto put = [&](size_t i, uint32_t codes) {
     const uint32_t low = even_bits(codes) & used;
     const uint32_t high = even_bits(codes >> 1) & used;
     dummies_[2 * i] = static_cast<uint16_t>(low & ~high);
     dummies_[2 * i + 1] = static_cast<uint16_t>(high & ~low);
+  };
+  if (shift + 2 * lanes <= 2 * kGenotypesPerWord) {
+    const uint32_t* words = words_at(word);
+    for (size_t i = 0; i < static_cast<size_t>(problem_.n_samples); ++i) {
+      put(i, words[i] >> shift);
+    }
+  } else {
+    for (size_t i = 0; i < static_cast<size_t>(problem_.n_samples); ++i) {
+      const uint32_t* row = problem_.row(i) + word;
+      put(i, static_cast<uint32_t>((row[0] | static_cast<uint64_t>(row[1]) << 32) >> shift));
+    }
   }
 }
 
@@ -97,4 +120,13 @@ void ItemLanes::part(size_t first, size_t lanes, std::vector<uint16_t>* dummies)
   const uint32_t used = (uint32_t{1} << lanes) - 1;
   std::transform(dummies_.begin(), dummies_.end(), dummies->begin(),
                  [=](uint16_t bits) { return static_cast<uint16_t>(bits >> first & used); });
+}
+
+void ItemLanes::take_lane(const ItemLanes& source, size_t from, size_t to) {
+  exclusive_ = exclusive_ && source.exclusive_;
+  const auto others = static_cast<uint16_t>(~(1u << to));
+  std::transform(dummies_.begin(), dummies_.end(), source.dummies_.begin(), dummies_.begin(),
+                 [=](uint16_t mine, uint16_t theirs) {
+                   return static_cast<uint16_t>((mine & others) | (theirs >> from & 1u) << to);
+                 });
 }

@@ -14,6 +14,7 @@
 #include "lib/normal_equations.h"
 #include "lib/precise_fit.h"
 #include "lib/standardized.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -72,7 +73,7 @@ class LinearFits : public ItemFits {
   }
 
   void run(const int* items, size_t count, ItemFit* fits) override {
-    for (size_t i = 0; i < count; i += kernels_.lanes) {
+    for (size_t i = 0; i < count && stop_signal() == 0; i += kernels_.lanes) {
       fit_group(items + i, std::min(kernels_.lanes, count - i), fits + i);
     }
   }

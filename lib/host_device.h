@@ -7,9 +7,12 @@
 // different instruction sets is merged by the linker, and the wide copy may win and crash an older processor.
 #ifdef __CUDACC__
 #define TAVO_HOST_DEVICE static __host__ __device__ __forceinline__
+#define TAVO_HOST_DEVICE_INLINED TAVO_HOST_DEVICE
 #define TAVO_HOST_DEVICE_MEMBER __host__ __device__
 #else
 #define TAVO_HOST_DEVICE [[maybe_unused]] static inline
+// For functions of many vectors, which a call would pass through memory.
+#define TAVO_HOST_DEVICE_INLINED [[maybe_unused, gnu::always_inline]] static inline
 #define TAVO_HOST_DEVICE_MEMBER
 #endif
 

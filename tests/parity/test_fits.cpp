@@ -7,7 +7,9 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <memory>
+#include <set>
 #include <sstream>
 
 #include "cpu/item_fits.h"
@@ -120,6 +122,68 @@ TEST(SinglePrecisionLogisticFits, HaveTheBitsOfTheNaiveFit) {
   }
 }
 
+// Makes items slow: rare genotypes, and SNPs that all but separate the classes, whose coefficients grow pass
+// after pass.
+void make_slow(RegressionData* data) {
+  for (size_t i = 0; i < data->genotypes.size(); ++i) {
+    for (size_t s = 0; s < data->genotypes[i].size(); s += 5) {
+      const bool exception = i == s % data->genotypes.size();
+      data->genotypes[i][s] = (data->phenotypes[i] == 1.0f) != exception && s % 2 == 0 ? 1 : i < 3 ? 2 : 0;
+    }
+  }
+  data->finish(data->problem.n_covariates);
+}
+
+// Items that end after few passes and after many, and some at the limit: lanes are filled again and again,
+// and coefficients that come back in a cycle do not end an iteration early or late.
+TEST(SinglePrecisionLogisticFits, HaveTheBitsOfTheNaiveFitWhereItemsNeedManyPasses) {
+  std::mt19937 random(15);
+  for (const int n_covariates : {0, 1, 4}) {
+    RegressionData data;
+    make_random(random, 60, 150, n_covariates, 0.05, false, &data);
+    make_slow(&data);
+    const std::vector<int> items = all_items(150, 1);
+    for (const int iterations : {1, 20, 45}) {
+      const RegressionRules rules = rules_of(RegressionModel::kLogistic, Precision::kSingle, iterations);
+      std::vector<ItemFit> naive(items.size());
+      std::set<int> passes;
+      for (size_t k = 0; k < items.size(); ++k) {
+        naive[k] = naive_logistic(data.problem, rules, &items[k]);
+        passes.insert(naive[k].iterations);
+      }
+      EXPECT_TRUE(passes.count(iterations)) << "no item reaches the limit";
+      if (iterations > 1) {
+        EXPECT_GE(passes.size(), 6u) << "items of one kind only";
+      }
+      for (const InstructionSet set : sets_here()) {
+        const std::vector<ItemFit> fits = fit_all(data.problem, rules, items, set);
+        for (size_t k = 0; k < fits.size(); ++k) {
+          SCOPED_TRACE(std::string(name_of(set)) + ", " + std::to_string(n_covariates) +
+                       " covariates, limit " + std::to_string(iterations) + ", item " + std::to_string(k));
+          expect_same(naive[k], fits[k], rules.columns(n_covariates));
+        }
+      }
+    }
+  }
+}
+
+// Without finite covariates no probability of the first pass is known beforehand.
+TEST(SinglePrecisionLogisticFits, HaveTheBitsOfTheNaiveFitWithAnInfiniteCovariate) {
+  std::mt19937 random(16);
+  RegressionData data;
+  make_random(random, 60, 20, 2, 0.0, false, &data);
+  data.covariates[31] = std::numeric_limits<float>::infinity();
+  const RegressionRules rules = rules_of(RegressionModel::kLogistic, Precision::kSingle);
+  const std::vector<int> items = all_items(20, 1);
+  for (const InstructionSet set : sets_here()) {
+    const std::vector<ItemFit> fits = fit_all(data.problem, rules, items, set);
+    for (size_t k = 0; k < fits.size(); ++k) {
+      SCOPED_TRACE(std::string(name_of(set)) + ", item " + std::to_string(k));
+      expect_same(naive_logistic(data.problem, rules, &items[k]), fits[k], rules.columns(2));
+    }
+  }
+}
+
 // Every kind of fit.
 TEST(Fits, HaveTheSameBitsOnEveryInstructionSet) {
   std::mt19937 random(12);
@@ -150,18 +214,24 @@ TEST(Fits, DoNotDependOnTheOtherItemsOfTheBatch) {
   std::mt19937 random(13);
   for (const RegressionModel model :
        {RegressionModel::kLogistic, RegressionModel::kOrderedLogistic, RegressionModel::kLinear}) {
-    RegressionData data;
-    make_random(random, 150, 40, 2, 0.02, model == RegressionModel::kLinear, &data);
-    const RegressionRules rules = rules_of(model, Precision::kSingle);
-    const auto width = static_cast<size_t>(rules.order());
-    const std::vector<int> items = all_items(40, rules.order());
-    for (const InstructionSet set : sets_here()) {
-      const std::vector<ItemFit> together = fit_all(data.problem, rules, items, set);
-      for (size_t k = 0; k < together.size(); k += 7) {
-        const std::vector<int> one(items.begin() + static_cast<ptrdiff_t>(k * width),
-                                   items.begin() + static_cast<ptrdiff_t>((k + 1) * width));
-        SCOPED_TRACE(std::string(name_of(set)) + ", item " + std::to_string(k));
-        expect_same(fit_all(data.problem, rules, one, set)[0], together[k], rules.columns(2));
+    for (const Precision precision : {Precision::kSingle, Precision::kDouble}) {
+      const bool linear = model == RegressionModel::kLinear;
+      RegressionData data;
+      make_random(random, 150, 40, 2, 0.02, linear, &data);
+      if (!linear) {
+        make_slow(&data);
+      }
+      const RegressionRules rules = rules_of(model, precision);
+      const auto width = static_cast<size_t>(rules.order());
+      const std::vector<int> items = all_items(40, rules.order());
+      for (const InstructionSet set : sets_here()) {
+        const std::vector<ItemFit> together = fit_all(data.problem, rules, items, set);
+        for (size_t k = 0; k < together.size(); k += 7) {
+          const std::vector<int> one(items.begin() + static_cast<ptrdiff_t>(k * width),
+                                     items.begin() + static_cast<ptrdiff_t>((k + 1) * width));
+          SCOPED_TRACE(std::string(name_of(set)) + ", item " + std::to_string(k));
+          expect_same(fit_all(data.problem, rules, one, set)[0], together[k], rules.columns(2));
+        }
       }
     }
   }
