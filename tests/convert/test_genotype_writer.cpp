@@ -103,7 +103,8 @@ TEST(GenotypeWriter, TheTargetStaysAsItWasUntilTheCommit) {
     ASSERT_TRUE(writer->open().ok());
     ASSERT_TRUE(feed(*writer, whole).ok());
     EXPECT_EQ(read_file(dir / "g"), "before");
-    EXPECT_EQ(file_names(dir.path()).size(), 2u);
+    // A temporary file stands beside it only where the file system has no files without names.
+    EXPECT_LE(file_names(dir.path()).size(), 2u);
   }
   EXPECT_EQ(file_names(dir.path()), std::vector<std::string>{"g"});
   ASSERT_TRUE(write_genotypes(Layout::kNormal, dir / "g", small_data(4, 4)).ok());

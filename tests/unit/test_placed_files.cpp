@@ -2,6 +2,7 @@
 //
 // Files that are written and read at places of them.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -49,6 +50,47 @@ TEST(OutputFile, PlacesAndAppendedBytesMakeOneFile) {
   EXPECT_FALSE(std::filesystem::exists(dir / "f"));
   EXPECT_TRUE(file.commit().ok());
   EXPECT_EQ(read_file(dir / "f"), std::string("head\0\0midend", 12));
+}
+
+// The name that a file needs just before it gets its own would be too long: it has one from the start.
+TEST(OutputFile, WithALongNameStandsBesideItUntilItIsComplete) {
+  const TempDir dir;
+  const std::string name(255 - 4 - std::to_string(getpid()).size(), 'n');
+  const auto n_files = [&] {
+    return std::distance(std::filesystem::directory_iterator(dir.path()),
+                         std::filesystem::directory_iterator());
+  };
+  for (const bool complete : {false, true}) {
+    {
+      OutputFile file;
+      ASSERT_EQ(file.open((dir / name).string()).message(), "");
+      ASSERT_TRUE(file.write("text", 4).ok());
+      EXPECT_EQ(n_files(), 1);
+      EXPECT_FALSE(std::filesystem::exists(dir / name));
+      if (complete) {
+        ASSERT_EQ(file.commit().message(), "");
+      }
+    }
+    EXPECT_EQ(n_files(), complete ? 1 : 0);
+  }
+  EXPECT_EQ(read_file(dir / name), "text");
+  OutputFile longer;
+  EXPECT_FALSE(longer.open((dir / std::string(255, 'n')).string()).ok());
+}
+
+TEST(OutputFile, WrittenDirectlyIsEmptyUnlessItIsComplete) {
+  const TempDir dir;
+  for (const bool complete : {false, true}) {
+    {
+      OutputFile file;
+      ASSERT_TRUE(file.open_directly((dir / "f").string()).ok());
+      ASSERT_TRUE(file.write("text", 4).ok());
+      if (complete) {
+        ASSERT_TRUE(file.commit().ok());
+      }
+    }
+    EXPECT_EQ(read_file(dir / "f"), complete ? "text" : "");
+  }
 }
 
 class FilesTogether : public ::testing::Test {
