@@ -164,7 +164,7 @@ std::unique_ptr<Device> CpuBackend::open(int) {
 
 void CpuBackend::count_open(int more) {
   const std::lock_guard lock(lock_);
-  n_open_ = static_cast<size_t>(static_cast<int>(n_open_) + more);
+  n_open_ += more;
 }
 
 std::shared_ptr<const SearchData> CpuBackend::search_data(const Problem& problem,
@@ -172,7 +172,8 @@ std::shared_ptr<const SearchData> CpuBackend::search_data(const Problem& problem
   const std::lock_guard lock(lock_);
   std::shared_ptr<const SearchData> data = search_data_.lock();
   if (data == nullptr) {
-    data = std::make_shared<const SearchData>(problem, setup, instruction_set_, std::max<size_t>(1, n_open_));
+    data = std::make_shared<const SearchData>(problem, setup, instruction_set_,
+                                              static_cast<size_t>(std::max(1, n_open_)));
     search_data_ = data;
   }
   return data;

@@ -36,6 +36,6 @@ class CpuBackend : public Backend {
   InstructionSet instruction_set_ = InstructionSet::kScalar;
   Status ready_;
   std::mutex lock_;
-  size_t n_open_ = 0;
+  int n_open_ = 0;
   std::weak_ptr<const SearchData> search_data_;
 };

@@ -73,7 +73,7 @@ void ItemLanes::take_neighbours(int first_snp, size_t lanes) {
     dummies_[2 * i] = static_cast<uint16_t>(low & ~high);
     dummies_[2 * i + 1] = static_cast<uint16_t>(high & ~low);
   };
-  if (shift + 2 * lanes <= 2 * kGenotypesPerWord) {
+  if (shift + 2 * lanes <= 2 * static_cast<size_t>(kGenotypesPerWord)) {
     const uint32_t* words = words_at(word);
     for (size_t i = 0; i < static_cast<size_t>(problem_.n_samples); ++i) {
       put(i, words[i] >> shift);

@@ -4,8 +4,8 @@
 // coefficients of 0.
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
-#include <cstring>
 #include <iterator>
 #include <vector>
 
@@ -361,8 +361,9 @@ class LogisticFits : public ItemFits {
   // go on in a cycle without end. Its whole turns are left out.
   void skip_cycles(const Group<T>& group, size_t l, Lane<T>* lane) {
     const auto same = [&](size_t j) {
-      const T now = group.coefficients[j * kernels_.lanes + l];
-      return std::memcmp(&now, &lane->earlier[j], sizeof(now)) == 0;
+      using Bits = std::array<unsigned char, sizeof(T)>;
+      return std::bit_cast<Bits>(group.coefficients[j * kernels_.lanes + l]) ==
+             std::bit_cast<Bits>(lane->earlier[j]);
     };
     const int cycle = lane->iterations - lane->earlier_iterations;
     bool back = lane->earlier_iterations > 0;

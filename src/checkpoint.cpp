@@ -88,7 +88,7 @@ Status Checkpoint::open(const std::string& path, RunIdentity identity) {
   interval_ = interval();
   written_ = std::chrono::steady_clock::now();
   // Also shows, better now than after the first hours, that the folder takes files.
-  if (const Status status = lock_.take(beside(kLock)); !status.ok()) {
+  if (Status status = lock_.take(beside(kLock)); !status.ok()) {
     return status;
   }
   const auto kind = std::filesystem::status(path, unknown).type();
@@ -96,7 +96,7 @@ Status Checkpoint::open(const std::string& path, RunIdentity identity) {
   if (exists && kind != std::filesystem::file_type::regular) {
     return Status::failure(path + ": no checkpoint of this program");
   }
-  if (const Status status = exists ? read() : Status(); !status.ok()) {
+  if (Status status = exists ? read() : Status(); !status.ok()) {
     return status;
   }
   if (!is_free_name(beside(kTemporary), kKind)) {

@@ -79,7 +79,7 @@ Status evaluate_in_passes(WorkerPool& pool, const ScoringRules& rules, size_t fo
       batch.results = staging.data() + start * kRecordSize;
       start += share;
     }
-    const Status status = pool.dispatch(batches);
+    Status status = pool.dispatch(batches);
     if (!status.ok()) {
       return status;
     }

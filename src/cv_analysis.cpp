@@ -377,8 +377,7 @@ Status TFmMDR::CalcMdrMethodCV(const MdrReader& reader, const RunSettings& setti
   for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
     observed.push_back(best_of(*results[static_cast<size_t>(order) - 1]));
   }
-  const Status status =
-      permutation_test(pool, {&settings, &problem, left_out, labels}, observed, checkpoint, null);
+  Status status = permutation_test(pool, {&settings, &problem, left_out, labels}, observed, checkpoint, null);
   if (!status.ok() && stop_signal() != 0) {
     analysis.remove_list_files();
   }

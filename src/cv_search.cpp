@@ -137,6 +137,7 @@ Status check_confirmed(const TopList& list, size_t found) {
 
 std::vector<KeptCombination> kept_combinations(const std::vector<TopList::Entry>& entries) {
   std::vector<KeptCombination> kept;
+  kept.reserve(entries.size());
   for (const TopList::Entry& entry : entries) {
     kept.push_back({comb_key(entry.comb.data(), static_cast<int>(entry.comb.size())), entry.comb,
                     std::vector<double>(entry.record.begin(), entry.record.end())});

@@ -62,7 +62,7 @@ class PermutedRuns {
     const FoldLists folds = split_folds(list, labels_, settings_.folds);
     const std::vector<FoldView> views = folds.views(settings_.first_fold);
     for (int order = settings_.minimum_order_minus_1 + 1; order <= settings_.maximum_order; ++order) {
-      const Status status = search_order(order, list.samples, views, &best->emplace_back());
+      Status status = search_order(order, list.samples, views, &best->emplace_back());
       if (!status.ok()) {
         return status;
       }
@@ -166,7 +166,7 @@ Status restore(Checkpoint& checkpoint, size_t n_orders, int most, PermutationNul
     }
     return true;
   };
-  const Status status = checkpoint.restore(kSection, read);
+  Status status = checkpoint.restore(kSection, read);
   if (status.ok() && null->permutations() > 0) {
     notice("%zu of %d permutations are known from the checkpoint", null->permutations(), most);
   }

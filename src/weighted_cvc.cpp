@@ -66,8 +66,10 @@ std::vector<MergedCombination> rank_by_consistency(const std::vector<std::vector
   std::vector<int> ascending(distinct.size());
   shellsortIndex(ascending.data(), weights.data(), &n, &element_size, cmp_double);
 
+  const int n_ranked = std::min(top, n);
   std::vector<MergedCombination> ranked;
-  for (int rank = 0; rank < std::min(top, n); ++rank) {
+  ranked.reserve(static_cast<size_t>(std::max(n_ranked, 0)));
+  for (int rank = 0; rank < n_ranked; ++rank) {
     ranked.push_back(std::move(distinct[static_cast<size_t>(ascending[static_cast<size_t>(n - 1 - rank)])]));
   }
   return ranked;

@@ -49,7 +49,7 @@ Case search_case(Draw& draw, const tavo_test::SearchKind& kind) {
     one.files.emplace_back("scores.txt", drawn->score_text);
   }
   one.options = drawn->options;
-  one.can_checkpoint = kind.mode == 1 && !drawn->refused;
+  one.can_checkpoint = !drawn->refused;
   one.difference = [drawn, reference](const Setting& setting, const tavo_test::RunResult& result,
                                       const fs::path& folder) {
     return tavo_test::search_difference(*drawn, setting, *reference, result, folder);
@@ -79,6 +79,7 @@ Case regression_case(Draw& draw, const tavo_test::RegressionForm& form) {
     one.files.emplace_back("covariates.txt", drawn->covariate_text);
   }
   one.options = drawn->options;
+  one.can_checkpoint = true;
   one.difference = [drawn, rows, first](const Setting& setting, const tavo_test::RunResult& result,
                                         const fs::path& folder) {
     std::string difference = tavo_test::regression_difference(*drawn, setting, *rows, result, folder);
