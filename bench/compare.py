@@ -2,7 +2,7 @@
 """The measurements of compare.sh: CPU seconds (user and system) of whole processes, pinned to one core, in turn, the
 median of 7. A ratio is that of two medians of one run of this script.
 
-    bench/compare.py BUILD_FOLDER [search|scores|regression|scaling|growth|memory ...]
+    bench/compare.py BUILD_FOLDER [search|scores|regression|scaling|growth|memory|permutations ...]
 """
 import os
 import statistics
@@ -127,6 +127,18 @@ def compare_scores():
           [("%.2f" % (pairs(1000) / ten / 1e6), "%.2f" % (pairs(1000) / one / 1e6), "1/%.1f" % (10 * one / ten))])
 
 
+def compare_permutations():
+    rows = []
+    permutations = 20
+    for snps, order, measure in ((300, "2", "ba"), (1000, "2", "ba"), (1000, "2", "gamma"), (5000, "2", "ba"), (100, "3", "ba")):
+        plain = search(make_data("p", 2000, snps, seed=11), order, measure)
+        once, permuted = medians([plain, plain + ["--permutations", str(permutations)]])
+        one = (permuted - once) / permutations
+        rows.append(("%d" % snps, order, measure, "%.1f" % (once * 1e3), "%.1f" % (one * 1e3), "%.2f" % (one / once)))
+    table("Permuted runs, 2,000 samples, one worker",
+          ("SNPs", "order", "measure", "CPU ms of a run", "of a permutation", "of a run"), rows)
+
+
 def run_together(commands):
     """Wall seconds until all commands have ended, command i on core i."""
     started = time.monotonic()
@@ -202,7 +214,7 @@ def processor():
 
 def main():
     kinds = {"search": compare_search, "scores": compare_scores, "regression": compare_regression, "scaling": compare_scaling,
-             "growth": compare_growth, "memory": compare_memory}
+             "growth": compare_growth, "memory": compare_memory, "permutations": compare_permutations}
     wanted = sys.argv[2:] or list(kinds)
     with tempfile.TemporaryDirectory() as work:
         os.chdir(work)

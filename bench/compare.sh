@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Whole processes side by side: this program and PLINK on the same simulated data. Installs what is missing, builds the
 # release preset, prints tables in Markdown. An otherwise idle machine gives the best figures; the ratios hold on any.
-#   bench/compare.sh [search|scores|regression|scaling|growth|memory ...]      all when none is named
+#   bench/compare.sh [search|scores|regression|scaling|growth|memory|permutations ...]      all when none is named
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
