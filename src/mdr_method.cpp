@@ -42,27 +42,45 @@ std::string permutations_path(const RunSettings& settings) {
   return settings.output + ".permutations.tsv";
 }
 
+// The files of a run's results that have a name, by the option that asks for them.
+std::vector<std::pair<const char*, std::string>> result_files(const RunSettings& settings) {
+  std::vector<std::pair<const char*, std::string>> files = {{"out", settings.output}};
+  if (settings.permutations > 0) {
+    files.emplace_back("permutations", permutations_path(settings));
+  }
+  if (!settings.tidy.empty()) {
+    files.emplace_back("tidy", settings.tidy);
+  }
+  return files;
+}
+
 // Whether no output names an input, or a file that another output needs. Otherwise the exit status.
 std::optional<int> refuse_paths(const RunSettings& settings) {
+  const std::vector<std::pair<const char*, std::string>> results = result_files(settings);
   for (const std::string& source : {settings.input, std::string(szScore), std::string(g_covFileName)}) {
-    for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy},
-                                       std::pair{"checkpoint", settings.checkpoint}}) {
+    std::vector<std::pair<const char*, std::string>> outputs = results;
+    outputs.emplace_back("checkpoint", settings.checkpoint);
+    for (const auto& [option, path] : outputs) {
       if (same_file(path, source)) {
         notice("--%s names the input file %s, which the result would replace", option, source.c_str());
         return 1;
       }
     }
   }
-  if (!settings.tidy.empty() && same_place(settings.tidy, settings.output)) {
-    notice("--tidy and --out name the same file");
-    return 1;
+  for (size_t i = 0; i < results.size(); ++i) {
+    for (size_t j = 0; j < i; ++j) {
+      if (same_place(results[i].second, results[j].second)) {
+        notice("--%s and --%s name the same file", results[i].first, results[j].first);
+        return 1;
+      }
+    }
   }
   if (settings.checkpoint.empty()) {
     return std::nullopt;
   }
-  for (const auto& [option, path] : {std::pair{"out", settings.output}, std::pair{"tidy", settings.tidy}}) {
+  for (const auto& [option, path] : results) {
     for (const std::string& file : Checkpoint::files(settings.checkpoint)) {
-      if (!path.empty() && same_place(file, path)) {
+      if (same_place(file, path)) {
         notice(file == settings.checkpoint ? "--checkpoint and --%s name the same file"
                                            : "the checkpoint needs the name of the --%s file",
                option);

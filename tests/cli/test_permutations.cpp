@@ -74,6 +74,9 @@ TEST_F(Permutations, AreRefusedWhereTheyMeanNothing) {
   const RunResult lonely = folder_.run_mdr({"--stop-after", "9"});
   EXPECT_EQ(lonely.status, 1);
   EXPECT_EQ(notices_with(lonely, {"say how many at most with --permutations"}), 1) << lonely.err;
+  const RunResult same = folder_.run_mdr({"--permutations", "9", "--tidy", "r.csv.permutations.tsv"});
+  EXPECT_EQ(same.status, 1);
+  EXPECT_EQ(notices_with(same, {"--tidy and --permutations name the same file"}), 1) << same.err;
   EXPECT_FALSE(folder_.exists("r.csv.permutations.tsv"));
 }
 
