@@ -49,7 +49,8 @@ struct SearchSoFar {
 
 Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combinations, Progress& progress,
                     Checkpoint& checkpoint, std::vector<std::vector<RankedValue>>* lists) {
-  SearchSoFar search{std::vector<CandidateList>(wanted.folds.size(), CandidateList(wanted.list_size))};
+  SearchSoFar search{
+      std::vector<CandidateList>(wanted.folds.size(), CandidateList(wanted.list_size, {wanted.floor, 0}))};
   SearchState known;
   Status status = restore_search(checkpoint, wanted.rules.order,
                                  {n_combinations, wanted.folds.size(), wanted.list_size, false}, &known);

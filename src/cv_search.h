@@ -21,6 +21,8 @@ struct FoldSearch {
   std::span<const FoldView> folds;
   size_t list_size = 1;              // of each fold, >= 1
   const Problem* problem = nullptr;  // see WorkerSetupCommand
+  // Only values above it get into a list. Lists that are full in the end are those of a search without it.
+  float floor = 0.0f;
 };
 
 // Searches the n_combinations combinations of rules.order SNPs. On success (*lists)[f] holds the best

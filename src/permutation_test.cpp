@@ -1,7 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/permutation_test.h"
 
-#include <cinttypes>
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <map>
 #include <utility>
 
 #include "lib/comb_rank.h"
@@ -79,8 +82,7 @@ class PermutedRuns {
     std::vector<std::vector<KeptCombination>> kept(static_cast<size_t>(settings_.folds));
     if (list_size > 0) {
       std::vector<std::vector<RankedValue>> lists;
-      Status status = search_folds(pool_, {rules, samples, folds, list_size, &problem_}, total, quiet_,
-                                   no_checkpoint_, &lists);
+      Status status = search_lists({rules, samples, folds, list_size, &problem_}, total, &lists);
       if (status.ok()) {
         status = make_records(rules, folds, lists, list_size, &kept);
       }
@@ -93,6 +95,31 @@ class PermutedRuns {
     result.kept = std::move(kept);
     rank_kept_combinations(settings_.measure, &result);
     *best = best_of(result);
+    return {};
+  }
+
+  // The lists of one order. What no list of an earlier permutation held is not looked for at first: lists
+  // that are full all the same lack nothing, and others, which are rare, are made again without that floor.
+  Status search_lists(FoldSearch search, uint64_t total, std::vector<std::vector<RankedValue>>* lists) {
+    const auto [known, is_first] = floors_.try_emplace(search.rules.order, 0.0f);
+    const auto is_short = [&](const std::vector<RankedValue>& list) {
+      return list.size() < search.list_size;
+    };
+    search.floor = known->second;
+    Status status = search_folds(pool_, search, total, quiet_, no_checkpoint_, lists);
+    if (status.ok() && search.floor > 0.0f && std::any_of(lists->begin(), lists->end(), is_short)) {
+      search.floor = 0.0f;
+      status = search_folds(pool_, search, total, quiet_, no_checkpoint_, lists);
+    }
+    if (!status.ok()) {
+      return status;
+    }
+    // Just below the lowest entry, so that equal ones get in.
+    float lowest = is_first ? std::numeric_limits<float>::max() : known->second;
+    for (const std::vector<RankedValue>& list : *lists) {
+      lowest = is_short(list) ? 0.0f : std::min(lowest, std::nextafter(list.back().value, 0.0f));
+    }
+    known->second = lowest;
     return {};
   }
 
@@ -132,6 +159,7 @@ class PermutedRuns {
   std::vector<Outcome> outcomes_;  // [analysed]
   Progress quiet_;
   Checkpoint no_checkpoint_;
+  std::map<int, float> floors_;  // by order: all lists so far end above it
 };
 
 constexpr const char* kSection = "permutations";
