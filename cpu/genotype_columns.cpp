@@ -7,10 +7,12 @@
 
 namespace {
 constexpr size_t kMostBytes = size_t{4} << 20;
+// What the map and the allocator add to a column.
+constexpr size_t kBytesBeside = 128;
 }  // namespace
 
 GenotypeColumns::GenotypeColumns(const Problem& problem)
-    : problem_(problem), most_(kMostBytes / std::max<size_t>(1, static_cast<size_t>(problem.n_samples))) {}
+    : problem_(problem), most_(kMostBytes / (static_cast<size_t>(problem.n_samples) + kBytesBeside)) {}
 
 void GenotypeColumns::take(const int* comb, size_t order, const uint8_t** out) {
   if (columns_.size() + order > std::max(most_, order)) {

@@ -164,7 +164,11 @@ struct ChiSquareRule {
           // An empty cell has d = 0.
           sum += d * d * reciprocal(n > 1.0f ? n : FloatLanes{} + 1.0f);
         });
-    const float need = limit.floor * (1.0f - 3.0f * kReciprocalError);
+    // A record takes expected counts in floats, each off by up to 2^-22 of itself: the root of its value lies
+    // within 2^-21 times the root of the samples, which the lanes count in 16 bits, of the true one. Near 0
+    // that is more than the value.
+    const float root = __builtin_sqrtf(limit.floor) - 0x1p-13f;
+    const float need = root > 0.0f ? root * root * (1.0f - 3.0f * kReciprocalError) : 0.0f;
     const FloatLanes product = floats(lanes.cases()) * floats(lanes.controls());
     // Expected counts refer to all samples of the fold where samples are not own.
     const IntLanes other = in.own_samples ? IntLanes{} : lanes.all() != limit.samples;

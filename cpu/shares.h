@@ -4,13 +4,12 @@
 #pragma once
 
 #include <cstddef>
-#include <system_error>
 #include <thread>
 #include <vector>
 
-// Calls fill(first, end) for equal shares of 0 .. n - 1, one for each thread, and returns when all are done.
-// fill: does not throw, and calls of other shares do not get into its way. Where a thread cannot be started,
-// the caller's own does its share.
+// Calls fill(first, end) for equal shares of 0 .. n - 1, one for each of threads >= 1, and returns when all
+// are done. fill: does not throw, and calls of other shares do not get into its way. Where a thread cannot be
+// started, the caller's own does its share.
 template <class Fill>
 void fill_in_shares(size_t n, size_t threads, const Fill& fill) {
   std::vector<std::thread> helpers;
@@ -20,8 +19,8 @@ void fill_in_shares(size_t n, size_t threads, const Fill& fill) {
     const auto take = [&fill, first = border(share), end = border(share + 1)] { fill(first, end); };
     try {
       helpers.emplace_back(take);
-    } catch (const std::system_error&) {
-      take();
+    } catch (...) {
+      take();  // no thread, or no memory for one
     }
   }
   fill(0, border(1));
