@@ -26,7 +26,7 @@ struct KilledRun {
 const KilledRun kRuns[] = {
     {"Search", {"--measure", "gamma", "--order", "2-3"}, 100},
     {"ScoreBased", {"--measure", "ba", "--order", "2-3", "--score", "scores.txt"}, 75},
-    {"AboveThreshold", {"--measure", "ba", "--order", "2", "--mode", "0"}, 60},
+    {"AboveThreshold", {"--measure", "ba", "--order", "2", "--mode", "0"}, 250},
     {"Exhaustive", {"--measure", "ba", "--order", "2-3", "--mode", "3"}, 60},
     {"Permutations", {"--measure", "ba", "--order", "2", "--permutations", "40"}, 60},
     {"Logistic", {"--regression", "logistic", "--order", "2"}, 60},
