@@ -29,7 +29,7 @@ const KilledRun kRuns[] = {
     {"AboveThreshold", {"--measure", "ba", "--order", "2", "--mode", "0"}, 250},
     {"Exhaustive", {"--measure", "ba", "--order", "2-3", "--mode", "3"}, 60},
     {"Permutations", {"--measure", "ba", "--order", "2", "--permutations", "40"}, 60},
-    {"Logistic", {"--regression", "logistic", "--order", "2"}, 60},
+    {"Logistic", {"--regression", "logistic", "--order", "2"}, 130},
     {"Linear", {"--regression", "linear"}, 4000},
 };
 
