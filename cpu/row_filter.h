@@ -66,9 +66,9 @@ constexpr size_t count_row_bit(size_t lane) {
   return row_bit(lane / 64 * 64 + lane % 16 / 4 * 16 + lane % 64 / 16 * 4 + lane % 4);
 }
 
-// A piece holds fewer samples than this, of bytes, or of each class, of words and counts: sums fit a byte. Words add the
-// weighted sums of both classes in 16 bits, which fits because the genotype that most samples of a prefix have is never
-// listed: a list holds half of the samples at most.
+// A piece holds fewer samples than this, of bytes, or of each class, of words and counts: sums fit a byte.
+// Words add the weighted sums of both classes in 16 bits, which fits because the genotype that most samples
+// of a prefix have is never listed: a list holds half of the samples at most.
 constexpr size_t kPieceSamples = 256;
 
 // A list's length is a multiple of this; what is missing refers to a sample whose rows have no bits.
