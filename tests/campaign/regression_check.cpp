@@ -8,6 +8,7 @@
 #include "tests/campaign/search_check.h"
 #include "tests/reference/naive_regression.h"
 #include "tests/reference/naive_regression_report.h"
+#include "tests/reference/naive_run.h"
 #include "tests/reference/precise_regression.h"
 #include "tests/support/tsv_table.h"
 
@@ -32,13 +33,7 @@ size_t count_items(const RegressionCase& drawn) {
 
 std::vector<std::string> expected_head(const RegressionCase& drawn, const Setting& setting) {
   const bool linear = is_linear(drawn);
-  std::vector<std::string> lines = {
-      "====================================   Time   =====================================",
-      "Total time,",
-      std::string(79, '='),
-      "",
-      "====================================  Options  ====================================",
-      "Command,",
+  std::vector<std::string> options = {
       "1.input_file,in.tavo",
       "2.result_file,out.csv",
       linear                         ? "3.score_file,-"
@@ -50,11 +45,9 @@ std::vector<std::string> expected_head(const RegressionCase& drawn, const Settin
       "7.block_count," + std::to_string(setting.blocks),
   };
   if (!linear) {
-    lines.push_back("8.top_report," + std::to_string(drawn.top));
+    options.push_back("8.top_report," + std::to_string(drawn.top));
   }
-  lines.insert(lines.end(),
-               {std::string(78, '='), "",
-                "====================================  Results  ===================================="});
+  std::vector<std::string> lines = naive::report_head(options);
   if (linear) {
     lines.insert(lines.end(), {"<<Regression result>>", "num,SNP,col,or,beta,p"});
   } else {

@@ -8,6 +8,22 @@
 
 namespace naive {
 
+std::vector<std::string> report_head(const std::vector<std::string>& options) {
+  std::vector<std::string> lines = {
+      "====================================   Time   =====================================",
+      "Total time,",
+      std::string(79, '='),
+      "",
+      "====================================  Options  ====================================",
+      "Command,",
+  };
+  lines.insert(lines.end(), options.begin(), options.end());
+  lines.insert(lines.end(),
+               {std::string(78, '='), "",
+                "====================================  Results  ===================================="});
+  return lines;
+}
+
 namespace {
 
 std::string number(double value) {
@@ -32,13 +48,7 @@ std::string typed(const std::optional<std::string>& text, int otherwise) {
 }
 
 std::vector<std::string> head(const Run& run) {
-  return {
-      "====================================   Time   =====================================",
-      "Total time,",
-      std::string(79, '='),
-      "",
-      "====================================  Options  ====================================",
-      "Command,",
+  return report_head({
       "1.input_file," + run.input,
       "2.result_file," + run.output,
       "3.score_file," + (run.score_path.empty() ? "-" : run.score_path),
@@ -59,10 +69,7 @@ std::vector<std::string> head(const Run& run) {
       "18.gpu_count," + std::to_string(run.workers),
       "19.thread_count," + std::to_string(run.threads),
       "20.block_count," + std::to_string(run.blocks),
-      std::string(78, '='),
-      "",
-      "====================================  Results  ====================================",
-  };
+  });
 }
 
 void cv_block(const GenotypeData& data, const Run& run, int order, const OrderResult& result,

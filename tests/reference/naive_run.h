@@ -50,6 +50,9 @@ struct Run {
 // last bit.
 using LogFunction = float (*)(float);
 
+// The lines before the results: the two frames and, between them, the lines of the options.
+std::vector<std::string> report_head(const std::vector<std::string>& options);
+
 // A combination that a list holds: its SNPs and its measures, 32 of a cross-validated run and 16 of an
 // exhaustive one.
 struct Entry {
