@@ -66,3 +66,13 @@ void comb_unrank(int n, int k, uint64_t rank, int* comb) {
     after -= count_of(low, width);
   }
 }
+
+std::vector<int> comb_unrank_all(int n, int k, std::vector<uint64_t> ranks) {
+  std::sort(ranks.begin(), ranks.end());
+  const auto width = static_cast<size_t>(k);
+  std::vector<int> combinations(ranks.size() * width);
+  for (size_t i = 0; i < ranks.size(); ++i) {
+    comb_unrank(n, k, ranks[i], combinations.data() + i * width);
+  }
+  return combinations;
+}

@@ -264,20 +264,12 @@ class CrossValidation {
 
   // Inserts the records of listed combinations of one fold into its top list, which milliseconds becomes the
   // time of.
-  Status record_list(const ScoringRules& rules, size_t f, std::vector<RankedValue> listed, double extra,
-                     TopList* top, double* milliseconds) {
-    const auto order = static_cast<size_t>(rules.order);
-    // In the order of the enumeration, so that equal values end up as if all combinations had come by.
-    std::sort(listed.begin(), listed.end(),
-              [](const RankedValue& a, const RankedValue& b) { return a.rank < b.rank; });
-    std::vector<int> combinations(listed.size() * order);
-    for (size_t i = 0; i < listed.size(); ++i) {
-      comb_unrank(n_snps_, rules.order, listed[i].rank, combinations.data() + i * order);
-    }
+  Status record_list(const ScoringRules& rules, size_t f, const std::vector<RankedValue>& listed,
+                     double extra, TopList* top, double* milliseconds) {
     LoopOutput output;
     output.top = top;
-    return mdrCombinationCV(pool_, rules, folds_[f], combinations, launch_size(), output, extra,
-                            milliseconds);
+    return mdrCombinationCV(pool_, rules, folds_[f], combinations_of(listed, n_snps_, rules.order),
+                            launch_size(), output, extra, milliseconds);
   }
 
   // Makes the top list of one fold from the records of the combinations that its search found.

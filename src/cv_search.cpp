@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <chrono>
 #include <limits>
+#include <utility>
 
 #include "lib/comb.h"
 #include "lib/comb_rank.h"
@@ -117,15 +118,13 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
   return pool.broadcast(WorkerCommand{kCommandRelease});
 }
 
-std::vector<int> combinations_of(std::vector<RankedValue> found, int n_snps, int order) {
-  std::sort(found.begin(), found.end(),
-            [](const RankedValue& a, const RankedValue& b) { return a.rank < b.rank; });
-  const auto width = static_cast<size_t>(order);
-  std::vector<int> combinations(found.size() * width);
-  for (size_t i = 0; i < found.size(); ++i) {
-    comb_unrank(n_snps, order, found[i].rank, combinations.data() + i * width);
+std::vector<int> combinations_of(const std::vector<RankedValue>& found, int n_snps, int order) {
+  std::vector<uint64_t> ranks;
+  ranks.reserve(found.size());
+  for (const RankedValue& entry : found) {
+    ranks.push_back(entry.rank);
   }
-  return combinations;
+  return comb_unrank_all(n_snps, order, std::move(ranks));
 }
 
 Status check_confirmed(const TopList& list, size_t found) {

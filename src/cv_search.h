@@ -34,7 +34,7 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
 
 // What the search found for a fold, as the record path takes it: [found][order] SNP indices, in the order of
 // the enumeration, so that equal values end up as if all combinations had come by.
-std::vector<int> combinations_of(std::vector<RankedValue> found, int n_snps, int order);
+std::vector<int> combinations_of(const std::vector<RankedValue>& found, int n_snps, int order);
 
 // Fails when the records of `found` combinations, merged into this list, do not confirm what the search
 // found.

@@ -114,16 +114,6 @@ bool same_list(const RegressionState& a, const RegressionState& b) {
          });
 }
 
-// The SNPs of the items with these ranks, in the order of the enumeration.
-std::vector<int> items_of(std::vector<uint64_t> ranks, int n_snps, int order) {
-  std::sort(ranks.begin(), ranks.end());
-  std::vector<int> items(ranks.size() * static_cast<size_t>(order));
-  for (size_t i = 0; i < ranks.size(); ++i) {
-    comb_unrank(n_snps, order, ranks[i], items.data() + i * static_cast<size_t>(order));
-  }
-  return items;
-}
-
 }  // namespace
 
 RegressionRules TFmMDR::regression_rules(const RunSettings& settings) {
@@ -181,7 +171,6 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     if (status.ok()) {
       status = keep_rows(checkpoint, state.next, linear ? writer : nullptr, order == 1 ? tidy : nullptr);
     }
-    const auto launch_size = static_cast<uint64_t>(g_cntBlockCuda) * static_cast<uint64_t>(g_cntThreadCuda);
     const auto rank_by_p_value = [&](FittedItem& item) {
       const double p =
           logistic_p_value(item.row[0], order, problem.n_samples, result->null_model, rules.precision);
@@ -191,8 +180,8 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     };
     RegressionTopList top(n_top, columns, rules.precision);
     if (status.ok() && !state.top.empty()) {
-      status = fit_listed(pool, problem, rules, launch_size, items_of(state.top, problem.n_snps, order),
-                          [&](FittedItem&& item) {
+      status = fit_listed(pool, problem, rules, launch_size(),
+                          comb_unrank_all(problem.n_snps, order, state.top), [&](FittedItem&& item) {
                             rank_by_p_value(item);
                             top.offer(item);
                           });
@@ -236,7 +225,7 @@ Status TFmMDR::CalcRegression(const MdrReader& reader, const RunSettings& settin
     };
     if (status.ok()) {
       uint64_t next = 0;
-      status = regrProcess(pool, problem, rules, launch_size, loop, &next);
+      status = regrProcess(pool, problem, rules, launch_size(), loop, &next);
       keep(next);
     }
     result->top = top.entries();
