@@ -103,14 +103,11 @@ class Columns {
   size_t order_;
 };
 
-// What permuted runs record of an order.
-struct Statistic {
-  double BestOfOrder::*value;
-  const char* threshold_name;  // of the setting
+// What permutations reached, of one order or of all.
+struct NullColumns {
+  std::vector<double> testing;
+  std::vector<double> consistency;
 };
-
-constexpr Statistic kStatistics[] = {{&BestOfOrder::testing, "testing_threshold_5_percent"},
-                                     {&BestOfOrder::consistency, "consistency_threshold_5_percent"}};
 
 class Writer {
  public:
@@ -121,6 +118,8 @@ class Writer {
         settings_(settings),
         results_(results),
         null_(null),
+        null_of_all_{null.of_all_orders(&BestOfOrder::testing),
+                     null.of_all_orders(&BestOfOrder::consistency)},
         columns_(settings.maximum_order, settings.permutations > 0),
         names_(reader.ReadHeader()),
         exhaustive_(settings.mode >= 2),
@@ -181,10 +180,7 @@ class Writer {
       if (settings_.stop_after > 0) {
         write_setting("stop_after", std::to_string(settings_.stop_after));
       }
-      for (const Statistic& statistic : kStatistics) {
-        write_setting(statistic.threshold_name,
-                      tidy_number(permutation_threshold(null_.of_all_orders(statistic.value))));
-      }
+      write_thresholds(null_of_all_);
     }
   }
 
@@ -205,11 +201,10 @@ class Writer {
       write_setting("permutation_threshold", tidy_number(result.threshold), order);
     }
     if (permuted()) {
-      for (const Statistic& statistic : kStatistics) {
-        write_setting(statistic.threshold_name,
-                      tidy_number(permutation_threshold(null_.of_order(null_order(order), statistic.value))),
-                      order);
-      }
+      const size_t place = static_cast<size_t>(order - settings_.minimum_order_minus_1 - 1);
+      null_of_order_ = {null_.of_order(place, &BestOfOrder::testing),
+                        null_.of_order(place, &BestOfOrder::consistency)};
+      write_thresholds(null_of_order_, order);
     }
     for (size_t rank = 0; rank < result.best_snps.size(); ++rank) {
       if (result.is_filled(rank)) {
@@ -299,22 +294,23 @@ class Writer {
 
   bool permuted() const { return settings_.permutations > 0; }
 
-  // The place of an order among those of the permuted runs.
-  size_t null_order(int order) const {
-    return static_cast<size_t>(order - settings_.minimum_order_minus_1 - 1);
+  // Of an order, or of all.
+  void write_thresholds(const NullColumns& null, int order = 0) {
+    write_setting("testing_threshold_5_percent", tidy_number(permutation_threshold(null.testing)), order);
+    write_setting("consistency_threshold_5_percent", tidy_number(permutation_threshold(null.consistency)),
+                  order);
   }
 
   void set_permutation_p_values(const MDRResult& result, size_t rank, TidyRow* row) const {
-    const size_t order = null_order(static_cast<int>(result.best_snps[rank].size()));
     const auto set = [&](size_t column, const std::vector<double>& null, double observed) {
       row->set(column, permutation_p_value(null, observed, settings_.stop_after));
     };
     const double testing = result.ranking_testing[rank];
     const double consistency = result.weighted_cvc[rank];
-    set(columns_.p_testing, null_.of_order(order, &BestOfOrder::testing), testing);
-    set(columns_.p_consistency, null_.of_order(order, &BestOfOrder::consistency), consistency);
-    set(columns_.p_testing_all_orders, null_.of_all_orders(&BestOfOrder::testing), testing);
-    set(columns_.p_consistency_all_orders, null_.of_all_orders(&BestOfOrder::consistency), consistency);
+    set(columns_.p_testing, null_of_order_.testing, testing);
+    set(columns_.p_consistency, null_of_order_.consistency, consistency);
+    set(columns_.p_testing_all_orders, null_of_all_.testing, testing);
+    set(columns_.p_consistency_all_orders, null_of_all_.consistency, consistency);
   }
 
   // A list's entry: of a fold, or of the one list of an exhaustive run.
@@ -392,6 +388,8 @@ class Writer {
   const RunSettings& settings_;
   const ResultArray& results_;
   const PermutationNull& null_;
+  const NullColumns null_of_all_;
+  NullColumns null_of_order_;  // that is being written
   const Columns columns_;
   const std::vector<std::string> names_;
   const bool exhaustive_;
