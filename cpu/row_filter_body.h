@@ -87,10 +87,10 @@ class RowCounter {
    public:
     WordWriter(const RowFilterInput& in, const RowList& plus, const RowList& minus, const RowPrefix& prefix,
                bool first)
-        : prefix_(prefix),
-          half_(in.n_pairs * 2 * lists_of(in) * kHalfGroup),
-          weights_(words_of(static_cast<int16_t>(in.minus_weight << 8 | in.plus_weight))),
+        : weights_(words_of(static_cast<int16_t>(in.minus_weight << 8 | in.plus_weight))),
           all_minus_(words_of(in.minus_weight * minus.n_minus)),
+          prefix_(prefix),
+          half_(in.n_pairs * 2 * lists_of(in) * kHalfGroup),
           small_(plus.n < kSmallSums && minus.n < kSmallSums),
           first_(first) {}
 
@@ -135,10 +135,10 @@ class RowCounter {
     }
     void put(int16_t* to, Register value) const { store(to, first_ ? value : add(load(to), value)); }
 
-    const RowPrefix& prefix_;
-    const size_t half_;
     const Register weights_;
     const Register all_minus_;
+    const RowPrefix& prefix_;
+    const size_t half_;
     const bool small_;
     const bool first_;
   };
