@@ -57,4 +57,11 @@ class Backend {
 
   // Thread-safe: each worker opens its own.
   virtual std::unique_ptr<Device> open(int ordinal) = 0;
+
+  // Seconds that a range of a search should take on the device: long against its hand-over, short for whoever
+  // waits for progress.
+  virtual double range_seconds(int) const { return 0.25; }
 };
+}
+}
+;

@@ -17,7 +17,7 @@ const WorkerCommand** g_pThrData = nullptr;
 void** g_pThrResult = nullptr;
 
 pthread_cond_t g_command_posted = PTHREAD_COND_INITIALIZER;
-pthread_cond_t g_count_reached_0 = PTHREAD_COND_INITIALIZER;
+pthread_cond_t g_counted_down = PTHREAD_COND_INITIALIZER;
 
 WorkerLock::WorkerLock() {
   pthread_mutex_lock(&g_gpuSync);
@@ -28,11 +28,11 @@ WorkerLock::~WorkerLock() {
 
 namespace {
 
-void count_down() {
+void count_down(uint8_t* counted) {
   const WorkerLock lock;
-  if (--getCnt == 0) {
-    pthread_cond_signal(&g_count_reached_0);
-  }
+  --getCnt;
+  *counted = 1;
+  pthread_cond_signal(&g_counted_down);
 }
 
 // Waits for this worker's mailbox to be filled and empties it.
@@ -76,11 +76,15 @@ class StepTimer {
 class Worker {
  public:
   explicit Worker(const CUDA_THREAD_DATA& start)
-      : gpu_(start.gpu), problem_(*start.problem), backend_(*start.backend), outcome_(*start.outcome) {}
+      : gpu_(start.gpu),
+        problem_(*start.problem),
+        backend_(*start.backend),
+        outcome_(*start.outcome),
+        counted_(start.counted) {}
 
   void run() {
     attempt([this] { return start_up(); });
-    count_down();
+    count_down(counted_);
     for (;;) {
       const WorkerCommand* command = take_command(gpu_);
       switch (command->code) {
@@ -89,7 +93,7 @@ class Worker {
           kind_ = setup->kind;
           quiet_ = setup->quiet;
           attempt([&] { return device_->set_up(*setup); });
-          count_down();
+          count_down(counted_);
           break;
         }
         case kCommandBatch: {
@@ -98,7 +102,7 @@ class Worker {
             return kind_ == LoopKind::kSearch ? device_->search_range(*batch)
                                               : device_->evaluate_list(*batch);
           });
-          count_down();
+          count_down(counted_);
           break;
         }
         case kCommandLogisticSetup:
@@ -106,14 +110,14 @@ class Worker {
           const auto* setup = static_cast<const RegressionSetupCommand*>(command);
           regression_ = setup->rules;
           attempt([&] { return device_->set_up_regression(*setup); });
-          count_down();
+          count_down(counted_);
           break;
         }
         case kCommandRegressionBatch: {
           const auto* batch = static_cast<const RegressionBatchCommand*>(command);
           announce(*batch);
           attempt([&] { return device_->fit_items(*batch); });
-          count_down();
+          count_down(counted_);
           break;
         }
         case kCommandRelease:
@@ -185,7 +189,7 @@ class Worker {
     if (marks) {
       std::fputs("*", stdout);
     }
-    count_down();
+    count_down(counted_);
   }
 
   // The line of one regression batch. Pairs on separate threads have none.
@@ -211,6 +215,7 @@ class Worker {
   const Problem& problem_;
   Backend& backend_;
   Status& outcome_;
+  uint8_t* const counted_;
   std::unique_ptr<Device> device_;
   LoopKind kind_ = LoopKind::kRecords;
   bool quiet_ = false;

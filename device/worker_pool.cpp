@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "device/worker_pool.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <string>
 
@@ -14,15 +15,26 @@ namespace {
 void wait_for_count_down() {
   const WorkerLock lock;
   while (getCnt > 0) {
-    pthread_cond_wait(&g_count_reached_0, &g_gpuSync);
+    pthread_cond_wait(&g_counted_down, &g_gpuSync);
   }
 }
 
+// Waits for all workers on the way out, whatever that is: what they were given belongs to the driver.
+class CountDownGuard {
+ public:
+  CountDownGuard() = default;
+  ~CountDownGuard() { wait_for_count_down(); }
+  CountDownGuard(const CountDownGuard&) = delete;
+  CountDownGuard& operator=(const CountDownGuard&) = delete;
+};
+
 }  // namespace
 
-WorkerPool::WorkerPool(Backend& backend, const Problem& problem) {
+WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(backend) {
   const auto workers = static_cast<size_t>(g_cntDevCuda);
   outcomes_.resize(workers);
+  counted_.resize(workers);
+  busy_.resize(workers);
   if (problem.phenotypes != nullptr) {
     std::printf("CUDA::SENDBASEDATA (%d covars) ENTER\n", problem.n_covariates);
   } else {
@@ -36,7 +48,8 @@ WorkerPool::WorkerPool(Backend& backend, const Problem& problem) {
     getCnt = g_cntDevCuda;
   }
   for (int g = 0; g < g_cntDevCuda; ++g) {
-    auto* start = new CUDA_THREAD_DATA{g, &problem, &backend, &outcomes_[static_cast<size_t>(g)]};
+    const auto index = static_cast<size_t>(g);
+    auto* start = new CUDA_THREAD_DATA{g, &problem, &backend, &outcomes_[index], &counted_[index]};
     if (!cutStartThread(threadCudaMain, start, &g_pThrCuda[g])) {
       delete start;
       start_failure_ = Status::failure("cannot start worker thread " + std::to_string(g + 1) + " of " +
@@ -107,6 +120,65 @@ Status WorkerPool::dispatch(const std::vector<WorkerBatchCommand>& commands) {
 
 Status WorkerPool::dispatch(const std::vector<RegressionBatchCommand>& commands) {
   return dispatch_all(commands);
+}
+
+void WorkerPool::give(CommandStream& commands) {
+  for (int g = 0; g < n_started_; ++g) {
+    uint8_t& busy = busy_[static_cast<size_t>(g)];
+    const WorkerCommand* command = busy == 0 ? commands.next(g) : nullptr;
+    if (command != nullptr) {
+      busy = 1;
+      if (command->code == kCommandRegressionBatch) {
+        g_pThrResult[g] = static_cast<const RegressionBatchCommand*>(command)->results;
+      }
+      const WorkerLock lock;
+      counted_[static_cast<size_t>(g)] = 0;
+      ++getCnt;
+      g_pThrData[g] = command;
+      pthread_cond_broadcast(&g_command_posted);
+    }
+  }
+}
+
+Status WorkerPool::stream(CommandStream& commands) {
+  // Of workers that are busy the outcome is not to be looked at.
+  bool failed = !status().ok();
+  std::fill(busy_.begin(), busy_.end(), uint8_t{0});
+  const CountDownGuard guard;
+  int n_busy = 0;
+  std::vector<int> done;
+  do {
+    if (!failed) {
+      give(commands);
+    }
+    n_busy = static_cast<int>(std::count(busy_.begin(), busy_.end(), uint8_t{1}));
+    const bool settled = commands.settle();
+    done.clear();
+    {
+      const WorkerLock lock;
+      const auto look = [&] {
+        for (int g = 0; g < n_started_; ++g) {
+          const auto index = static_cast<size_t>(g);
+          if (busy_[index] != 0 && counted_[index] != 0) {
+            done.push_back(g);
+          }
+        }
+      };
+      for (look(); done.empty() && !settled && n_busy > 0; look()) {
+        pthread_cond_wait(&g_counted_down, &g_gpuSync);
+      }
+    }
+    for (const int g : done) {
+      const auto index = static_cast<size_t>(g);
+      busy_[index] = 0;
+      failed = failed || stop_signal() != 0 || !outcomes_[index].ok();
+      if (outcomes_[index].ok() && stop_signal() == 0) {
+        commands.finished(g);
+      }
+    }
+    n_busy += settled ? 1 : 0;
+  } while (n_busy > 0);
+  return status();
 }
 
 Status WorkerPool::status() const {

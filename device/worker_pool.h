@@ -3,9 +3,28 @@
 // The drivers' side of the worker protocol: starts the workers, gives commands, waits for the count-down.
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 #include "device/backend.h"
+
+// Commands that come one after the other to whichever worker is free. All of it is called on the driver's
+// thread.
+class CommandStream {
+ public:
+  virtual ~CommandStream() = default;
+
+  // The next command for this worker, which stays valid until it has been counted down; null when there is
+  // none for now. Asked again whenever a worker has counted down.
+  virtual const WorkerCommand* next(int worker) = 0;
+
+  // The worker has done what it was given last.
+  virtual void finished(int worker) = 0;
+
+  // Does a piece of the work that can wait until the workers have their next commands. False when there is
+  // none.
+  virtual bool settle() { return false; }
+};
 
 class WorkerPool {
  public:
@@ -27,6 +46,15 @@ class WorkerPool {
   Status dispatch(const std::vector<WorkerBatchCommand>& commands);
   Status dispatch(const std::vector<RegressionBatchCommand>& commands);
 
+  // Gives every worker commands of the stream, the next as soon as it has counted down, until there are none
+  // and all have counted down. After a failure, or when a signal asks to stop, no more are given, and what
+  // the failing worker, or any after the signal, was given does not count as finished. Work is settled even
+  // so.
+  Status stream(CommandStream& commands);
+
+  // See Backend::range_seconds.
+  double range_seconds(int worker) const { return backend_.range_seconds(worker); }
+
   // The first failure of any worker, or of starting one, so far; or that a signal asks to stop. Every command
   // ends with it: here a run notices that it is to end early.
   Status status() const;
@@ -39,7 +67,13 @@ class WorkerPool {
   template <typename CommandOf>
   void post_and_wait(int n, CommandOf command_of);
 
+  // Asks the stream for a command for every worker that has none and posts it.
+  void give(CommandStream& commands);
+
+  Backend& backend_;
   int n_started_ = 0;
   Status start_failure_;
   std::vector<Status> outcomes_;  // [worker], written by that worker between a command and its count-down
+  std::vector<uint8_t> counted_;  // [worker], see CUDA_THREAD_DATA
+  std::vector<uint8_t> busy_;     // [worker], with a command of a stream
 };

@@ -14,5 +14,5 @@ class WorkerLock {
   WorkerLock& operator=(const WorkerLock&) = delete;
 };
 
-extern pthread_cond_t g_command_posted;   // a mailbox was filled
-extern pthread_cond_t g_count_reached_0;  // getCnt became 0
+extern pthread_cond_t g_command_posted;  // a mailbox was filled
+extern pthread_cond_t g_counted_down;    // a worker has counted down

@@ -8,7 +8,7 @@
 #include <fstream>
 #include <iterator>
 
-#include "src/checksum.h"
+#include "util/checksum.h"
 #include "src/notice.h"
 #include "src/remnant.h"
 #include "util/output_file.h"

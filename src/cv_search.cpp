@@ -14,55 +14,153 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Combinations per worker of the first pass: few, so that the floors rise early, and that the pass is short
+// Combinations of a worker's first range: few, so that the floors rise early, and that the range is short
 // also where a combination takes milliseconds.
 constexpr uint64_t kFirstShare = 64;
-// What a pass should last: long against its hand-over, short for whoever waits for progress.
-constexpr double kPassSeconds = 0.25;
-// A share grows at most by this factor from one pass to the next.
+// A share grows at most by this factor from one range to the next.
 constexpr double kGrowth = 4.0;
+// Towards the end a range is this part of what is left for its worker, so that none works on alone for long,
+// and this part of the worker's share at least.
+constexpr double kPartOfRest = 0.5;
+constexpr uint64_t kSmallestPart = 16;
 
-// The share of the next pass after one of `share` combinations per worker took `seconds`.
-uint64_t next_share(uint64_t share, double seconds) {
-  const double factor = std::clamp(kPassSeconds / std::max(seconds, 1e-9), 1.0 / kGrowth, kGrowth);
-  return std::max<uint64_t>(1, static_cast<uint64_t>(static_cast<double>(share) * factor));
-}
-
-// The best lists of a search, and how much of the enumeration they are of.
-struct SearchSoFar {
-  std::vector<CandidateList> best;  // of each fold
-  uint64_t next = 0;                // all ranks below are searched
-
-  void keep(Checkpoint& checkpoint, int order) const {
-    checkpoint.keep(order_section(order), lines_of({0, next, lists()}));
+// The ranges of one search: who has which, and the best lists of those that are searched. A worker's ranges
+// follow its own speed.
+class RangeStream : public CommandStream {
+ public:
+  RangeStream(const WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combinations, Progress& progress,
+              Checkpoint& checkpoint)
+      : order_(wanted.rules.order),
+        n_combinations_(n_combinations),
+        best_(wanted.folds.size(), CandidateList(wanted.list_size, {wanted.floor, 0})),
+        progress_(progress),
+        checkpoint_(checkpoint),
+        workers_(static_cast<size_t>(pool.size())) {
+    for (size_t g = 0; g < workers_.size(); ++g) {
+      workers_[g].wanted_seconds = pool.range_seconds(static_cast<int>(g));
+      workers_[g].rate = static_cast<double>(kFirstShare) / workers_[g].wanted_seconds;
+      workers_[g].floors.resize(best_.size());
+    }
   }
 
+  // What an earlier run found in the ranks below state.next.
+  void begin_with(const SearchState& state) {
+    handed_ = searched_ = state.next;
+    for (size_t f = 0; f < state.lists.size(); ++f) {
+      for (const RankedValue& entry : state.lists[f]) {
+        best_[f].offer(entry.rank, entry.value);
+      }
+    }
+  }
+
+  const WorkerCommand* next(int worker) override {
+    if (handed_ == n_combinations_) {
+      return nullptr;
+    }
+    WorkerRange& range = workers_[static_cast<size_t>(worker)];
+    WorkerBatchCommand& batch = range.batch;
+    batch.first_rank = handed_;
+    batch.n_ranks = size_of_next(range);
+    std::transform(best_.begin(), best_.end(), range.floors.begin(),
+                   [](const CandidateList& list) { return list.floor(); });
+    batch.floors = range.floors.data();
+    batch.candidates = &range.candidates;
+    handed_ += batch.n_ranks;
+    range.is_out = true;
+    range.started = Clock::now();
+    return &batch;
+  }
+
+  void finished(int worker) override {
+    WorkerRange& range = workers_[static_cast<size_t>(worker)];
+    const double seconds =
+        std::max(std::chrono::duration<double>(Clock::now() - range.started).count(), 1e-9);
+    for (const SearchCandidate& candidate : range.candidates) {
+      best_[static_cast<size_t>(candidate.fold)].offer(candidate.rank, candidate.value);
+    }
+    range.is_out = false;
+    range.rate = static_cast<double>(range.batch.n_ranks) / seconds;
+    range.share = next_share(range, seconds);
+    searched_ += range.batch.n_ranks;
+    progress_.update(searched_);
+    if (checkpoint_.is_due()) {
+      keep();
+    }
+  }
+
+  // Into the checkpoint goes what is known of the ranks below the first one that is not searched. Later ones
+  // have kept nothing out of it that they would not again.
+  void keep() const {
+    SearchState state{0, handed_, lists()};
+    for (const WorkerRange& range : workers_) {
+      state.next = range.is_out ? std::min(state.next, range.batch.first_rank) : state.next;
+    }
+    for (std::vector<RankedValue>& list : state.lists) {
+      std::erase_if(list, [&](const RankedValue& entry) { return entry.rank >= state.next; });
+    }
+    checkpoint_.keep(order_section(order_), lines_of(state));
+  }
+
+  // Of each fold, best first.
   std::vector<std::vector<RankedValue>> lists() const {
     std::vector<std::vector<RankedValue>> lists;
-    for (const CandidateList& list : best) {
+    for (const CandidateList& list : best_) {
       lists.push_back(list.sorted());
     }
     return lists;
   }
+
+ private:
+  // The latest range of a worker.
+  struct WorkerRange {
+    WorkerBatchCommand batch;
+    std::vector<SearchFloor> floors;  // [folds], when it was handed out
+    std::vector<SearchCandidate> candidates;
+    bool is_out = false;  // not searched, as far as the driver knows
+    Clock::time_point started;
+    uint64_t share = kFirstShare;  // combinations of the next
+    double rate = 0.0;             // combinations per second
+    double wanted_seconds = 0.0;   // of a range
+  };
+
+  // Combinations of the next range of a worker that took `seconds` for its latest.
+  static uint64_t next_share(const WorkerRange& range, double seconds) {
+    const double factor = std::clamp(range.wanted_seconds / seconds, 1.0 / kGrowth, kGrowth);
+    // One that was cut short says something of the speed, but not how far to grow.
+    const auto size = static_cast<double>(range.batch.n_ranks);
+    return std::max<uint64_t>(1, static_cast<uint64_t>(size * factor));
+  }
+
+  uint64_t size_of_next(const WorkerRange& range) const {
+    double all = 0.0;
+    for (const WorkerRange& other : workers_) {
+      all += other.rate;
+    }
+    const auto rest = static_cast<double>(n_combinations_ - handed_);
+    const auto fair = static_cast<uint64_t>(kPartOfRest * rest * range.rate / all);
+    return std::min(
+        {n_combinations_ - handed_, range.share, std::max({fair, range.share / kSmallestPart, uint64_t{1}})});
+  }
+
+  int order_;
+  uint64_t n_combinations_;
+  std::vector<CandidateList> best_;  // of each fold
+  Progress& progress_;
+  Checkpoint& checkpoint_;
+  std::vector<WorkerRange> workers_;
+  uint64_t handed_ = 0;    // all ranks below are searched or handed out
+  uint64_t searched_ = 0;  // ranks
 };
 
 }  // namespace
 
 Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combinations, Progress& progress,
                     Checkpoint& checkpoint, std::vector<std::vector<RankedValue>>* lists) {
-  SearchSoFar search{
-      std::vector<CandidateList>(wanted.folds.size(), CandidateList(wanted.list_size, {wanted.floor, 0}))};
   SearchState known;
   Status status = restore_search(checkpoint, wanted.rules.order,
                                  {n_combinations, wanted.folds.size(), wanted.list_size, false}, &known);
   if (!status.ok()) {
     return status;
-  }
-  search.next = known.next;
-  for (size_t f = 0; f < known.lists.size(); ++f) {
-    for (const RankedValue& entry : known.lists[f]) {
-      search.best[f].offer(entry.rank, entry.value);
-    }
   }
   WorkerSetupCommand setup;
   setup.kind = LoopKind::kSearch;
@@ -75,46 +173,18 @@ Status search_folds(WorkerPool& pool, const FoldSearch& wanted, uint64_t n_combi
   if (!status.ok()) {
     return status;
   }
-  progress.begin(wanted.rules.order, n_combinations, search.next);
-  std::vector<SearchFloor> floors(wanted.folds.size());
-  std::vector<std::vector<SearchCandidate>> candidates(static_cast<size_t>(pool.size()));
-  uint64_t share = kFirstShare;
-  while (search.next < n_combinations) {
-    const Clock::time_point started = Clock::now();
-    std::transform(search.best.begin(), search.best.end(), floors.begin(),
-                   [](const CandidateList& list) { return list.floor(); });
-    std::vector<WorkerBatchCommand> batches;
-    uint64_t next = search.next;
-    for (int g = 0; g < pool.size() && next < n_combinations; ++g) {
-      WorkerBatchCommand& batch = batches.emplace_back();
-      batch.first_rank = next;
-      // Of what is left, no more than an even share: in the last pass no worker is to wait for another.
-      const auto waiting = static_cast<uint64_t>(pool.size() - g);
-      batch.n_ranks = std::min(share, (n_combinations - next + waiting - 1) / waiting);
-      batch.floors = floors.data();
-      batch.candidates = &candidates[static_cast<size_t>(g)];
-      next += batch.n_ranks;
-    }
-    status = pool.dispatch(batches);
-    if (!status.ok()) {
-      search.keep(checkpoint, wanted.rules.order);
-      return status;
-    }
-    for (const WorkerBatchCommand& batch : batches) {
-      for (const SearchCandidate& candidate : *batch.candidates) {
-        search.best[static_cast<size_t>(candidate.fold)].offer(candidate.rank, candidate.value);
-      }
-    }
-    search.next = next;
-    if (checkpoint.is_due()) {
-      search.keep(checkpoint, wanted.rules.order);
-    }
-    progress.update(next);
-    share = next_share(share, std::chrono::duration<double>(Clock::now() - started).count());
+  RangeStream ranges(pool, wanted, n_combinations, progress, checkpoint);
+  ranges.begin_with(known);
+  progress.begin(wanted.rules.order, n_combinations, known.next);
+  status = pool.stream(ranges);
+  if (status.ok()) {
+    progress.end();
   }
-  progress.end();
-  search.keep(checkpoint, wanted.rules.order);
-  *lists = search.lists();
+  ranges.keep();
+  if (!status.ok()) {
+    return status;
+  }
+  *lists = ranges.lists();
   return pool.broadcast(WorkerCommand{kCommandRelease});
 }
 

@@ -10,7 +10,7 @@
 #include <cstring>
 #include <vector>
 
-#include "src/checksum.h"
+#include "util/checksum.h"
 #include "src/remnant.h"
 #include "util/whole_io.h"
 

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <deque>
+#include <memory>
 #include <numeric>
 #include <span>
 
@@ -126,6 +128,20 @@ void RegressionTopList::offer(const FittedItem& item) {
 
 namespace {
 
+// Hands over the fits of items, [fits][order] SNP indices.
+void take_fits(const Problem& problem, const RegressionRules& rules, std::span<const int> items,
+               std::span<const ItemFit> fits, const std::function<void(FittedItem&&)>& take) {
+  const auto width = static_cast<size_t>(rules.order());
+  for (size_t i = 0; i < fits.size(); ++i) {
+    FittedItem item;
+    const std::span<const int> snps = items.subspan(i * width, width);
+    item.snps.assign(snps.begin(), snps.end());
+    item.fit = fits[i];
+    item.row = regression_row(item.fit, rules, rules.columns(problem.n_covariates));
+    take(std::move(item));
+  }
+}
+
 // Fits a batch of items that was set up, [count][order] SNP indices, and hands them to take.
 Status fit_batch(WorkerPool& pool, const Problem& problem, const RegressionRules& rules, uint64_t launch_size,
                  std::span<const int> items, const std::function<void(FittedItem&&)>& take) {
@@ -146,16 +162,137 @@ Status fit_batch(WorkerPool& pool, const Problem& problem, const RegressionRules
   if (Status status = pool.dispatch(batches); !status.ok()) {
     return status;
   }
-  for (size_t i = 0; i < fits.size(); ++i) {
-    FittedItem item;
-    const std::span<const int> snps = items.subspan(i * width, width);
-    item.snps.assign(snps.begin(), snps.end());
-    item.fit = fits[i];
-    item.row = regression_row(item.fit, rules, rules.columns(problem.n_covariates));
-    take(std::move(item));
-  }
+  take_fits(problem, rules, items, fits, take);
   return {};
 }
+
+// The batches of a run over all items. Each is cut into one part per worker, which go to whichever worker is
+// free; parts that are fitted wait for their turn.
+class PartStream : public CommandStream {
+ public:
+  PartStream(const WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
+             uint64_t launch_size, const RegressionLoop& loop)
+      : problem_(problem),
+        rules_(rules),
+        order_(rules.order()),
+        launch_size_(launch_size),
+        loop_(loop),
+        n_workers_(pool.size()),
+        capacity_(launch_size * static_cast<uint64_t>(pool.size())),
+        total_(comb_count(problem.n_snps, order_).value()),
+        cursor_(static_cast<size_t>(order_), -1),
+        begun_(loop.first),
+        taken_(loop.first),
+        given_(static_cast<size_t>(pool.size()), nullptr) {
+    if (loop.first > 0 && loop.first < total_) {
+      comb_unrank(problem.n_snps, order_, loop.first, cursor_.data());
+    }
+    goes_on_ = begun_ < total_;
+    cutCreateTimer(&timer_);
+    cutStartTimer(timer_);
+  }
+  ~PartStream() override { cutDeleteTimer(timer_); }
+  PartStream(const PartStream&) = delete;
+  PartStream& operator=(const PartStream&) = delete;
+
+  // Rank behind the last item that was taken.
+  uint64_t taken() const { return taken_; }
+
+  const WorkerCommand* next(int worker) override {
+    if (n_waiting_ == 0 && parts_.size() <= kPartsAhead * static_cast<size_t>(n_workers_)) {
+      begin_batch();
+    }
+    if (n_waiting_ == 0 || !wanted_) {
+      return nullptr;
+    }
+    Part& part = parts_[parts_.size() - n_waiting_];
+    --n_waiting_;
+    part.fits.resize(part.command.active);
+    part.command.results = part.fits.data();
+    given_[static_cast<size_t>(worker)] = &part;
+    return &part.command;
+  }
+
+  void finished(int worker) override { given_[static_cast<size_t>(worker)]->is_fitted = true; }
+
+  bool settle() override {
+    if (parts_.empty() || !parts_.front().is_fitted) {
+      return false;
+    }
+    const Part& part = parts_.front();
+    if (wanted_) {
+      take_fits(problem_, rules_, {part.command.items, part.fits.size() * static_cast<size_t>(order_)},
+                part.fits, loop_.take);
+      taken_ += part.fits.size();
+      if (loop_.progress != nullptr) {
+        loop_.progress->update(taken_);
+      }
+      wanted_ = !loop_.after_batch || loop_.after_batch(taken_);
+    }
+    parts_.pop_front();
+    return true;
+  }
+
+ private:
+  // Parts of a batch and more that may wait for one that is late, per worker.
+  static constexpr size_t kPartsAhead = 2;
+
+  struct Part {
+    std::shared_ptr<const std::vector<int>> items;  // of its batch
+    RegressionBatchCommand command;
+    std::vector<ItemFit> fits;
+    bool is_fitted = false;
+  };
+
+  // The next batch, and the line that announces it.
+  void begin_batch() {
+    if (!goes_on_ || !wanted_) {
+      return;
+    }
+    const int batch_size = static_cast<int>(std::min<uint64_t>({capacity_, total_, 1u << 30}));
+    const auto width = static_cast<size_t>(order_);
+    const auto items = std::make_shared<std::vector<int>>(static_cast<size_t>(batch_size) * width);
+    int count = 0;
+    goes_on_ = combSNP2(&order_, &problem_.n_snps, &batch_size, cursor_.data(), &count, items->data()) == 0;
+    cutStopTimer(timer_);
+    const double milliseconds = static_cast<double>(cutGetTimerValue(timer_));
+    std::printf("%d, [%.3lf ms, %.3lf ms/per]\n", static_cast<int>(begun_), milliseconds,
+                milliseconds / static_cast<double>(capacity_));
+    cutResetTimer(timer_);
+    cutStartTimer(timer_);
+    const int* first = items->data();
+    for (const uint64_t share : pass_shares(static_cast<uint64_t>(count), launch_size_, n_workers_)) {
+      if (share == 0) {
+        break;
+      }
+      Part& part = parts_.emplace_back();
+      part.items = items;
+      part.command.active = static_cast<uint32_t>(share);
+      part.command.items = first;
+      first += share * width;
+      ++n_waiting_;
+    }
+    begun_ += static_cast<uint64_t>(count);
+  }
+
+  const Problem& problem_;
+  const RegressionRules rules_;
+  const int order_;
+  const uint64_t launch_size_;
+  const RegressionLoop& loop_;
+  const int n_workers_;
+  const uint64_t capacity_;
+  const uint64_t total_;
+  std::vector<int> cursor_;  // of the enumeration
+  uint64_t begun_;           // items of the batches so far
+  uint64_t taken_;
+  std::deque<Part> parts_;    // from the next to be taken on
+  size_t n_waiting_ = 0;      // of them, at the end, that no worker has
+  std::vector<Part*> given_;  // [worker]
+  bool goes_on_ = false;      // there are more batches
+  bool wanted_ = true;        // by the loop
+  unsigned timer_ = 0;
+};
 
 Status begin_fits(WorkerPool& pool, const RegressionRules& rules, uint64_t launch_size) {
   RegressionSetupCommand setup(rules);
@@ -184,45 +321,11 @@ Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRul
   if (Status status = begin_fits(pool, rules, launch_size); !status.ok()) {
     return status;
   }
-  const int order = rules.order();
-  std::printf("Order is %d\n", order);
-  unsigned timer = 0;
-  cutCreateTimer(&timer);
-  cutStartTimer(timer);
-
-  const auto width = static_cast<size_t>(order);
-  const uint64_t capacity = launch_size * static_cast<uint64_t>(pool.size());
-  const uint64_t total = comb_count(problem.n_snps, order).value();
-  const int batch_size = static_cast<int>(std::min<uint64_t>({capacity, total, 1u << 30}));
-  std::vector<int> cursor(width, -1);
-  if (loop.first > 0 && loop.first < total) {
-    comb_unrank(problem.n_snps, order, loop.first, cursor.data());
-  }
-  std::vector<int> items(static_cast<size_t>(std::max(batch_size, 1)) * width);
-  bool goes_on = *next < total;
-  while (goes_on) {
-    int count = 0;
-    goes_on = combSNP2(&order, &problem.n_snps, &batch_size, cursor.data(), &count, items.data()) == 0;
-    cutStopTimer(timer);
-    const double milliseconds = static_cast<double>(cutGetTimerValue(timer));
-    std::printf("%d, [%.3lf ms, %.3lf ms/per]\n", static_cast<int>(*next), milliseconds,
-                milliseconds / static_cast<double>(capacity));
-    cutResetTimer(timer);
-    cutStartTimer(timer);
-    Status status = fit_batch(pool, problem, rules, launch_size,
-                              std::span(items).first(static_cast<size_t>(count) * width), loop.take);
-    if (!status.ok()) {
-      cutDeleteTimer(timer);
-      return status;
-    }
-    *next += static_cast<uint64_t>(count);
-    if (loop.progress != nullptr) {
-      loop.progress->update(*next);
-    }
-    goes_on = goes_on && (!loop.after_batch || loop.after_batch(*next));
-  }
-  cutDeleteTimer(timer);
-  return pool.broadcast(WorkerCommand{kCommandRelease});
+  std::printf("Order is %d\n", rules.order());
+  PartStream parts(pool, problem, rules, launch_size, loop);
+  Status status = pool.stream(parts);
+  *next = parts.taken();
+  return status.ok() ? pool.broadcast(WorkerCommand{kCommandRelease}) : status;
 }
 
 double residual_degrees_of_freedom(const ItemFit& fit, const RegressionRules& rules, int n_samples,

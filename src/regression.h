@@ -69,13 +69,14 @@ class RegressionTopList {
 struct RegressionLoop {
   std::function<void(FittedItem&&)> take;  // gets every item, in the order of the enumeration
   uint64_t first = 0;                      // rank of the first item to fit
-  // After each batch, with the rank behind its last item: whether to go on. May be empty.
+  // Now and then, with the rank behind the last item that was taken: whether to go on. May be empty.
   std::function<bool(uint64_t next)> after_batch;
   Progress* progress = nullptr;  // begun, or null
 };
 
-// Fits every item, batch by batch. *next becomes the rank behind the last one that was taken, also on
-// failure. Prints the lines of the batches.
+// Fits every item, batch by batch; a batch begins when the one before it is handed out, and the items come in
+// order. *next becomes the rank behind the last one that was taken, also on failure. Prints the lines of the
+// batches.
 Status regrProcess(WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
                    uint64_t launch_size, const RegressionLoop& loop, uint64_t* next);
 

@@ -4,7 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "src/checksum.h"
+#include "util/checksum.h"
 #include "src/option_table.h"
 #include "src/run_config.h"
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "src/checksum.h"
+#include "util/checksum.h"
 #include "src/state_lines.h"
 
 namespace tavo_test {

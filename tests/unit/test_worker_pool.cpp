@@ -188,6 +188,57 @@ TEST_F(Workers, TheSearchCoversEveryRankOnceAndKeepsTheFirstOfEqualValues) {
   expect_first_ranks(lists);
 }
 
+TEST_F(Workers, ALateWorkerDoesNotKeepTheOthersFromSearchingOn) {
+  start(2);
+  script_.late = std::chrono::milliseconds(40);
+  const std::vector<FoldView> folds(2);
+  Progress progress("off");
+  Checkpoint checkpoint;
+  std::vector<std::vector<RankedValue>> lists;
+  ASSERT_TRUE(search_folds(*pool_, {ScoringRules{}, {}, folds, 4}, 50000, progress, checkpoint, &lists).ok());
+  expect_ranges(0, 50000);
+  expect_first_ranks(lists);
+  EXPECT_LT(times_seen("search_range 0"), times_seen("search_range 1"));
+}
+
+// What one worker has at the end of a stream, another one may have begun.
+class TwoCommands : public CommandStream {
+ public:
+  const WorkerCommand* next(int worker) override {
+    given_to.push_back(worker);
+    return given_to.size() <= 2 ? &command_ : nullptr;
+  }
+  void finished(int worker) override { finished_by.push_back(worker); }
+  bool settle() override { return settled++ < 3; }
+
+  std::vector<int> given_to;
+  std::vector<int> finished_by;
+  int settled = 0;
+
+ private:
+  WorkerBatchCommand command_;
+};
+
+TEST_F(Workers, AStreamEndsWhenEveryCommandIsCountedDownAndAllIsSettled) {
+  start(2);
+  TwoCommands commands;
+  ASSERT_TRUE(pool_->stream(commands).ok());
+  EXPECT_EQ(commands.finished_by.size(), 2u);
+  EXPECT_GE(commands.settled, 4);
+  EXPECT_EQ(getCnt, 0);
+}
+
+TEST_F(Workers, AStreamGivesNothingAfterAFailureAndWaitsForTheOthers) {
+  script_.fail_in = "evaluate_list";
+  script_.fail_device = 1;
+  script_.late = std::chrono::milliseconds(30);
+  start(2);
+  TwoCommands commands;
+  EXPECT_EQ(pool_->stream(commands).message(), "device 1 failed in evaluate_list");
+  EXPECT_EQ(commands.given_to, (std::vector<int>{0, 1}));
+  EXPECT_EQ(commands.finished_by, (std::vector<int>{0}));
+}
+
 TEST_F(Workers, ASearchPrintsNoMarks) {
   start(2);
   const std::vector<FoldView> folds(1);
