@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cpu/cpu_backend.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <optional>
 
@@ -151,6 +153,10 @@ Status CpuBackend::ready() const {
 
 int CpuBackend::device_count() const {
   return usable_cores();
+}
+
+int CpuBackend::devices_of_machine() const {
+  return std::max(usable_cores(), static_cast<int>(sysconf(_SC_NPROCESSORS_ONLN)));
 }
 
 DeviceProperties CpuBackend::properties(int) const {

@@ -20,6 +20,7 @@ class CpuBackend : public Backend {
   // here.
   Status ready() const override;
   int device_count() const override;
+  int devices_of_machine() const override;
   DeviceProperties properties(int ordinal) const override;
   std::unique_ptr<Device> open(int ordinal) override;
 

@@ -55,13 +55,19 @@ class Backend {
   virtual int device_count() const = 0;
   virtual DeviceProperties properties(int ordinal) const = 0;
 
+  // Devices of this machine, also those that the process may not use.
+  virtual int devices_of_machine() const { return device_count(); }
+
   // Thread-safe: each worker opens its own.
   virtual std::unique_ptr<Device> open(int ordinal) = 0;
 
   // Seconds that a range of a search should take on the device: long against its hand-over, short for whoever
   // waits for progress.
   virtual double range_seconds(int) const { return 0.25; }
+
+  // Workers that a pool starts besides those that the run asks for; their devices come behind the others.
+  virtual int workers_elsewhere() const { return 0; }
+
+  // On the driver's thread, before the workers of a pool start.
+  virtual Status prepare(const Problem&) { return {}; }
 };
-}
-}
-;

@@ -31,7 +31,8 @@ class CountDownGuard {
 }  // namespace
 
 WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(backend) {
-  const auto workers = static_cast<size_t>(g_cntDevCuda);
+  const int n_workers = g_cntDevCuda + backend.workers_elsewhere();
+  const auto workers = static_cast<size_t>(n_workers);
   outcomes_.resize(workers);
   counted_.resize(workers);
   busy_.resize(workers);
@@ -43,11 +44,13 @@ WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(back
   g_pThrCuda = new pthread_t[workers]();
   g_pThrData = new const WorkerCommand*[workers]();
   g_pThrResult = new void*[workers]();
+  start_failure_ = backend.prepare(problem);
+  const int n_wanted = start_failure_.ok() ? n_workers : 0;
   {
     const WorkerLock lock;
-    getCnt = g_cntDevCuda;
+    getCnt = n_wanted;
   }
-  for (int g = 0; g < g_cntDevCuda; ++g) {
+  for (int g = 0; g < n_wanted; ++g) {
     const auto index = static_cast<size_t>(g);
     auto* start = new CUDA_THREAD_DATA{g, &problem, &backend, &outcomes_[index], &counted_[index]};
     if (!cutStartThread(threadCudaMain, start, &g_pThrCuda[g])) {
@@ -55,7 +58,7 @@ WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(back
       start_failure_ = Status::failure("cannot start worker thread " + std::to_string(g + 1) + " of " +
                                        std::to_string(workers) + "; ask for fewer with --gpu");
       const WorkerLock lock;
-      getCnt -= g_cntDevCuda - g;
+      getCnt -= n_wanted - g;
       break;
     }
     n_started_ = g + 1;

@@ -11,13 +11,16 @@ declare -A allowed=(
   [device]='^(device|lib|util)/'
   [cpu]='^(cpu|device|lib|util)/'
   [cuda]='^(cuda|device|lib|util)/'
+  [cluster]='^(cluster|device|lib|util)/'
   [src]='^(src|device|lib|util)/'
   [tools]='^(tools|lib|util)/|^src/FileIO\.h$'
   [report]='^(report|tools|lib|util)/'
-  [fuzz]='^(fuzz|report|tools|src|cpu|device|lib|util)/'
+  [fuzz]='^(fuzz|report|tools|src|cluster|cpu|device|lib|util)/'
 )
 # The one file that knows every backend by name.
 backend_list=device/backends.cpp
+# The files of the program, not of its library, that know of other ranks.
+rank_files='^src/(main|rank_run)\.(cpp|h)$'
 
 bad=0
 for folder in "${!allowed[@]}"; do
@@ -27,6 +30,9 @@ for folder in "${!allowed[@]}"; do
     if [[ $file == "$backend_list" && $header =~ ^(cpu|cuda)/ ]]; then
       continue
     fi
+    if [[ $file =~ $rank_files && $header =~ ^cluster/ ]]; then
+      continue
+    fi
     if ! [[ $header =~ ${allowed[$folder]} ]]; then
       echo "$file:$line: $folder/ may not include $header" >&2
       bad=1
@@ -34,8 +40,12 @@ for folder in "${!allowed[@]}"; do
   done < <(grep -rnE --include='*.cpp' --include='*.h' --include='*.cu' --include='*.cuh' --include='*.inc' \
     '^#include "' "$folder" 2>/dev/null)
 done
-if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z_]+)?\.h>' util lib device cpu src tools report fuzz; then
+if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z_]+)?\.h>' util lib device cpu cluster src tools report fuzz; then
   echo "CUDA headers may stand in cuda/ only" >&2
+  bad=1
+fi
+if git grep -nE '^#include <mpi\.h>' -- ':!cluster/mpi_transport.cpp'; then
+  echo "MPI's header may stand in cluster/mpi_transport.cpp only" >&2
   bad=1
 fi
 

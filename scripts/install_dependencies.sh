@@ -7,7 +7,7 @@ set -euo pipefail
 packages=(g++ cmake ninja-build zlib1g-dev libboost-math-dev libhts-dev)
 if [ "${1:-}" = tests ]; then
   packages+=(libgtest-dev libbenchmark-dev nlohmann-json3-dev clang-format clang-tidy clang-14 libclang-rt-14-dev cppcheck git dpkg-dev file plink1.9 bcftools chromium r-base-core
-    python3)
+    python3 libopenmpi-dev openmpi-bin)
 fi
 # npm comes with other distributions of node, too.
 command -v npm >/dev/null || packages+=(nodejs npm)

@@ -5,19 +5,21 @@
 #include <exception>
 #include <new>
 
+#include "cluster/job.h"
 #include "device/backends.h"
 #include "device/worker.h"
 #include "src/TFmMDR.h"
 #include "src/notice.h"
 #include "src/options.h"
+#include "src/rank_run.h"
 #include "src/run_config.h"
 #include "util/stop_signal.h"
 
 namespace {
 
 // Chooses the backend and the number of workers; null when none can be used; the reason has been
-// printed.
-Backend* query_device(const RunArguments& arguments) {
+// printed. link: to the other ranks, or null.
+Backend* query_device(const RunArguments& arguments, const Link* link) {
   Backend* backend = choose_backend(arguments.device);
   if (backend == nullptr) {
     std::puts("There is no available device for running CUDA architecture!");
@@ -27,7 +29,9 @@ Backend* query_device(const RunArguments& arguments) {
     notice("%s", ready.message().c_str());
     return nullptr;
   }
-  g_cntDevCuda = gpu != -1 ? gpu : backend->device_count();
+  g_cntDevCuda = gpu != -1         ? gpu
+                 : link != nullptr ? workers_of_rank(link->local_rank(), link->local_size(), *backend)
+                                   : backend->device_count();
   g_useCuda = 1;
   const DeviceProperties properties = backend->properties(0);
   std::printf("CUDA is available [%d devs], %d regs, max thread count is %d, %d\n", g_cntDevCuda,
@@ -46,7 +50,8 @@ int status_of_output(const char* rest_of_notice) {
   return 1;
 }
 
-int run(int argc, char** argv) {
+// link: to the other ranks of a job, of which this is rank 0, or null.
+int run(int argc, char** argv, Link* link) {
   // Whoever reads standard output may leave: the result file is written all the same.
   ignore_write_signals();
   if (const std::optional<int> status = answer_question(argc, argv)) {
@@ -59,7 +64,7 @@ int run(int argc, char** argv) {
   if (const std::optional<int> status = check_arguments(arguments)) {
     return *status;
   }
-  Backend* backend = query_device(arguments);
+  Backend* backend = query_device(arguments, link);
   if (backend == nullptr) {
     return 1;
   }
@@ -73,6 +78,17 @@ int run(int argc, char** argv) {
   std::printf("%d cv and start from %dth CV\n", cvfold, cv_start);
   notice("%s, %d worker%s, %s", backend->name().c_str(), g_cntDevCuda, g_cntDevCuda == 1 ? "" : "s",
          backend->properties(0).description.c_str());
+
+  std::unique_ptr<ClusterBackend> cluster;
+  if (link != nullptr) {
+    cluster = gather_ranks(*link, *backend, arguments);
+    if (cluster == nullptr) {
+      return kDeviceFailure;
+    }
+    backend = cluster.get();
+  } else if (arguments.shared_input != 0) {
+    notice("a run of one process has no use for --shared-input");
+  }
 
   RunSettings settings;
   settings.input = szInput;
@@ -108,15 +124,40 @@ int run(int argc, char** argv) {
   return status_of_output("; that says nothing about the result file");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+// As run, with what is thrown as a message.
+int run_guarded(int argc, char** argv, Link* link) {
   try {
-    return run(argc, argv);
+    return run(argc, argv, link);
   } catch (const std::bad_alloc&) {
     notice("out of memory");
   } catch (const std::exception& error) {
     notice("%s", error.what());
   }
   return 1;
+}
+
+// One rank of a job that an MPI launcher has started, which may be the only one.
+int run_launched(int argc, char** argv) {
+  Status status;
+  const std::unique_ptr<Link> link = join_job(&status);
+  if (!status.ok()) {
+    notice("%s", status.message().c_str());
+    return 1;
+  }
+  if (link == nullptr) {
+    return run_guarded(argc, argv, nullptr);
+  }
+  if (link->rank() != 0) {
+    return run_as_servant(*link);
+  }
+  const int exit_status = run_guarded(argc, argv, link.get());
+  std::fflush(stdout);
+  end_job(*link, exit_status);
+  return exit_status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return is_launched() ? run_launched(argc, argv) : run_guarded(argc, argv, nullptr);
 }

@@ -20,9 +20,6 @@
 
 namespace {
 
-// The status of a process whose device failed: exit(-1) as the system reports it.
-constexpr int kDeviceFailure = 255;
-
 bool same_file(const std::string& a, const std::string& b) {
   std::error_code unknown;
   return std::filesystem::equivalent(a, b, unknown);

@@ -177,10 +177,10 @@ Refusal take_seed(const char* name, const char* value, int, RunArguments* argume
   return kAccepted;
 }
 
-template <int RunArguments::*field, int lowest>
+template <int RunArguments::*field, int lowest, int highest = INT_MAX>
 Refusal take_count(const char* name, const char* value, int, RunArguments* arguments) {
   long long number = 0;
-  if (!strict_integer(name, value, lowest, INT_MAX, &number)) {
+  if (!strict_integer(name, value, lowest, highest, &number)) {
     return kRefused;
   }
   arguments->*field = static_cast<int>(number);
@@ -251,6 +251,11 @@ constexpr Option kOptions[] = {
     {"stop-after", "integer",
      "ends the permutations when so many reach the best values of the run (default: never)", false,
      take_count<&RunArguments::stop_after, 1>},
+    {"shared-input", "0|1",
+     "of a run over several machines: 1 if every rank is to read the genotype file itself, from a file "
+     "system that "
+     "all share (default 0: rank 0 reads it and sends it to the others)",
+     false, take_count<&RunArguments::shared_input, 0, 1>},
     {"progress", "auto|on|off", "progress on standard error (default auto: on a terminal)", false,
      take_progress},
 };

@@ -23,7 +23,8 @@ struct RunArguments {
   std::string tidy;               // path, empty when not given
   std::string checkpoint;         // path, empty when not given
   int permutations = 0;
-  int stop_after = 0;  // 0: not given
+  int stop_after = 0;    // 0: not given
+  int shared_input = 0;  // non-zero: every rank reads the genotype file
 };
 
 // Each step returns the exit status to end with, or nothing to go on.

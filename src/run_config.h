@@ -11,6 +11,9 @@ inline constexpr int kMaxArguments = 32;  // of the option table, the program na
 inline constexpr int kMaxCovariates = 10;
 inline constexpr int kCovariateLabelSize = 256;
 
+// The status of a process whose device failed: exit(-1) as the system reports it.
+inline constexpr int kDeviceFailure = 255;
+
 enum RegressionKind : int { kNoRegression = 0, kLogisticRegression = 1, kLinearRegression = 2 };
 
 extern char szInput[kPathSize];

@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The job that an MPI launcher has started this process as a part of. MPI stands in a module of its own,
+// which is loaded then and only then: a process that runs alone neither needs nor starts MPI.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "cluster/link.h"
+#include "cluster/messages.h"
+#include "util/status.h"
+
+// Whether a launcher's environment is there.
+bool is_launched();
+
+// Joins the launcher's job. Null with an ok *status for a job of one process; null with a failure when MPI
+// cannot be used.
+std::unique_ptr<Link> join_job(Status* status);
+
+// Seconds of silence after which a rank that is at work counts as lost: TAVO_RANK_SILENCE of the environment,
+// or a minute.
+double silence_limit();
+
+// Rank 0: tells all ranks what to use and waits until they can. *descriptions: what runs on each, from
+// rank 1.
+Status configure_ranks(Link& link, const RankConfig& config, std::vector<std::string>* descriptions);
+
+// Rank 0: ends the job for all ranks. status: of this process.
+void end_job(Link& link, int status);

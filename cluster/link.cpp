@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: Apache-2.0
+#include "cluster/link.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "util/stop_signal.h"
+
+namespace {
+
+// Between two looks of the thread: short after there was something, longer the longer there is nothing.
+constexpr std::chrono::microseconds kShortestPause{20};
+constexpr std::chrono::microseconds kLongestPause{1000};
+
+// How often someone who waits looks whether to give up.
+constexpr std::chrono::milliseconds kLookUp{50};
+
+// Before a message go its bytes, without these.
+constexpr size_t kFrame = sizeof(uint64_t);
+
+}  // namespace
+
+Link::Link(std::unique_ptr<Transport> transport)
+    : transport_(std::move(transport)), senders_(static_cast<size_t>(transport_->size())) {
+  thread_ = std::thread([this] { run(); });
+}
+
+Link::~Link() {
+  stop_thread();
+}
+
+std::string Link::name(int rank) const {
+  return "rank " + std::to_string(rank) + " (" + transport_->host(rank) + ")";
+}
+
+void Link::send(int to, Bytes message) {
+  const std::lock_guard guard(lock_);
+  outgoing_.push_back({to, std::make_shared<const Bytes>(std::move(message))});
+  to_do_.notify_one();
+}
+
+Status Link::receive(int from, double silence_limit, Bytes* message) {
+  std::unique_lock guard(lock_);
+  Sender& sender = senders_[static_cast<size_t>(from)];
+  sender.heard = Clock::now();
+  const auto give_up = [&](std::string why) {
+    abandoned_ = true;
+    return Status::failure(std::move(why));
+  };
+  while (sender.messages.empty()) {
+    if (failed_) {
+      return give_up(name(from) + ": " + failure_);
+    }
+    if (stop_signal() != 0) {
+      return give_up(stopped(stop_signal()).message());
+    }
+    const std::chrono::duration<double> silence = Clock::now() - sender.heard;
+    if (silence_limit > 0.0 && silence.count() > silence_limit) {
+      return give_up(name(from) + " has given no sign of life for " +
+                     std::to_string(static_cast<int>(silence.count())) + " seconds");
+    }
+    arrived_.wait_for(guard, kLookUp);
+  }
+  *message = std::move(sender.messages.front());
+  sender.messages.pop_front();
+  return {};
+}
+
+bool Link::is_abandoned() const {
+  const std::lock_guard guard(lock_);
+  return abandoned_ || failed_;
+}
+
+Status Link::broadcast(void* bytes, size_t size) {
+  std::unique_lock guard(lock_);
+  broadcast_bytes_ = bytes;
+  broadcast_size_ = size;
+  broadcast_wanted_ = true;
+  to_do_.notify_one();
+  arrived_.wait(guard, [this] { return !broadcast_wanted_ || failed_; });
+  return failed_ ? Status::failure(failure_) : Status();
+}
+
+void Link::finish() {
+  stop_thread();
+  transport_->finish();
+}
+
+void Link::abort(int status) {
+  {
+    const std::lock_guard guard(lock_);
+    failed_ = true;
+  }
+  stop_thread();
+  transport_->abort(status);
+}
+
+void Link::stop_thread() {
+  {
+    const std::lock_guard guard(lock_);
+    ending_ = true;
+    to_do_.notify_one();
+  }
+  if (thread_.joinable()) {
+    thread_.join();
+  }
+}
+
+void Link::run() {
+  auto pause = kShortestPause;
+  for (;;) {
+    if (work()) {
+      pause = kShortestPause;
+      continue;
+    }
+    std::unique_lock guard(lock_);
+    if (ending_ && (failed_ || (outgoing_.empty() && sending_.empty()))) {
+      return;
+    }
+    if (failed_) {
+      to_do_.wait(guard, [this] { return ending_; });
+      continue;
+    }
+    to_do_.wait_for(guard, pause, [this] { return !outgoing_.empty() || broadcast_wanted_; });
+    pause = std::min(2 * pause, kLongestPause);
+  }
+}
+
+bool Link::work() {
+  {
+    const std::lock_guard guard(lock_);
+    if (failed_) {
+      return false;
+    }
+  }
+  const bool sent = send_waiting();
+  const bool left = check_sent();
+  const bool came = take_arrived();
+  return do_broadcast() || sent || left || came;
+}
+
+bool Link::send_waiting() {
+  std::deque<Outgoing> waiting;
+  {
+    const std::lock_guard guard(lock_);
+    waiting.swap(outgoing_);
+  }
+  for (const Outgoing& outgoing : waiting) {
+    const Bytes& message = *outgoing.message;
+    if (message.empty()) {
+      start(outgoing.to, outgoing.message, nullptr, 0);
+      continue;
+    }
+    ByteWriter frame;
+    frame.put(static_cast<uint64_t>(message.size()));
+    const auto framed = std::make_shared<const Bytes>(frame.take());
+    start(outgoing.to, framed, framed->data(), framed->size());
+    for (size_t at = 0; at < message.size(); at += kLargestPart) {
+      start(outgoing.to, outgoing.message, message.data() + at, std::min(kLargestPart, message.size() - at));
+    }
+  }
+  return !waiting.empty();
+}
+
+bool Link::start(int to, const std::shared_ptr<const Bytes>& message, const void* bytes, size_t size) {
+  Sending part{message, 0};
+  if (!transport_->send(to, bytes, size, &part.ticket)) {
+    fail();
+    return false;
+  }
+  sending_.push_back(std::move(part));
+  return true;
+}
+
+bool Link::check_sent() {
+  const size_t before = sending_.size();
+  std::erase_if(sending_, [this](const Sending& part) {
+    bool sent = false;
+    if (!transport_->is_sent(part.ticket, &sent)) {
+      fail();
+    }
+    return sent;
+  });
+  return sending_.size() < before;
+}
+
+bool Link::take_arrived() {
+  bool any = false;
+  for (;;) {
+    int from = -1;
+    size_t size = 0;
+    if (!transport_->look(&from, &size)) {
+      fail();
+      return any;
+    }
+    if (from < 0) {
+      return any;
+    }
+    any = true;
+    Bytes part(size);
+    if (!transport_->take(part.data())) {
+      fail();
+      return any;
+    }
+    accept(from, std::move(part));
+  }
+}
+
+void Link::accept(int from, Bytes part) {
+  const std::lock_guard guard(lock_);
+  Sender& sender = senders_[static_cast<size_t>(from)];
+  sender.heard = Clock::now();
+  if (sender.missing == 0) {
+    if (part.size() == kFrame) {
+      sender.missing = static_cast<size_t>(ByteReader(part).get<uint64_t>());
+      sender.begun.clear();
+    }
+    return;
+  }
+  sender.missing -= std::min(sender.missing, part.size());
+  if (sender.begun.empty()) {
+    sender.begun = std::move(part);
+  } else {
+    sender.begun.insert(sender.begun.end(), part.begin(), part.end());
+  }
+  if (sender.missing == 0) {
+    sender.messages.push_back(std::move(sender.begun));
+    sender.begun = Bytes();
+    arrived_.notify_all();
+  }
+}
+
+bool Link::do_broadcast() {
+  {
+    const std::lock_guard guard(lock_);
+    if (!broadcast_wanted_ || !sending_.empty() || !outgoing_.empty() || failed_) {
+      return false;
+    }
+  }
+  auto* bytes = static_cast<uint8_t*>(broadcast_bytes_);
+  for (size_t at = 0; at < broadcast_size_; at += kLargestPart) {
+    if (!transport_->broadcast(bytes + at, std::min(kLargestPart, broadcast_size_ - at))) {
+      fail();
+      break;
+    }
+  }
+  const std::lock_guard guard(lock_);
+  broadcast_wanted_ = false;
+  arrived_.notify_all();
+  return true;
+}
+
+void Link::fail() {
+  const std::lock_guard guard(lock_);
+  if (!failed_) {
+    failed_ = true;
+    failure_ = transport_->error();
+  }
+  arrived_.notify_all();
+}

@@ -1,0 +1,104 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The messages of one rank to and from the others, for any number of threads. One thread of its own makes the
+// calls of the transport; it sleeps between looks, so that a rank that waits takes no processor.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "cluster/bytes.h"
+#include "cluster/transport.h"
+#include "util/status.h"
+
+class Link {
+ public:
+  explicit Link(std::unique_ptr<Transport> transport);
+  // Ends the thread. finish() or abort() come first, or the job ends without an agreement.
+  ~Link();
+  Link(const Link&) = delete;
+  Link& operator=(const Link&) = delete;
+
+  int rank() const { return transport_->rank(); }
+  int size() const { return transport_->size(); }
+  int local_rank() const { return transport_->local_rank(); }
+  int local_size() const { return transport_->local_size(); }
+  std::string host(int rank) const { return transport_->host(rank); }
+  // "rank 3 (node7)".
+  std::string name(int rank) const;
+
+  // Sends a message; returns at once.
+  void send(int to, Bytes message);
+  // Tells a rank that this one is there.
+  void send_sign_of_life(int to) { send(to, {}); }
+
+  // Waits for the next message from a rank. With a limit above 0, fails when the rank has neither sent
+  // anything nor given a sign of life for so many seconds. Fails when a signal asks to stop, and when the
+  // transport has failed. After a failure nobody knows what the rank is about: the job can only be aborted.
+  Status receive(int from, double silence_limit, Bytes* message);
+
+  // Whether a message was given up.
+  bool is_abandoned() const;
+
+  // On every rank: rank 0's bytes become everyone's. Everything sent before has left.
+  Status broadcast(void* bytes, size_t size);
+
+  // The end of the job for this rank.
+  void finish();
+  void abort(int status);
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  // A part of a message on its way.
+  struct Sending {
+    std::shared_ptr<const Bytes> message;
+    int ticket = 0;
+  };
+  struct Outgoing {
+    int to = 0;
+    std::shared_ptr<const Bytes> message;
+  };
+  struct Sender {
+    std::deque<Bytes> messages;  // that have come and are not received
+    Bytes begun;                 // a message of which parts are to come
+    size_t missing = 0;          // bytes of it
+    Clock::time_point heard;
+  };
+
+  void run();
+  // One look at all that there is to do; whether there was anything.
+  bool work();
+  bool send_waiting();
+  bool start(int to, const std::shared_ptr<const Bytes>& message, const void* bytes, size_t size);
+  bool check_sent();
+  bool take_arrived();
+  void accept(int from, Bytes part);
+  bool do_broadcast();
+  void fail();
+  void stop_thread();
+
+  std::unique_ptr<Transport> transport_;
+
+  mutable std::mutex lock_;
+  std::condition_variable to_do_;    // for the thread
+  std::condition_variable arrived_;  // for those who wait
+  std::deque<Outgoing> outgoing_;
+  std::vector<Sender> senders_;  // [rank]
+  void* broadcast_bytes_ = nullptr;
+  size_t broadcast_size_ = 0;
+  bool broadcast_wanted_ = false;
+  bool failed_ = false;
+  bool abandoned_ = false;
+  bool ending_ = false;
+  std::string failure_;
+
+  std::vector<Sending> sending_;  // of the thread alone
+  std::thread thread_;
+};

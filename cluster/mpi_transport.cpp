@@ -1,0 +1,132 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The module that speaks MPI, and the only file that does.
+#include <mpi.h>
+
+#include <cstdio>
+#include <vector>
+
+#include "cluster/transport.h"
+
+namespace {
+
+constexpr int kTag = 1;
+
+class MpiTransport : public Transport {
+ public:
+  // MPI is initialised.
+  MpiTransport() {
+    // What fails is to be said by rank 0, and not to end the process.
+    MPI_Comm_set_errhandler(MPI_COMM_WORLD, MPI_ERRORS_RETURN);
+    MPI_Comm_rank(MPI_COMM_WORLD, &rank_);
+    MPI_Comm_size(MPI_COMM_WORLD, &size_);
+    MPI_Comm on_host = MPI_COMM_NULL;
+    MPI_Comm_split_type(MPI_COMM_WORLD, MPI_COMM_TYPE_SHARED, rank_, MPI_INFO_NULL, &on_host);
+    MPI_Comm_rank(on_host, &local_rank_);
+    MPI_Comm_size(on_host, &local_size_);
+    MPI_Comm_free(&on_host);
+    char name[MPI_MAX_PROCESSOR_NAME] = "";
+    int length = 0;
+    MPI_Get_processor_name(name, &length);
+    hosts_.resize(static_cast<size_t>(size_) * MPI_MAX_PROCESSOR_NAME);
+    MPI_Allgather(name, MPI_MAX_PROCESSOR_NAME, MPI_CHAR, hosts_.data(), MPI_MAX_PROCESSOR_NAME, MPI_CHAR,
+                  MPI_COMM_WORLD);
+  }
+
+  int rank() const override { return rank_; }
+  int size() const override { return size_; }
+  int local_rank() const override { return local_rank_; }
+  int local_size() const override { return local_size_; }
+  std::string host(int rank) const override {
+    return hosts_.data() + static_cast<size_t>(rank) * MPI_MAX_PROCESSOR_NAME;
+  }
+
+  bool send(int to, const void* bytes, size_t size, int* ticket) override {
+    size_t free = 0;
+    while (free < requests_.size() && requests_[free] != MPI_REQUEST_NULL) {
+      ++free;
+    }
+    if (free == requests_.size()) {
+      requests_.push_back(MPI_REQUEST_NULL);
+    }
+    *ticket = static_cast<int>(free);
+    return check(
+        MPI_Isend(bytes, static_cast<int>(size), MPI_BYTE, to, kTag, MPI_COMM_WORLD, &requests_[free]));
+  }
+
+  bool is_sent(int ticket, bool* sent) override {
+    int done = 0;
+    const bool ok = check(MPI_Test(&requests_[static_cast<size_t>(ticket)], &done, MPI_STATUS_IGNORE));
+    *sent = done != 0;
+    return ok;
+  }
+
+  bool look(int* from, size_t* size) override {
+    *from = -1;
+    int is_there = 0;
+    MPI_Status status;
+    if (!check(MPI_Improbe(MPI_ANY_SOURCE, kTag, MPI_COMM_WORLD, &is_there, &arrived_, &status))) {
+      return false;
+    }
+    if (is_there != 0) {
+      int count = 0;
+      MPI_Get_count(&status, MPI_BYTE, &count);
+      *from = status.MPI_SOURCE;
+      *size = arrived_size_ = static_cast<size_t>(count);
+    }
+    return true;
+  }
+
+  bool take(void* bytes) override {
+    return check(MPI_Mrecv(bytes, static_cast<int>(arrived_size_), MPI_BYTE, &arrived_, MPI_STATUS_IGNORE));
+  }
+
+  bool broadcast(void* bytes, size_t size) override {
+    return check(MPI_Bcast(bytes, static_cast<int>(size), MPI_BYTE, 0, MPI_COMM_WORLD));
+  }
+
+  std::string error() const override { return error_; }
+
+  void finish() override { MPI_Finalize(); }
+  void abort(int status) override { MPI_Abort(MPI_COMM_WORLD, status); }
+
+ private:
+  bool check(int code) {
+    if (code == MPI_SUCCESS) {
+      return true;
+    }
+    char text[MPI_MAX_ERROR_STRING] = "";
+    int length = 0;
+    MPI_Error_string(code, text, &length);
+    error_ = std::string("MPI: ") + text;
+    return false;
+  }
+
+  int rank_ = 0;
+  int size_ = 1;
+  int local_rank_ = 0;
+  int local_size_ = 1;
+  std::vector<char> hosts_;            // [rank][MPI_MAX_PROCESSOR_NAME]
+  std::vector<MPI_Request> requests_;  // by ticket
+  MPI_Message arrived_ = MPI_MESSAGE_NULL;
+  size_t arrived_size_ = 0;
+  std::string error_;
+};
+
+}  // namespace
+
+// See OpenTransport.
+extern "C" __attribute__((visibility("default"))) Transport* tavo_open_transport(char* reason,
+                                                                                 size_t reason_size) {
+  int provided = MPI_THREAD_SINGLE;
+  if (MPI_Init_thread(nullptr, nullptr, MPI_THREAD_SERIALIZED, &provided) != MPI_SUCCESS) {
+    std::snprintf(reason, reason_size, "it does not start");
+    return nullptr;
+  }
+  if (provided < MPI_THREAD_SERIALIZED) {
+    std::snprintf(reason, reason_size, "it does not allow threads");
+    MPI_Finalize();
+    return nullptr;
+  }
+  return new MpiTransport;
+}

@@ -1,0 +1,26 @@
+# Whether the module for runs over several machines is built. Without MPI the program lacks nothing else.
+
+set(TAVO_MPI AUTO CACHE STRING "Runs over several machines by MPI: AUTO (when it is found), ON (fail without it), OFF")
+set_property(CACHE TAVO_MPI PROPERTY STRINGS AUTO ON OFF)
+
+set(TAVO_HAVE_MPI OFF)
+if(NOT TAVO_MPI STREQUAL OFF)
+  # MPI libraries leave memory and threads behind that the sanitizers take for mistakes.
+  if(TAVO_SANITIZE)
+    if(TAVO_MPI STREQUAL ON)
+      message(FATAL_ERROR "TAVO_MPI=ON and TAVO_SANITIZE exclude each other")
+    endif()
+  else()
+    find_package(MPI COMPONENTS CXX QUIET)
+    if(MPI_CXX_FOUND)
+      set(TAVO_HAVE_MPI ON)
+    elseif(TAVO_MPI STREQUAL ON)
+      message(FATAL_ERROR "TAVO_MPI=ON, but there is no MPI")
+    endif()
+  endif()
+endif()
+if(TAVO_HAVE_MPI)
+  message(STATUS "MPI: found, ${MPI_CXX_LIBRARY_VERSION_STRING}")
+else()
+  message(STATUS "MPI: not built")
+endif()

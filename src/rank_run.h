@@ -1,0 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+//
+// The program as one rank of several.
+#pragma once
+
+#include <memory>
+
+#include "cluster/cluster_backend.h"
+#include "cluster/link.h"
+#include "src/options.h"
+
+// A rank other than 0: obeys rank 0 until the job ends. Returns the exit status.
+int run_as_servant(Link& link);
+
+// Rank 0, when the options are known: the backend of this rank's workers, g_cntDevCuda of them, and of all
+// other ranks, which get ready. Null when one cannot; the reason has been printed. Both arguments outlive it.
+std::unique_ptr<ClusterBackend> gather_ranks(Link& link, Backend& local, const RunArguments& arguments);
