@@ -15,13 +15,28 @@ constexpr std::chrono::microseconds kLongestPause{1000};
 // How often someone who waits looks whether to give up.
 constexpr std::chrono::milliseconds kLookUp{50};
 
+// How often the thread looks whether the processes of this host are there.
+constexpr std::chrono::milliseconds kWatch{10};
+
 // Before a message go its bytes, without these.
 constexpr size_t kFrame = sizeof(uint64_t);
 
 }  // namespace
 
-Link::Link(std::unique_ptr<Transport> transport)
-    : transport_(std::move(transport)), senders_(static_cast<size_t>(transport_->size())) {
+Link::Link(std::unique_ptr<Transport> transport, size_t largest_part)
+    : transport_(std::move(transport)),
+      largest_part_(largest_part),
+      senders_(static_cast<size_t>(transport_->size())) {
+  // The first rank of a host looks after the others there, and the second one after the first.
+  for (int other = 0, local = 0; other < this->size() && local_rank() < 2; ++other) {
+    if (host(other) == host(rank())) {
+      const bool is_watched = local_rank() == 0 ? local > 0 : local == 0;
+      if (is_watched) {
+        watched_.push_back(other);
+      }
+      ++local;
+    }
+  }
   thread_ = std::thread([this] { run(); });
 }
 
@@ -49,7 +64,7 @@ Status Link::receive(int from, double silence_limit, Bytes* message) {
   };
   while (sender.messages.empty()) {
     if (failed_) {
-      return give_up(name(from) + ": " + failure_);
+      return give_up("the job cannot go on: " + failure_);
     }
     if (stop_signal() != 0) {
       return give_up(stopped(stop_signal()).message());
@@ -136,6 +151,7 @@ bool Link::work() {
   const bool sent = send_waiting();
   const bool left = check_sent();
   const bool came = take_arrived();
+  look_for_ends();
   return do_broadcast() || sent || left || came;
 }
 
@@ -155,8 +171,8 @@ bool Link::send_waiting() {
     frame.put(static_cast<uint64_t>(message.size()));
     const auto framed = std::make_shared<const Bytes>(frame.take());
     start(outgoing.to, framed, framed->data(), framed->size());
-    for (size_t at = 0; at < message.size(); at += kLargestPart) {
-      start(outgoing.to, outgoing.message, message.data() + at, std::min(kLargestPart, message.size() - at));
+    for (size_t at = 0; at < message.size(); at += largest_part_) {
+      start(outgoing.to, outgoing.message, message.data() + at, std::min(largest_part_, message.size() - at));
     }
   }
   return !waiting.empty();
@@ -165,7 +181,7 @@ bool Link::send_waiting() {
 bool Link::start(int to, const std::shared_ptr<const Bytes>& message, const void* bytes, size_t size) {
   Sending part{message, 0};
   if (!transport_->send(to, bytes, size, &part.ticket)) {
-    fail();
+    fail(transport_->error());
     return false;
   }
   sending_.push_back(std::move(part));
@@ -177,7 +193,7 @@ bool Link::check_sent() {
   std::erase_if(sending_, [this](const Sending& part) {
     bool sent = false;
     if (!transport_->is_sent(part.ticket, &sent)) {
-      fail();
+      fail(transport_->error());
     }
     return sent;
   });
@@ -190,7 +206,7 @@ bool Link::take_arrived() {
     int from = -1;
     size_t size = 0;
     if (!transport_->look(&from, &size)) {
-      fail();
+      fail(transport_->error());
       return any;
     }
     if (from < 0) {
@@ -199,7 +215,7 @@ bool Link::take_arrived() {
     any = true;
     Bytes part(size);
     if (!transport_->take(part.data())) {
-      fail();
+      fail(transport_->error());
       return any;
     }
     accept(from, std::move(part));
@@ -238,9 +254,9 @@ bool Link::do_broadcast() {
     }
   }
   auto* bytes = static_cast<uint8_t*>(broadcast_bytes_);
-  for (size_t at = 0; at < broadcast_size_; at += kLargestPart) {
-    if (!transport_->broadcast(bytes + at, std::min(kLargestPart, broadcast_size_ - at))) {
-      fail();
+  for (size_t at = 0; at < broadcast_size_; at += largest_part_) {
+    if (!transport_->broadcast(bytes + at, std::min(largest_part_, broadcast_size_ - at))) {
+      fail(transport_->error());
       break;
     }
   }
@@ -250,11 +266,37 @@ bool Link::do_broadcast() {
   return true;
 }
 
-void Link::fail() {
-  const std::lock_guard guard(lock_);
-  if (!failed_) {
-    failed_ = true;
-    failure_ = transport_->error();
+void Link::look_for_ends() {
+  const Clock::time_point now = Clock::now();
+  if (watched_.empty() || now - watched_at_ < kWatch) {
+    return;
   }
-  arrived_.notify_all();
+  watched_at_ = now;
+  {
+    const std::lock_guard guard(lock_);
+    if (ending_) {
+      return;
+    }
+  }
+  for (const int rank : watched_) {
+    if (transport_->is_gone(rank)) {
+      fail(name(rank) + " has ended before the job");
+      return;
+    }
+  }
+}
+
+void Link::fail(const std::string& failure) {
+  {
+    const std::lock_guard guard(lock_);
+    if (failed_) {
+      return;
+    }
+    failed_ = true;
+    failure_ = failure;
+    arrived_.notify_all();
+  }
+  if (tell_) {
+    tell_(failure);
+  }
 }

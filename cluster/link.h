@@ -7,6 +7,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,7 +20,8 @@
 
 class Link {
  public:
-  explicit Link(std::unique_ptr<Transport> transport);
+  // largest_part: bytes of a message that go at once.
+  explicit Link(std::unique_ptr<Transport> transport, size_t largest_part = kLargestPart);
   // Ends the thread. finish() or abort() come first, or the job ends without an agreement.
   ~Link();
   Link(const Link&) = delete;
@@ -42,6 +44,10 @@ class Link {
   // anything nor given a sign of life for so many seconds. Fails when a signal asks to stop, and when the
   // transport has failed. After a failure nobody knows what the rank is about: the job can only be aborted.
   Status receive(int from, double silence_limit, Bytes* message);
+
+  // From now on a failure of the transport, and the end of a process of this host, go to `tell` at once, on
+  // the link's thread. Called before anything is sent.
+  void tell_failure(std::function<void(const std::string& failure)> tell) { tell_ = std::move(tell); }
 
   // Whether a message was given up.
   bool is_abandoned() const;
@@ -81,10 +87,12 @@ class Link {
   bool take_arrived();
   void accept(int from, Bytes part);
   bool do_broadcast();
-  void fail();
+  void look_for_ends();
+  void fail(const std::string& failure);
   void stop_thread();
 
   std::unique_ptr<Transport> transport_;
+  const size_t largest_part_;
 
   mutable std::mutex lock_;
   std::condition_variable to_do_;    // for the thread
@@ -98,7 +106,11 @@ class Link {
   bool abandoned_ = false;
   bool ending_ = false;
   std::string failure_;
+  std::function<void(const std::string&)> tell_;
 
-  std::vector<Sending> sending_;  // of the thread alone
+  // Of the thread alone.
+  std::vector<Sending> sending_;
+  std::vector<int> watched_;  // ranks whose end is looked for
+  Clock::time_point watched_at_;
   std::thread thread_;
 };

@@ -2,8 +2,13 @@
 //
 // The module that speaks MPI, and the only file that does.
 #include <mpi.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <vector>
 
 #include "cluster/transport.h"
@@ -11,6 +16,13 @@
 namespace {
 
 constexpr int kTag = 1;
+
+// Where a rank runs. Process numbers mean the same where their numbering, a namespace, does.
+struct Place {
+  char host[MPI_MAX_PROCESSOR_NAME] = "";
+  pid_t process = 0;
+  ino_t numbering = 0;
+};
 
 class MpiTransport : public Transport {
  public:
@@ -25,20 +37,27 @@ class MpiTransport : public Transport {
     MPI_Comm_rank(on_host, &local_rank_);
     MPI_Comm_size(on_host, &local_size_);
     MPI_Comm_free(&on_host);
-    char name[MPI_MAX_PROCESSOR_NAME] = "";
+    Place here;
     int length = 0;
-    MPI_Get_processor_name(name, &length);
-    hosts_.resize(static_cast<size_t>(size_) * MPI_MAX_PROCESSOR_NAME);
-    MPI_Allgather(name, MPI_MAX_PROCESSOR_NAME, MPI_CHAR, hosts_.data(), MPI_MAX_PROCESSOR_NAME, MPI_CHAR,
-                  MPI_COMM_WORLD);
+    MPI_Get_processor_name(here.host, &length);
+    here.process = getpid();
+    struct stat numbering {};
+    here.numbering = stat("/proc/self/ns/pid", &numbering) == 0 ? numbering.st_ino : 0;
+    places_.resize(static_cast<size_t>(size_));
+    MPI_Allgather(&here, sizeof(Place), MPI_BYTE, places_.data(), sizeof(Place), MPI_BYTE, MPI_COMM_WORLD);
   }
 
   int rank() const override { return rank_; }
   int size() const override { return size_; }
   int local_rank() const override { return local_rank_; }
   int local_size() const override { return local_size_; }
-  std::string host(int rank) const override {
-    return hosts_.data() + static_cast<size_t>(rank) * MPI_MAX_PROCESSOR_NAME;
+  std::string host(int rank) const override { return places_[static_cast<size_t>(rank)].host; }
+
+  bool is_gone(int rank) const override {
+    const Place& there = places_[static_cast<size_t>(rank)];
+    const Place& here = places_[static_cast<size_t>(rank_)];
+    const bool is_known = std::strcmp(there.host, here.host) == 0 && there.numbering == here.numbering;
+    return is_known && kill(there.process, 0) != 0 && errno == ESRCH;
   }
 
   bool send(int to, const void* bytes, size_t size, int* ticket) override {
@@ -106,7 +125,7 @@ class MpiTransport : public Transport {
   int size_ = 1;
   int local_rank_ = 0;
   int local_size_ = 1;
-  std::vector<char> hosts_;            // [rank][MPI_MAX_PROCESSOR_NAME]
+  std::vector<Place> places_;          // [rank]
   std::vector<MPI_Request> requests_;  // by ticket
   MPI_Message arrived_ = MPI_MESSAGE_NULL;
   size_t arrived_size_ = 0;

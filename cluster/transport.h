@@ -19,6 +19,8 @@ class Transport {
   virtual int local_rank() const = 0;
   virtual int local_size() const = 0;
   virtual std::string host(int rank) const = 0;
+  // Whether the process of a rank of this host is no more. False for what cannot be known.
+  virtual bool is_gone(int rank) const = 0;
 
   // The calls below return false when they fail; then error() says why, and the transport is of no more use
   // but for abort.

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <limits>
 #include <utility>
 
@@ -19,10 +20,10 @@ using Clock = std::chrono::steady_clock;
 constexpr uint64_t kFirstShare = 64;
 // A share grows at most by this factor from one range to the next.
 constexpr double kGrowth = 4.0;
-// Towards the end a range is this part of what is left for its worker, so that none works on alone for long,
-// and this part of the worker's share at least.
+// Towards the end a range is this part of what falls to its worker, so that none works on alone for long; but
+// not a smaller part of the time that it should take, which would go into the beginnings of ranges.
 constexpr double kPartOfRest = 0.5;
-constexpr uint64_t kSmallestPart = 16;
+constexpr double kSmallestPart = 0.16;
 
 // The ranges of one search: who has which, and the best lists of those that are searched. A worker's ranges
 // follow its own speed.
@@ -136,10 +137,11 @@ class RangeStream : public CommandStream {
     for (const WorkerRange& other : workers_) {
       all += other.rate;
     }
-    const auto rest = static_cast<double>(n_combinations_ - handed_);
-    const auto fair = static_cast<uint64_t>(kPartOfRest * rest * range.rate / all);
-    return std::min(
-        {n_combinations_ - handed_, range.share, std::max({fair, range.share / kSmallestPart, uint64_t{1}})});
+    const uint64_t rest = n_combinations_ - handed_;
+    const double even = static_cast<double>(rest) * range.rate / all;
+    const double smallest = kSmallestPart * range.rate * range.wanted_seconds;
+    const double size = std::ceil(std::max(kPartOfRest * even, std::min(smallest, even)));
+    return std::min({rest, range.share, std::max<uint64_t>(1, static_cast<uint64_t>(size))});
   }
 
   int order_;

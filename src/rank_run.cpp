@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "src/rank_run.h"
 
+#include <csignal>
 #include <cstdio>
 #include <set>
 
@@ -82,6 +83,10 @@ int run_as_servant(Link& link) {
   if (std::freopen("/dev/null", "w", stdout) == nullptr) {
     notice("%s: /dev/null cannot be opened", link.name(link.rank()).c_str());
   }
+  // Rank 0 ends the job, and says why. A launcher that stops all ranks for the end of one lets it do so.
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+    std::signal(signal, SIG_IGN);
+  }
   const Status status = serve(link, {choose, read_words});
   if (!status.ok()) {
     notice("%s: %s", link.name(link.rank()).c_str(), status.message().c_str());
@@ -93,6 +98,7 @@ int run_as_servant(Link& link) {
 }
 
 std::unique_ptr<ClusterBackend> gather_ranks(Link& link, Backend& local, const RunArguments& arguments) {
+  link.tell_failure([](const std::string& failure) { notice("%s", failure.c_str()); });
   RankConfig config;
   config.device = arguments.device;
   config.workers = gpu;
