@@ -13,7 +13,7 @@ namespace {
 
 int longest_delay() {
   const char* text = std::getenv("TAVO_RANK_DELAYS");
-  return text != nullptr ? std::atoi(text) : 0;
+  return text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ std::unique_ptr<Link> join_job(Status* status) {
 
 double silence_limit() {
   const char* text = std::getenv("TAVO_RANK_SILENCE");
-  const double seconds = text != nullptr ? std::atof(text) : 0.0;
+  const double seconds = text != nullptr ? std::strtod(text, nullptr) : 0.0;
   return seconds > 0.0 ? seconds : kSilenceLimit;
 }
 

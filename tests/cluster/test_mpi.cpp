@@ -61,7 +61,7 @@ struct Kind {
 const Kind kKinds[] = {
     {"Search", 4, {"--measure", "gamma", "--order", "2-3"}},
     {"ScoreBased", 2, {"--measure", "ba", "--order", "2", "--score", "scores.txt"}},
-    {"AboveThreshold", 2, {"--measure", "ba", "--order", "2", "--mode", "0"}},
+    {"AboveThreshold", 2, {"--measure", "ba", "--order", "2", "--mode", "0", "--block", "16"}},
     {"Permutations", 2, {"--measure", "ba", "--order", "2", "--permutations", "5", "--seed", "3"}},
     {"Exhaustive", 2, {"--measure", "ba", "--order", "2", "--mode", "3"}},
     {"LogisticPairs", 2, {"--regression", "logistic", "--order", "2"}},
