@@ -60,7 +60,7 @@ class SignsOfLife {
     while (!ending_) {
       if (!working_ || pause_.count() <= 0.0) {
         changed_.wait(guard);
-      } else if (changed_.wait_for(guard, pause_) == std::cv_status::timeout && working_) {
+      } else if (changed_.wait_for(guard, pause_) == std::cv_status::timeout) {
         link_.send_sign_of_life(0);
       }
     }
@@ -258,7 +258,7 @@ class Servant {
     const size_t n = combinations.size() / order;
     std::vector<float> records(n * kRecordSize);
     Pieces pieces(n, team_->size());
-    const Status status = team_->each([&](Device& device, size_t) {
+    Status status = team_->each([&](Device& device, size_t) {
       WorkerBatchCommand command;
       command.fold = fold;
       Status piece;
@@ -293,7 +293,7 @@ class Servant {
     }
     std::mutex lock;
     Pieces pieces(n_ranks, team_->size());
-    const Status status = team_->each([&](Device& device, size_t) {
+    Status status = team_->each([&](Device& device, size_t) {
       std::vector<SearchFloor> floors(best.size());
       std::vector<SearchCandidate> candidates;
       WorkerBatchCommand command;
@@ -345,7 +345,7 @@ class Servant {
     const size_t n = items.size() / order;
     std::vector<ItemFit> fits(n);
     Pieces pieces(n, team_->size());
-    const Status status = team_->each([&](Device& device, size_t) {
+    Status status = team_->each([&](Device& device, size_t) {
       RegressionBatchCommand command;
       Status piece;
       for (uint64_t first = 0, count = 0; piece.ok() && pieces.next(&first, &count);) {

@@ -66,7 +66,7 @@ struct SearchCandidate {
 };
 
 struct WorkerBatchCommand : WorkerCommand {
-  WorkerBatchCommand() : WorkerCommand{kCommandBatch} {}
+  WorkerBatchCommand() { code = kCommandBatch; }
 
   // After kRecords: `active` combinations, [active][order] SNP indices, and their records [active][32], for
   // one of the folds of the set-up.
@@ -93,7 +93,7 @@ struct RegressionSetupCommand : WorkerCommand {
 };
 
 struct RegressionBatchCommand : WorkerCommand {
-  RegressionBatchCommand() : WorkerCommand{kCommandRegressionBatch} {}
+  RegressionBatchCommand() { code = kCommandRegressionBatch; }
 
   uint32_t active = 0;
   const int* items = nullptr;  // [active][order] SNP indices

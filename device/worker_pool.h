@@ -28,9 +28,9 @@ class CommandStream {
 
 class WorkerPool {
  public:
-  // Starts g_cntDevCuda (>= 1) workers, and those that the backend has elsewhere, and waits until every one has
-  // its data. problem and backend outlive
-  // the pool. One pool at a time. Look at status() before the first command.
+  // Starts g_cntDevCuda (>= 1) workers, and those that the backend has elsewhere, and waits until every one
+  // has its data. problem and backend outlive the pool. One pool at a time. Look at status() before the first
+  // command.
   WorkerPool(Backend& backend, const Problem& problem);
 
   // Terminates the workers and waits for their threads.

@@ -8,9 +8,9 @@
 #include <fstream>
 #include <iterator>
 
-#include "util/checksum.h"
 #include "src/notice.h"
 #include "src/remnant.h"
+#include "util/checksum.h"
 #include "util/output_file.h"
 
 namespace {

@@ -10,8 +10,8 @@
 #include <cstring>
 #include <vector>
 
-#include "util/checksum.h"
 #include "src/remnant.h"
+#include "util/checksum.h"
 #include "util/whole_io.h"
 
 namespace {

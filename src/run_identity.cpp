@@ -4,9 +4,9 @@
 #include <cinttypes>
 #include <cstdio>
 
-#include "util/checksum.h"
 #include "src/option_table.h"
 #include "src/run_config.h"
+#include "util/checksum.h"
 
 namespace {
 

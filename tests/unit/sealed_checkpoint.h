@@ -3,8 +3,8 @@
 
 #include <string>
 
-#include "util/checksum.h"
 #include "src/state_lines.h"
+#include "util/checksum.h"
 
 namespace tavo_test {
 
