@@ -15,8 +15,9 @@ constexpr size_t kLanes = 16;
 constexpr int32_t kMaxClassSize = 32767;
 
 // Of a word of a block of planes, low bits at planes and high bits kLanes words on: the samples with this
-// genotype, 0 to 2, and for 0 whatever lies beyond the last sample.
-inline uint64_t genotype_bits(const uint64_t* planes, size_t genotype) {
+// genotype, 0 to 2, and for 0 whatever lies beyond the last sample. Static: a shared copy could be that of a
+// file for wider processors.
+static inline uint64_t genotype_bits(const uint64_t* planes, size_t genotype) {
   const uint64_t low = planes[0];
   const uint64_t high = planes[kLanes];
   return genotype == 0 ? ~(low | high) : genotype == 1 ? low & ~high : high & ~low;
