@@ -14,12 +14,21 @@
 constexpr size_t kLanes = 16;
 constexpr int32_t kMaxClassSize = 32767;
 
+// Of a word of a block of planes, low bits at planes and high bits kLanes words on: the samples with this
+// genotype, 0 to 2, and for 0 whatever lies beyond the last sample. Static: a shared copy could be that of a
+// file for wider processors.
+static inline uint64_t genotype_bits(const uint64_t* planes, size_t genotype) {
+  const uint64_t low = planes[0];
+  const uint64_t high = planes[kLanes];
+  return genotype == 0 ? ~(low | high) : genotype == 1 ? low & ~high : high & ~low;
+}
+
 struct LaneCountInput {
   const uint64_t* prefix;        // [prefix_cells][words] planes of the prefix's genotype patterns
   const uint32_t* prefix_pairs;  // [prefix_cells][n_pairs] their counts
   size_t prefix_cells;
   size_t words;
-  const uint64_t* block;  // [words][3][kLanes] planes of the last SNPs
+  const uint64_t* block;  // [words][2][kLanes] low and high bits of the last SNPs' genotypes, see LanePlanes
   const int* first_word;  // [2 * n_pairs + 1] segments: controls and cases of each pair
   size_t n_pairs;
   bool complete;  // no last SNP has a missing genotype: genotype 0 is what the others leave

@@ -10,22 +10,31 @@
 
 namespace {
 
-// Adds up the set bits of plane & prefix over a segment's words, for 16 lanes in two registers.
+// Sums for 16 lanes.
 struct Sums {
   __m512i low;
   __m512i high;
 };
 
-inline Sums count_segment(const uint64_t* prefix, const uint64_t* block, size_t genotype, size_t first,
-                          size_t last) {
+// The samples of the prefix that have the genotype, in eight lanes of a word of the planes.
+template <size_t kGenotype>
+inline __m512i samples_with(__m512i prefix, const uint64_t* planes) {
+  const __m512i low = _mm512_loadu_si512(planes);
+  const __m512i high = _mm512_loadu_si512(planes + kLanes);
+  // The bits that are set where of (prefix, low, high) the prefix is, and the others are the genotype.
+  constexpr int kTable = kGenotype == 0 ? 0x10 : kGenotype == 1 ? 0x40 : 0x20;
+  return _mm512_ternarylogic_epi64(prefix, low, high, kTable);
+}
+
+// Counts them over a segment's words.
+template <size_t kGenotype>
+inline Sums count_segment(const uint64_t* prefix, const uint64_t* block, size_t first, size_t last) {
   Sums sums = {_mm512_setzero_si512(), _mm512_setzero_si512()};
   for (size_t w = first; w < last; ++w) {
     const __m512i mask = _mm512_set1_epi64(static_cast<long long>(prefix[w]));
-    const uint64_t* plane = block + (w * 3 + genotype) * kLanes;
-    sums.low =
-        _mm512_add_epi64(sums.low, _mm512_popcnt_epi64(_mm512_and_si512(mask, _mm512_loadu_si512(plane))));
-    sums.high = _mm512_add_epi64(sums.high,
-                                 _mm512_popcnt_epi64(_mm512_and_si512(mask, _mm512_loadu_si512(plane + 8))));
+    const uint64_t* planes = block + w * 2 * kLanes;
+    sums.low = _mm512_add_epi64(sums.low, _mm512_popcnt_epi64(samples_with<kGenotype>(mask, planes)));
+    sums.high = _mm512_add_epi64(sums.high, _mm512_popcnt_epi64(samples_with<kGenotype>(mask, planes + 8)));
   }
   return sums;
 }
@@ -38,12 +47,13 @@ inline __m512i paired(const Sums& controls, const Sums& cases) {
                             1);
 }
 
-inline __m512i count_pair(const LaneCountInput& in, const uint64_t* prefix, size_t genotype, size_t pair) {
+template <size_t kGenotype>
+inline __m512i count_pair(const LaneCountInput& in, const uint64_t* prefix, size_t pair) {
   const auto first = static_cast<size_t>(in.first_word[2 * pair]);
   const auto middle = static_cast<size_t>(in.first_word[2 * pair + 1]);
   const auto last = static_cast<size_t>(in.first_word[2 * pair + 2]);
-  return paired(count_segment(prefix, in.block, genotype, first, middle),
-                count_segment(prefix, in.block, genotype, middle, last));
+  return paired(count_segment<kGenotype>(prefix, in.block, first, middle),
+                count_segment<kGenotype>(prefix, in.block, middle, last));
 }
 
 // What is left of a whole when two parts are taken away. Neither half of a pair can borrow from the other.
@@ -62,8 +72,8 @@ void count(const LaneCountInput& in, uint32_t* counts) {
       __m512i one;
       __m512i two;
       if (cell < counted_cells) {
-        one = count_pair(in, prefix, 1, pair);
-        two = count_pair(in, prefix, 2, pair);
+        one = count_pair<1>(in, prefix, pair);
+        two = count_pair<2>(in, prefix, pair);
       } else {
         // The last cell of three: the two before it are counted.
         const uint32_t* own = in.marginals + pair * kLanes;
@@ -79,7 +89,7 @@ void count(const LaneCountInput& in, uint32_t* counts) {
           in.complete
               ? remainder(_mm512_set1_epi32(static_cast<int>(in.prefix_pairs[cell * in.n_pairs + pair])), one,
                           two)
-              : count_pair(in, prefix, 0, pair);
+              : count_pair<0>(in, prefix, pair);
       _mm512_storeu_si512(out, zero);
       _mm512_storeu_si512(out + genotype_stride, one);
       _mm512_storeu_si512(out + 2 * genotype_stride, two);

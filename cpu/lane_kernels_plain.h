@@ -19,9 +19,10 @@ void count_pair(const LaneCountInput& in, const uint64_t* prefix, size_t genotyp
     const auto first = static_cast<size_t>(in.first_word[2 * pair + half]);
     const auto last = static_cast<size_t>(in.first_word[2 * pair + half + 1]);
     for (size_t w = first; w < last; ++w) {
-      const uint64_t* plane = in.block + (w * 3 + genotype) * kLanes;
+      const uint64_t* planes = in.block + w * 2 * kLanes;
       for (size_t lane = 0; lane < kLanes; ++lane) {
-        out[lane] += static_cast<uint32_t>(__builtin_popcountll(prefix[w] & plane[lane])) << (16 * half);
+        const uint64_t samples = prefix[w] & genotype_bits(planes + lane, genotype);
+        out[lane] += static_cast<uint32_t>(__builtin_popcountll(samples)) << (16 * half);
       }
     }
   }

@@ -22,12 +22,19 @@ LanePlanes::LanePlanes(const Problem& problem, const Segments& segments, size_t 
       snp_missing_(static_cast<size_t>(problem.n_snps), 0) {
   const auto n_snps = static_cast<size_t>(problem.n_snps);
   const size_t n_blocks = (n_snps + kLanes - 1) / kLanes;
-  bits_.assign(n_blocks * words_ * 3 * kLanes, 0);
+  // Where no sample has a genotype, no count may be taken from what the others leave of a class.
+  bits_.assign(n_blocks * words_ * 2 * kLanes, problem.transposed ? ~uint64_t{0} : 0);
+  for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
+    for (size_t left = segments.samples[segment].size(); left > 0;) {
+      const size_t n = std::min<size_t>(left, kSamplesPerPlaneWord);
+      occupied_.push_back(n == kSamplesPerPlaneWord ? ~uint64_t{0} : (uint64_t{1} << n) - 1);
+      left -= n;
+    }
+  }
   marginals_.assign(n_blocks * 3 * n_pairs_ * kLanes, 0);
   totals_.assign(n_blocks * 3 * kLanes, 0);
   block_missing_.assign(n_blocks, 0);
   if (problem.transposed) {
-    // No sample has a genotype here: no count may be taken from what the others leave of a class.
     snp_missing_.assign(n_snps, 1);
     block_missing_.assign(n_blocks, 1);
     return;
@@ -56,13 +63,15 @@ void LanePlanes::fill_blocks(const Problem& problem, const Segments& segments, s
 }
 
 void LanePlanes::count_marginals(const Segments& segments, size_t b) {
+  const size_t lanes = std::min(kLanes, snp_missing_.size() - b * kLanes);
   for (size_t genotype = 0; genotype < 3; ++genotype) {
     for (size_t segment = 0; segment < segments.samples.size(); ++segment) {
       uint32_t* out = marginals_.data() + ((b * 3 + genotype) * n_pairs_ + segment / 2) * kLanes;
       for (auto w = static_cast<size_t>(segments.first_word[segment]);
            w < static_cast<size_t>(segments.first_word[segment + 1]); ++w) {
-        for (size_t lane = 0; lane < kLanes; ++lane) {
-          out[lane] += ones_of(block(b)[(w * 3 + genotype) * kLanes + lane]) << (16 * (segment % 2));
+        for (size_t lane = 0; lane < lanes; ++lane) {
+          const uint64_t bits = genotype_bits(block(b) + w * 2 * kLanes + lane, genotype) & occupied_[w];
+          out[lane] += ones_of(bits) << (16 * (segment % 2));
         }
       }
     }
@@ -85,15 +94,13 @@ void LanePlanes::fill_planes(const Problem& problem, const int* samples, size_t 
     square[i] = packed[0] | (blocks > 1 ? uint64_t{packed[1]} << 32 : 0);
   }
   transpose(square);
-  const uint64_t listed = n == 64 ? ~uint64_t{0} : (uint64_t{1} << n) - 1;
   const size_t snps = std::min(blocks * kLanes, n_snps - b * kLanes);
   for (size_t i = 0; i < snps; ++i) {
     const uint64_t low = square[2 * i];
     const uint64_t high = square[2 * i + 1];
-    uint64_t* planes = bits_.data() + ((b + i / kLanes) * words_ + w) * 3 * kLanes + i % kLanes;
-    planes[0] = listed & ~(low | high);
-    planes[kLanes] = low & ~high;
-    planes[2 * kLanes] = high & ~low;
+    uint64_t* planes = bits_.data() + ((b + i / kLanes) * words_ + w) * 2 * kLanes + i % kLanes;
+    planes[0] = low;
+    planes[kLanes] = high;
     static_assert(kMissingGenotype == 3);
     if ((low & high) != 0) {
       snp_missing_[b * kLanes + i] = 1;

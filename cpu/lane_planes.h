@@ -17,12 +17,18 @@ class LanePlanes {
 
   size_t words() const { return words_; }
 
-  // [words][3][kLanes] of SNPs b * kLanes .. b * kLanes + kLanes - 1; lanes beyond the last SNP are clear.
-  const uint64_t* block(size_t b) const { return bits_.data() + b * words_ * 3 * kLanes; }
+  // Two planes of SNPs b * kLanes .. b * kLanes + kLanes - 1, [words][2][kLanes]: the low and the high bits
+  // of their genotypes. Both are set where a genotype is missing; both are clear for genotype 0, beyond the
+  // last SNP, and beyond the last sample of a segment.
+  const uint64_t* block(size_t b) const { return bits_.data() + b * words_ * 2 * kLanes; }
 
+  // The samples that word w stands for.
+  uint64_t occupied(size_t w) const { return occupied_[w]; }
+
+  // Those of them that have this genotype, 0 to 2, at a SNP.
   uint64_t word(int snp, size_t genotype, size_t w) const {
     const auto s = static_cast<size_t>(snp);
-    return block(s / kLanes)[(w * 3 + genotype) * kLanes + s % kLanes];
+    return genotype_bits(block(s / kLanes) + w * 2 * kLanes + s % kLanes, genotype) & occupied_[w];
   }
 
   // [3][pairs of segments][kLanes] counts of the genotypes of the block's SNPs, controls in the lower and
@@ -44,6 +50,7 @@ class LanePlanes {
   size_t words_;
   size_t n_pairs_;
   std::vector<uint64_t> bits_;
+  std::vector<uint64_t> occupied_;  // [words]
   std::vector<uint32_t> marginals_;
   std::vector<uint32_t> totals_;
   std::vector<uint8_t> snp_missing_;

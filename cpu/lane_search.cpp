@@ -284,8 +284,7 @@ class LaneSearch : public RangeSearch {
         uint32_t n = 0;
         const auto end = static_cast<size_t>(segments_.first_word[segment + 1]);
         for (auto w = static_cast<size_t>(segments_.first_word[segment]); w < end; ++w) {
-          const size_t position = w - static_cast<size_t>(segments_.first_word[segment]);
-          joined[w] = occupied_bits(segments_.samples[segment].size(), position);
+          joined[w] = planes_.occupied(w);
           for (size_t digits = cell, j = 0; j + 1 < static_cast<size_t>(rules_.order); ++j, digits /= 3) {
             joined[w] &= planes_.word(run.comb[j], digits % 3, w);
           }
@@ -295,12 +294,6 @@ class LaneSearch : public RangeSearch {
         pair = segment % 2 == 0 ? n : pair | n << 16;
       }
     }
-  }
-
-  // The bits of a segment's word that stand for samples.
-  static uint64_t occupied_bits(size_t n_samples, size_t word) {
-    const size_t left = n_samples - word * kSamplesPerPlaneWord;
-    return left >= kSamplesPerPlaneWord ? ~uint64_t{0} : (uint64_t{1} << left) - 1;
   }
 
   // The bits of the lanes from `start` on that belong to the run, which has some of them.

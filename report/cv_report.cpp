@@ -8,7 +8,7 @@
 #include <map>
 
 #include "report/mdr_results.h"
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 namespace {
 
@@ -54,9 +54,9 @@ struct ValueColumn {
   size_t measure = 0;
 };
 
-class Reader {
+class CvReportReader {
  public:
-  Reader(const std::string& path, LineReader& reader, MdrResults* results)
+  CvReportReader(const std::string& path, LineReader& reader, MdrResults* results)
       : path_(path), reader_(reader), results_(results) {
     for (const auto& measure : kMeasures) {
       results_->measures.emplace_back(measure.word);
@@ -73,7 +73,7 @@ class Reader {
       } else if (is_title(&order, &best)) {
         status = read_block(order, best);
       } else {
-        status = failure("found " + quoted(line_) + ", expected the title of a block of combinations");
+        status = failure("found " + in_quotes(line_) + ", expected the title of a block of combinations");
       }
     }
     if (status.ok() && results_->orders.empty() && n_blocks_ == 0) {
@@ -173,7 +173,7 @@ class Reader {
     const std::vector<std::string_view> names = split(line_, ',');
     const size_t first = best ? 3 : 2;
     if (names.size() <= first || names[0] != (best ? "Rank" : "CV") || names[1] != "Best_Combi") {
-      return failure("found " + quoted(line_) +
+      return failure("found " + in_quotes(line_) +
                      ", expected the header of a cross-validated run; of other runs, the table (tavo --tidy) "
                      "can be shown");
     }
@@ -195,7 +195,7 @@ class Reader {
         column.measure = parse(name.substr(3), &number) && number <= 2 ? static_cast<size_t>(7 + number)
                                                                        : std::size(kMeasures);
       } else {
-        return failure("unknown column " + quoted(name));
+        return failure("unknown column " + in_quotes(name));
       }
       // One layout names the training value of lr like that of nmi.
       if (!column.testing && i > first + 1 && columns->size() >= 2 &&
@@ -211,7 +211,7 @@ class Reader {
   // "( rs1 rs2 )".
   Status take_names(std::string_view text, int order, SnpSet* snps) const {
     if (!text.starts_with("( ") || !text.ends_with(" )") || text.size() < 5) {
-      return failure("found " + quoted(text) + ", expected a combination such as ( rs1 rs2 )");
+      return failure("found " + in_quotes(text) + ", expected a combination such as ( rs1 rs2 )");
     }
     text = text.substr(2, text.size() - 4);
     if (order == 1) {
@@ -222,7 +222,7 @@ class Reader {
       }
     }
     if (snps->names.size() != static_cast<size_t>(order)) {
-      return failure("found " + quoted(text) + ", expected " + std::to_string(order) +
+      return failure("found " + in_quotes(text) + ", expected " + std::to_string(order) +
                      " names; names with blanks cannot be told apart here, but in the table (tavo --tidy)");
     }
     snps->positions.assign(snps->names.size(), 0);
@@ -236,7 +236,7 @@ class Reader {
     for (size_t i = 0; i < columns.size(); ++i) {
       double value = kMissingNumber;
       if (fields[i] != "nan" && !parse(fields[i], &value)) {
-        return failure("found " + quoted(fields[i]) + ", expected a number");
+        return failure("found " + in_quotes(fields[i]) + ", expected a number");
       }
       *any = *any || value != 0.0;
       if (columns[i].measure < std::size(kMeasures)) {
@@ -274,7 +274,8 @@ class Reader {
     }
     int64_t number = 0;
     if (!parse(fields[0], &number) || number < 1 || number > kMostFolds) {
-      return failure("found " + quoted(fields[0]) + ", expected " + (best ? "a rank" : "a fold") + " from 1");
+      return failure("found " + in_quotes(fields[0]) + ", expected " + (best ? "a rank" : "a fold") +
+                     " from 1");
     }
     // A name may hold commas.
     const size_t numbers_at = fields.size() - n_numbers;
@@ -284,7 +285,7 @@ class Reader {
         std::string_view(line_).substr(fields[0].size() + 1, name_end - fields[0].size() - 1), order, &snps);
     double consistency = kMissingNumber;
     if (status.ok() && best && fields[numbers_at] != "nan" && !parse(fields[numbers_at], &consistency)) {
-      return failure("found " + quoted(fields[numbers_at]) + ", expected a number");
+      return failure("found " + in_quotes(fields[numbers_at]) + ", expected a number");
     }
     fields.erase(fields.begin(), fields.begin() + static_cast<ptrdiff_t>(numbers_at + (best ? 1 : 0)));
     MeasureValues values;
@@ -344,5 +345,5 @@ class Reader {
 }  // namespace
 
 Status read_cv_report(const std::string& path, LineReader& reader, MdrResults* results) {
-  return Reader(path, reader, results).read();
+  return CvReportReader(path, reader, results).read();
 }

@@ -11,9 +11,9 @@ namespace {
 constexpr int64_t kMostSnps = std::numeric_limits<int32_t>::max();
 constexpr int64_t kLargestOrder = 64;
 
-class Reader {
+class MdrTableReader {
  public:
-  Reader(TsvFile& table, MdrResults* results) : table_(table), results_(results) {}
+  MdrTableReader(TsvFile& table, MdrResults* results) : table_(table), results_(results) {}
 
   Status find_columns() {
     Status status;
@@ -231,7 +231,7 @@ class Reader {
 }  // namespace
 
 Status read_mdr_table(TsvFile& table, LineReader& reader, MdrResults* results) {
-  Reader rows(table, results);
+  MdrTableReader rows(table, results);
   Status status = rows.find_columns();
   for (bool more = true; status.ok() && more;) {
     status = table.next(reader, &more);

@@ -11,7 +11,7 @@
 #include "lib/genotype_cells.h"
 #include "lib/mdr.h"
 #include "lib/packed_genotypes.h"
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 #include "tools/tavo_source.h"
 #include "util/stop_signal.h"
 
@@ -126,7 +126,7 @@ class Recount {
         }
         const auto found = by_name_.find(snps->names[j]);
         if (found == by_name_.end()) {
-          return Status::failure(path_ + ": no SNP " + quoted(snps->names[j]) +
+          return Status::failure(path_ + ": no SNP " + in_quotes(snps->names[j]) +
                                  " of the results; is it the genotype file of this run?");
         }
         position = found->second;
@@ -135,8 +135,8 @@ class Recount {
         return Status::failure(
             path_ + ": SNP " + std::to_string(position) + " is " +
             (position > source_.variants().size() ? "not there"
-                                                  : quoted(source_.variants().at(position - 1).name)) +
-            ", in the results it is " + quoted(snps->names[j]) + "; is it the genotype file of this run?");
+                                                  : in_quotes(source_.variants().at(position - 1).name)) +
+            ", in the results it is " + in_quotes(snps->names[j]) + "; is it the genotype file of this run?");
       }
     }
     return {};

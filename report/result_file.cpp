@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report/result_file.h"
 
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 Status ResultFile::open(const std::string& path) {
   path_ = path;
@@ -23,7 +23,8 @@ Status ResultFile::open(const std::string& path) {
     return {};
   }
   if (state == LineState::kTooLong || (first != "row" && first != "number")) {
-    return line_failure(path, 1, "found " + ::quoted(line) + ", expected a table of tavo --tidy or a report");
+    return line_failure(path, 1,
+                        "found " + in_quotes(line) + ", expected a table of tavo --tidy or a report");
   }
   kind_ = first == "row" ? ResultKind::kMdrTable : ResultKind::kRegressionTable;
   return table_.begin(path, line);

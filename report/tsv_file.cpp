@@ -7,7 +7,7 @@
 #include <limits>
 #include <unordered_set>
 
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 #include "util/split_tabs.h"
 
 const double kMissingNumber = std::numeric_limits<double>::quiet_NaN();
@@ -23,7 +23,7 @@ Status TsvFile::begin(const std::string& path, const std::string& header) {
     if (name.empty() || !known.insert(name).second) {
       return line_failure(path, 1,
                           "column " + std::to_string(columns_.size() + 1) + ": " +
-                              (name.empty() ? "no name" : "a second column " + quoted(name)));
+                              (name.empty() ? "no name" : "a second column " + in_quotes(name)));
     }
     columns_.emplace_back(name);
   }
@@ -37,7 +37,7 @@ int TsvFile::find(std::string_view name) const {
 
 Status TsvFile::require(std::string_view name, int* column) const {
   *column = find(name);
-  return *column >= 0 ? Status() : line_failure(path_, 1, "no column " + quoted(name));
+  return *column >= 0 ? Status() : line_failure(path_, 1, "no column " + in_quotes(name));
 }
 
 Status TsvFile::next(LineReader& reader, bool* more) {
@@ -103,5 +103,5 @@ Status TsvFile::integer(int column, int64_t lowest, int64_t highest, int64_t* va
 Status TsvFile::failure(int column, const std::string& expected) const {
   return Status::failure(path_ + ": line " + std::to_string(line_number_) + ", column " +
                          std::to_string(column + 1) + " (" + escaped(columns_[static_cast<size_t>(column)]) +
-                         "): found " + quoted(cell(column)) + ", expected " + expected);
+                         "): found " + in_quotes(cell(column)) + ", expected " + expected);
 }

@@ -6,8 +6,8 @@
 #include <numeric>
 
 #include "report/tsv_file.h"
+#include "tools/in_quotes.h"
 #include "tools/line_reader.h"
-#include "tools/quoted.h"
 #include "util/split_tabs.h"
 
 namespace {
@@ -141,7 +141,7 @@ Status VariantMap::open(const std::string& path) {
       if (!columns_of_header(columns.tabs ? split_tabs(line) : fields, &columns)) {
         return line_failure(
             path, 1,
-            "found " + ::quoted(line) +
+            "found " + in_quotes(line) +
                 ", expected a .bim file, a VCF, or a header with columns for snp, chr and pos");
       }
       continue;
@@ -154,7 +154,7 @@ Status VariantMap::open(const std::string& path) {
     if (!is_position(fields[columns.position])) {
       return line_failure(path, number,
                           "field " + std::to_string(columns.position + 1) + ": found " +
-                              quoted(fields[columns.position]) + ", expected a position");
+                              in_quotes(fields[columns.position]) + ", expected a position");
     }
     const std::string chromosome(without_chr(fields[columns.chromosome]));
     const auto [known, is_new] =

@@ -17,7 +17,7 @@
 namespace {
 
 // Elements taken at a time while the size of the file is not known.
-constexpr int64_t kGrowth = 1 << 20;
+constexpr int64_t kItemsAtOnce = 1 << 20;
 
 }  // namespace
 
@@ -52,7 +52,8 @@ class MdrReader::Source {
     int64_t done = 0;
     // A file of known size gets no more room than it can fill.
     const int64_t growth =
-        size_ >= 0 ? std::clamp<int64_t>(size_ / static_cast<int64_t>(sizeof(Item)), 1, kGrowth) : kGrowth;
+        size_ >= 0 ? std::clamp<int64_t>(size_ / static_cast<int64_t>(sizeof(Item)), 1, kItemsAtOnce)
+                   : kItemsAtOnce;
     while (done < count && stop_signal() == 0) {
       const int64_t wanted = std::min(count - done, growth);
       const size_t before = out.size();

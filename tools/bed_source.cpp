@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "tools/field_reader.h"
+#include "tools/in_quotes.h"
 #include "tools/names.h"
 #include "tools/packed_rows.h"
-#include "tools/quoted.h"
 
 namespace {
 
@@ -96,7 +96,7 @@ Status BedSource::read_bim(const std::string& path) {
     const char* end = field[3].data() + field[3].size();
     if (const auto [stop, error] = std::from_chars(field[3].data(), end, position);
         error != std::errc() || stop != end) {
-      return Status::failure(reader.place(3) + ": found " + quoted(field[3]) +
+      return Status::failure(reader.place(3) + ": found " + in_quotes(field[3]) +
                              ", expected a position in base pairs");
     }
     if (variants_.size() == kMostItems) {

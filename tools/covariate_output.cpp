@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/covariate_output.h"
 
+#include "tools/in_quotes.h"
 #include "tools/number.h"
-#include "tools/quoted.h"
 
 namespace {
 
@@ -31,7 +31,7 @@ Status CovariateOutput::read(const std::string& path, const std::optional<std::v
   }
   for (const std::string& name : columns_.names) {
     if (name.size() > kLongestCovariateName) {
-      return Status::failure(path + ": line 1: the name " + quoted(name) + " has " +
+      return Status::failure(path + ": line 1: the name " + in_quotes(name) + " has " +
                              std::to_string(name.size()) + " bytes, expected at most " +
                              std::to_string(kLongestCovariateName));
     }
@@ -45,8 +45,8 @@ Status CovariateOutput::read(const std::string& path, const std::optional<std::v
       const std::string& text = columns_.value(i, j);
       double value = 0.0;
       if (text != kMissing && (text.size() > kLongestNumber || !parse_number(text, &value))) {
-        return Status::failure(columns_.place(i, j) + ": found " + quoted(text) + ", expected a number or " +
-                               kMissing);
+        return Status::failure(columns_.place(i, j) + ": found " + in_quotes(text) +
+                               ", expected a number or " + kMissing);
       }
     }
   }

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 namespace {
 
@@ -47,8 +47,8 @@ Status read_genotype_header(const InputFile& file, Layout assumed, GenotypeHeade
     return status;
   }
   if (!has_magic(bytes)) {
-    return file.refusal("bytes 0 to 3: found " + quoted({bytes.magic, sizeof(bytes.magic)}) + ", expected " +
-                        quoted({kGenotypeMagic, sizeof(kGenotypeMagic)}));
+    return file.refusal("bytes 0 to 3: found " + in_quotes({bytes.magic, sizeof(bytes.magic)}) +
+                        ", expected " + in_quotes({kGenotypeMagic, sizeof(kGenotypeMagic)}));
   }
   if (bytes.n_samples < 1) {
     return file.refusal("bytes 4 to 7: " + std::to_string(bytes.n_samples) + " samples, expected at least 1");

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "lib/genotype_file.h"
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 namespace {
 
@@ -22,11 +22,11 @@ std::string name_fault(std::string_view name) {
     return "an empty SNP name";
   }
   if (name.size() > kLongestName) {
-    return "the SNP name " + quoted(name) + " has " + std::to_string(name.size()) +
+    return "the SNP name " + in_quotes(name) + " has " + std::to_string(name.size()) +
            " bytes, expected at most " + std::to_string(kLongestName);
   }
   return std::any_of(name.begin(), name.end(), is_control)
-             ? "the SNP name " + quoted(name) + " holds a control character"
+             ? "the SNP name " + in_quotes(name) + " holds a control character"
              : "";
 }
 
@@ -35,10 +35,10 @@ std::string field_fault(std::string_view text, size_t longest) {
     return "found an empty field";
   }
   if (text.size() > longest) {
-    return "found " + quoted(text) + " of " + std::to_string(text.size()) + " bytes, expected at most " +
+    return "found " + in_quotes(text) + " of " + std::to_string(text.size()) + " bytes, expected at most " +
            std::to_string(longest);
   }
   return std::any_of(text.begin(), text.end(), [](char c) { return c == ' ' || is_control(c); })
-             ? "found " + quoted(text) + ", expected neither blanks nor control characters"
+             ? "found " + in_quotes(text) + ", expected neither blanks nor control characters"
              : "";
 }

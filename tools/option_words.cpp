@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 bool same_word(const std::string& word, const char* name) {
   return strcasecmp(word.c_str(), name) == 0;
@@ -20,7 +20,7 @@ Status collect_options(const std::vector<std::string>& words, const std::vector<
     const auto slot = std::find_if(slots.begin(), slots.end(),
                                    [&word](const OptionSlot& known) { return same_word(word, known.name); });
     if (slot == slots.end()) {
-      return Status::failure("unknown option " + quoted(word));
+      return Status::failure("unknown option " + in_quotes(word));
     }
     const bool given =
         (slot->value != nullptr && slot->value->has_value()) || (slot->flag != nullptr && *slot->flag);
@@ -48,7 +48,7 @@ Status one_of(const char* option, const std::optional<std::string>& given, const
               const char* second, bool* is_second) {
   *is_second = given && same_word(*given, second);
   if (given && !*is_second && !same_word(*given, first)) {
-    return Status::failure(std::string("option ") + option + ": found " + quoted(*given) + ", expected " +
+    return Status::failure(std::string("option ") + option + ": found " + in_quotes(*given) + ", expected " +
                            first + " or " + second);
   }
   return {};

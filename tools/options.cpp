@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
+#include "tools/in_quotes.h"
 #include "tools/number.h"
 #include "tools/option_words.h"
-#include "tools/quoted.h"
 
 namespace {
 
@@ -22,7 +22,7 @@ Status parse_share(const char* option, const Value& given, double most, std::opt
     return {};
   }
   if (!parse_number(*given, &value) || value < 0.0 || value > most) {
-    return Status::failure(std::string("option ") + option + ": found " + quoted(*given) +
+    return Status::failure(std::string("option ") + option + ": found " + in_quotes(*given) +
                            ", expected a number from 0 to " + (most < 1.0 ? "0.5" : "1"));
   }
   *share = value;
@@ -38,7 +38,7 @@ Status parse_names(const Value& given, std::optional<std::vector<std::string>>* 
     const size_t end = std::min(given->find(',', begin), given->size());
     const std::string name = given->substr(begin, end - begin);
     if (name.empty() || std::find((*names)->begin(), (*names)->end(), name) != (*names)->end()) {
-      return Status::failure("option --covar-name: found " + quoted(*given) +
+      return Status::failure("option --covar-name: found " + in_quotes(*given) +
                              ", expected different names separated by commas");
     }
     (*names)->push_back(name);
@@ -51,7 +51,8 @@ Status parse_count(const Value& given, bool* other_allele) {
   if (given) {
     *other_allele = same_word(*given, "a2") || same_word(*given, "ref");
     if (!*other_allele && !same_word(*given, "a1") && !same_word(*given, "alt")) {
-      return Status::failure("option --count: found " + quoted(*given) + ", expected a1 (alt) or a2 (ref)");
+      return Status::failure("option --count: found " + in_quotes(*given) +
+                             ", expected a1 (alt) or a2 (ref)");
     }
   }
   return {};

@@ -8,8 +8,8 @@
 #include <limits>
 
 #include "tools/bed_source.h"
+#include "tools/in_quotes.h"
 #include "tools/number.h"
-#include "tools/quoted.h"
 #include "tools/sample_columns.h"
 
 namespace {
@@ -49,7 +49,7 @@ Status read_classes(const Texts& texts, Coding coding, const std::string& hint, 
     const bool is_control = *text == (coding == Coding::kOneTwo ? "1" : "0");
     const bool is_case = *text == (coding == Coding::kOneTwo ? "2" : "1");
     if (!is_control && !is_case) {
-      return Status::failure(texts.place(i) + ": found " + quoted(*text) + ", expected " +
+      return Status::failure(texts.place(i) + ": found " + in_quotes(*text) + ", expected " +
                              coding_text(coding) + hint);
     }
     phenotypes->present[i] = 1;
@@ -66,7 +66,7 @@ Status read_numbers(const Texts& texts, Phenotypes* phenotypes) {
     }
     double value = 0.0;
     if (!parse_number(*text, &value)) {
-      return Status::failure(texts.place(i) + ": found " + quoted(*text) +
+      return Status::failure(texts.place(i) + ": found " + in_quotes(*text) +
                              ", expected a number, or NA or -9 for missing");
     }
     phenotypes->present[i] = 1;
@@ -144,7 +144,7 @@ Status file_phenotypes(const std::string& path, const std::optional<std::string>
   }
   if (columns.names.size() > 1) {
     return Status::failure(path + ": line 1: " + std::to_string(columns.names.size()) +
-                           " phenotypes, the first is " + quoted(columns.names[0]) +
+                           " phenotypes, the first is " + in_quotes(columns.names[0]) +
                            "; --pheno-name names one");
   }
   const Texts texts = {
@@ -169,7 +169,7 @@ Status file_phenotypes(const std::string& path, const std::optional<std::string>
   phenotypes->note += std::string(coding_text(coding)) + unknown;
   status = read_classes(texts, coding, "; --quantitative takes numbers", phenotypes);
   if (status.ok() && has_one && !has_zero && !has_two) {
-    return Status::failure(path + ": the phenotype " + quoted(columns.names[0]) +
+    return Status::failure(path + ": the phenotype " + in_quotes(columns.names[0]) +
                            " is 1 in every sample that has one, expected two classes: 0 and 1, or 1 and 2");
   }
   return status;

@@ -4,19 +4,17 @@
 #include <algorithm>
 
 #include "tools/field_reader.h"
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 namespace {
-
-constexpr size_t kIdentifierFields = 2;
 
 Status choose_columns(const FieldReader& reader, const std::optional<std::vector<std::string>>& wanted,
                       SampleColumns* columns) {
   const std::vector<std::string_view>& header = reader.fields();
   const std::string_view first = header[0];
   if ((first != "FID" && first != "#FID") || header.size() < kIdentifierFields || header[1] != "IID") {
-    return Status::failure(reader.place() + ": found " + quoted(first) +
-                           (header.size() > 1 ? " " + quoted(header[1]) : "") +
+    return Status::failure(reader.place() + ": found " + in_quotes(first) +
+                           (header.size() > 1 ? " " + in_quotes(header[1]) : "") +
                            ", expected a header line FID IID and names");
   }
   if (header.size() == kIdentifierFields) {
@@ -33,12 +31,12 @@ Status choose_columns(const FieldReader& reader, const std::optional<std::vector
     const auto begin = header.begin() + kIdentifierFields;
     const auto found = std::find(begin, header.end(), name);
     if (found == header.end()) {
-      return Status::failure(reader.place() + ": no column " + quoted(name) + " among " +
+      return Status::failure(reader.place() + ": no column " + in_quotes(name) + " among " +
                              std::to_string(header.size() - kIdentifierFields) + ", the first is " +
-                             quoted(*begin));
+                             in_quotes(*begin));
     }
     if (std::find(found + 1, header.end(), name) != header.end()) {
-      return Status::failure(reader.place() + ": the column " + quoted(name) +
+      return Status::failure(reader.place() + ": the column " + in_quotes(name) +
                              " stands there twice, expected once");
     }
     columns->names.push_back(name);
@@ -96,8 +94,8 @@ Status read_sample_columns(const std::string& path, const std::optional<std::vec
       continue;
     }
     if (columns->lines[sample] != 0) {
-      return Status::failure(reader.place() + ": a second line for the sample " + quoted(fields[0]) + " " +
-                             quoted(fields[1]) + ", the first is line " +
+      return Status::failure(reader.place() + ": a second line for the sample " + in_quotes(fields[0]) + " " +
+                             in_quotes(fields[1]) + ", the first is line " +
                              std::to_string(columns->lines[sample]));
     }
     columns->lines[sample] = reader.line_number();

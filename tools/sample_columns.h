@@ -11,6 +11,9 @@
 #include "tools/sample_index.h"
 #include "util/status.h"
 
+// FID IID, before the columns of a line.
+inline constexpr size_t kIdentifierFields = 2;
+
 struct SampleColumns {
   std::string path;
   std::vector<std::string> names;   // of the columns taken

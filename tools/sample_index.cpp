@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sample_index.h"
 
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 Status SampleIndex::build(const std::string& path, const GenotypeSource& source) {
   samples_ = &source.samples();
@@ -12,8 +12,8 @@ Status SampleIndex::build(const std::string& path, const GenotypeSource& source)
     for (const size_t other : same) {
       if ((*samples_)[other].fid == sample.fid) {
         return Status::failure(path + ": samples " + std::to_string(other + 1) + " and " +
-                               std::to_string(i + 1) + " have the same identifiers " + quoted(sample.fid) +
-                               " " + quoted(sample.iid));
+                               std::to_string(i + 1) + " have the same identifiers " + in_quotes(sample.fid) +
+                               " " + in_quotes(sample.iid));
       }
     }
     same.push_back(i);

@@ -8,13 +8,13 @@
 
 #include "lib/genotype_file.h"
 #include "tools/genotype_info.h"
+#include "tools/in_quotes.h"
 #include "tools/line_reader.h"
-#include "tools/quoted.h"
+#include "tools/sample_columns.h"
 
 namespace {
 
 constexpr size_t kLongestLine = 1 << 16;
-constexpr size_t kIdentifierFields = 2;
 
 std::vector<std::string> split_tabs(std::string_view line) {
   std::vector<std::string> fields;
@@ -129,7 +129,7 @@ Status read_covariate_table(const std::string& path, size_t n_samples, Covariate
       const double value = std::strtod(text.c_str(), &end);
       if (!missing && (end == text.c_str() || *end != '\0' || !std::isfinite(value))) {
         return Status::failure(place(path, reader.line_number()) + ", field " + std::to_string(field + 1) +
-                               ": found " + quoted(text) + ", expected a number or NA");
+                               ": found " + in_quotes(text) + ", expected a number or NA");
       }
       x.values[row + j] = value;
     }

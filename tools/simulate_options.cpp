@@ -6,9 +6,9 @@
 #include <limits>
 #include <set>
 
+#include "tools/in_quotes.h"
 #include "tools/number.h"
 #include "tools/option_words.h"
-#include "tools/quoted.h"
 
 namespace {
 
@@ -24,7 +24,7 @@ struct Given {
 };
 
 Status expected(const std::string& option, const std::string& found, const std::string& what) {
-  return Status::failure("option " + option + ": found " + quoted(found) + ", expected " + what);
+  return Status::failure("option " + option + ": found " + in_quotes(found) + ", expected " + what);
 }
 
 std::vector<std::string> split(const std::string& text, char separator) {
@@ -188,7 +188,7 @@ Status parse_model(const std::string& text, int64_t n_snps, ModelRequest* reques
   }
   return keys.contains("maf") && keys.contains("heritability")
              ? Status()
-             : Status::failure("option --model: " + quoted(text) +
+             : Status::failure("option --model: " + in_quotes(text) +
                                " needs maf and heritability, or file=PATH");
 }
 

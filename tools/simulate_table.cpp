@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/field_reader.h"
+#include "tools/in_quotes.h"
 #include "tools/number.h"
-#include "tools/quoted.h"
 #include "tools/simulate_model.h"
 
 namespace {
@@ -33,7 +33,7 @@ class TableWords {
   std::string_view word() const { return reader_.fields()[field_]; }
 
   Status refusal(const std::string& expected) const {
-    return Status::failure(reader_.place(field_) + ": found " + quoted(word()) + ", expected " + expected);
+    return Status::failure(reader_.place(field_) + ": found " + in_quotes(word()) + ", expected " + expected);
   }
 
   Status ended(const std::string& expected) const {
@@ -52,9 +52,9 @@ Status expect_word(TableWords& words, const char* expected) {
   bool more = false;
   Status status = words.next(&more);
   if (status.ok() && !more) {
-    return words.ended(quoted(expected));
+    return words.ended(in_quotes(expected));
   }
-  return !status.ok() || words.word() == expected ? status : words.refusal(quoted(expected));
+  return !status.ok() || words.word() == expected ? status : words.refusal(in_quotes(expected));
 }
 
 // The frequencies, up to the word behind them.
@@ -62,7 +62,7 @@ Status read_frequencies(TableWords& words, std::vector<double>* maf) {
   for (;;) {
     bool more = false;
     if (Status status = words.next(&more); !status.ok() || !more) {
-      return status.ok() ? words.ended(quoted(kPenetranceWord)) : status;
+      return status.ok() ? words.ended(in_quotes(kPenetranceWord)) : status;
     }
     if (!maf->empty() && words.word() == kPenetranceWord) {
       return {};
@@ -70,10 +70,10 @@ Status read_frequencies(TableWords& words, std::vector<double>* maf) {
     double value = 0.0;
     if (!parse_number(words.word(), &value) || value <= 0.0 || value > 0.5) {
       return words.refusal("a frequency above 0, at most 0.5" +
-                           (maf->empty() ? "" : ", or " + quoted(kPenetranceWord)));
+                           (maf->empty() ? "" : ", or " + in_quotes(kPenetranceWord)));
     }
     if (maf->size() == kLargestModelOrder) {
-      return words.refusal(quoted(kPenetranceWord) + ": an interaction has at most " +
+      return words.refusal(in_quotes(kPenetranceWord) + ": an interaction has at most " +
                            std::to_string(kLargestModelOrder) + " SNPs");
     }
     maf->push_back(value);

@@ -5,8 +5,8 @@
 #include <unordered_map>
 
 #include "lib/packed_genotypes.h"
+#include "tools/in_quotes.h"
 #include "tools/names.h"
-#include "tools/quoted.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ Status TextTable::open(const std::string& path, const std::string& class_name) {
   if (state == LineState::kEnd || without_leading_blanks(line_).empty()) {
     return Status::failure(path_ +
                            ": line 1: empty, expected a header line of SNP names and the class column " +
-                           quoted(class_name_));
+                           in_quotes(class_name_));
   }
   return read_header(line_);
 }
@@ -91,7 +91,7 @@ Status TextTable::take_names(const std::vector<std::string_view>& fields) {
     const std::string column = path_ + ": line 1, column " + std::to_string(i + 1);
     if (fields[i] == class_name_) {
       if (class_column_ < n_columns_) {
-        return Status::failure(column + ": a second class column " + quoted(class_name_) +
+        return Status::failure(column + ": a second class column " + in_quotes(class_name_) +
                                ", expected one; the first is column " + std::to_string(class_column_ + 1));
       }
       class_column_ = i;
@@ -104,12 +104,12 @@ Status TextTable::take_names(const std::vector<std::string_view>& fields) {
     snp_names_.emplace_back(fields[i]);
   }
   if (class_column_ == n_columns_) {
-    return Status::failure(path_ + ": line 1: no class column " + quoted(class_name_) + " among " +
-                           std::to_string(n_columns_) + " columns, the last is " + quoted(fields.back()) +
+    return Status::failure(path_ + ": line 1: no class column " + in_quotes(class_name_) + " among " +
+                           std::to_string(n_columns_) + " columns, the last is " + in_quotes(fields.back()) +
                            "; --class names the class column");
   }
   if (snp_names_.empty()) {
-    return Status::failure(path_ + ": line 1: only the class column " + quoted(class_name_) +
+    return Status::failure(path_ + ": line 1: only the class column " + in_quotes(class_name_) +
                            ", expected at least one SNP column");
   }
   return {};
@@ -127,7 +127,7 @@ void TextTable::find_duplicates(const std::vector<std::string_view>& fields) {
       continue;
     }
     if (count == 0) {
-      first = path_ + ": line 1, column " + std::to_string(i + 1) + ": the SNP name " + quoted(fields[i]) +
+      first = path_ + ": line 1, column " + std::to_string(i + 1) + ": the SNP name " + in_quotes(fields[i]) +
               " stands in column " + std::to_string(entry->second + 1) + " too";
     }
     ++count;
@@ -242,7 +242,7 @@ Status TextTable::parse_row(std::string_view line, bool whole, TableRow* row) co
       if (whole && found != n_columns_) {
         return field_count_failure(found);
       }
-      return Status::failure(place(column) + ": found " + quoted(field) + ", expected " +
+      return Status::failure(place(column) + ": found " + in_quotes(field) + ", expected " +
                              (is_class ? "0 or 1"
                                        : std::string("0, 1, 2 or missing (NA, -9, -1") +
                                              (separator_ == Separator::kBlanks ? ")" : " or empty)")));

@@ -16,9 +16,9 @@
 #include <memory>
 
 #include "lib/packed_genotypes.h"
+#include "tools/in_quotes.h"
 #include "tools/names.h"
 #include "tools/progress.h"
-#include "tools/quoted.h"
 
 namespace {
 
@@ -125,7 +125,7 @@ Status VcfReader::open() {
     char* found = hts_format_description(&format);
     const std::string text = found != nullptr ? found : "unknown";
     std::free(found);
-    return Status::failure(path_ + ": found " + quoted(text) + ", expected a VCF or BCF file");
+    return Status::failure(path_ + ": found " + in_quotes(text) + ", expected a VCF or BCF file");
   }
   file_.reset(hts_hopen(stream, path_.c_str(), "r"));
   if (file_ == nullptr) {
@@ -252,13 +252,13 @@ Status VcfReader::pack(int allele, uint32_t* row) const {
       }
       const int index = bcf_gt_allele(value);
       if (index >= n_alleles()) {
-        return refusal("sample " + quoted(sample(s)) + " has allele " + std::to_string(index) +
+        return refusal("sample " + in_quotes(sample(s)) + " has allele " + std::to_string(index) +
                        ", the record has alleles 0 to " + std::to_string(n_alleles() - 1));
       }
       copies += index == allele ? 1 : 0;
     }
     if (n_calls > 2) {
-      return refusal("sample " + quoted(sample(s)) + " has " + std::to_string(n_calls) +
+      return refusal("sample " + in_quotes(sample(s)) + " has " + std::to_string(n_calls) +
                      " alleles in its genotype, expected 1 or 2");
     }
     // One copy of a chromosome counts like two equal ones.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/cli/cli_run.h"
+#include "tests/support/sweep.h"
 
 namespace tavo_test {
 namespace {
@@ -195,9 +196,9 @@ void expect_hostile_refused(const char* what, const std::string& bytes) {
     folder.write("bad.dat", bytes);
     const auto begin = std::chrono::steady_clock::now();
     Words words{"-c", "exec \"$0\" \"$@\"", tavo_program().string()};
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-    words[1] = "ulimit -v 4000000; " + words[1];
-#endif
+    if (!kSanitized) {
+      words[1] = "ulimit -v 4000000; " + words[1];
+    }
     const RunResult run =
         run_program("/bin/sh", words + mdr_words() + Words{"--in", "bad.dat", "--transpose", transpose},
                     folder.path("."));

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "tests/convert/table_text.h"
@@ -16,6 +17,11 @@ Words words_of(const std::string& line) {
     words.push_back(word);
   }
   return words;
+}
+
+bool has_line(const std::string& text, const std::string& line) {
+  const Words lines = split_lines(text);
+  return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 std::string ConvertFolder::output_of(const std::string& line) const {

@@ -16,6 +16,8 @@ using Words = std::vector<std::string>;
 // The words of a line of text separated by blanks.
 Words words_of(const std::string& line);
 
+bool has_line(const std::string& text, const std::string& line);
+
 class ConvertFolder {
  public:
   std::filesystem::path operator/(const std::string& name) const { return dir_ / name; }

@@ -10,7 +10,7 @@
 namespace tavo_test {
 namespace {
 
-GenotypeData sample_data(int n_samples, int n_snps) {
+GenotypeData sized_data(int n_samples, int n_snps) {
   std::mt19937 random(static_cast<unsigned>(100 * n_samples + n_snps));
   return random_data(random, n_samples, n_snps, 0.2);
 }
@@ -52,7 +52,7 @@ TEST(Bed, IntoBothLayoutsAndBack) {
     const bool at_a_border = n_samples % 16 < 2 || n_samples % 16 == 15;
     for (const int n_snps : at_a_border ? std::vector{1, 15, 16, 17, 33} : std::vector{17}) {
       SCOPED_TRACE(std::to_string(n_samples) + " x " + std::to_string(n_snps));
-      const GenotypeData data = sample_data(n_samples, n_snps);
+      const GenotypeData data = sized_data(n_samples, n_snps);
       write_plink_files(folder / "p", data);
       for (const Layout layout : {Layout::kNormal, Layout::kTransposed}) {
         ConvertOptions options = bed_options("p");
@@ -79,7 +79,7 @@ TEST(Bed, IntoBothLayoutsAndBack) {
 
 TEST(Bed, AGenotypeFileGetsDocumentedFields) {
   const ConvertFolder folder;
-  GenotypeData data = sample_data(2, 2);
+  GenotypeData data = sized_data(2, 2);
   data.classes = {1, 0};
   folder.write("g", normal_file(data));
   folder.output_of("--in g --make-bed p --in-transpose 0");
@@ -90,7 +90,7 @@ TEST(Bed, AGenotypeFileGetsDocumentedFields) {
 // As many samples as variants: one size for both layouts.
 TEST(Bed, WarnsWhereTheLayoutIsAssumed) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(20, 20);
+  const GenotypeData data = sized_data(20, 20);
   folder.write("s", transposed_file(data));
   const RunResult assumed = folder.run_line("--in s --make-bed p");
   EXPECT_EQ(assumed.status, 1);
@@ -106,7 +106,7 @@ TEST(Bed, WarnsWhereTheLayoutIsAssumed) {
 
 TEST(Bed, CountsTheAlleleThatIsAskedFor) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(21, 18);
+  const GenotypeData data = sized_data(21, 18);
   GenotypeData other = data;
   for (uint8_t& code : other.genotypes) {
     code = code == 3 ? 3 : 2 - code;
@@ -126,7 +126,7 @@ TEST(Bed, CountsTheAlleleThatIsAskedFor) {
 
 TEST(Bed, BothOutputsAtOnceAreThoseOfTwoRuns) {
   const ConvertFolder folder;
-  write_plink_files(folder / "p", sample_data(37, 50));
+  write_plink_files(folder / "p", sized_data(37, 50));
   folder.output_of("--bfile p --out a --make-bed b");
   folder.output_of("--bfile p --out c");
   EXPECT_EQ(folder.read("a"), folder.read("c"));
@@ -136,13 +136,13 @@ TEST(Bed, BothOutputsAtOnceAreThoseOfTwoRuns) {
 // A set of five samples and three variants with one file replaced.
 std::string refusal_with(const std::string& ending, const std::string& bytes) {
   const ConvertFolder folder;
-  write_plink_files(folder / "p", sample_data(5, 3));
+  write_plink_files(folder / "p", sized_data(5, 3));
   folder.write("p" + ending, bytes);
   return folder.refusal_of("--bfile p --out g");
 }
 
 TEST(Bed, RefusesABedFileThatIsNone) {
-  const std::string good = bed_bytes(sample_data(5, 3));
+  const std::string good = bed_bytes(sized_data(5, 3));
   EXPECT_EQ(refusal_with(".bed", ""), "p.bed: 0 bytes, expected at least 3");
   EXPECT_EQ(refusal_with(".bed", "\x6c\x1c\x01" + good.substr(3)),
             "p.bed: bytes 0 and 1: found 6c 1c, expected 6c 1b");
@@ -157,7 +157,7 @@ TEST(Bed, RefusesABedFileThatIsNone) {
 
 TEST(Bed, RefusesEveryShorterFile) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(5, 3);
+  const GenotypeData data = sized_data(5, 3);
   write_plink_files(folder / "p", data);
   ConvertOptions options = bed_options("p");
   options.output = "g";
@@ -213,7 +213,7 @@ TEST(Bed, RefusesWrongBimFiles) {
 TEST(Bed, RefusesWhatIsNotThereOrNoFile) {
   const ConvertFolder folder;
   EXPECT_EQ(folder.refusal_of("--bfile p --out g"), "cannot open p.fam: No such file or directory");
-  write_plink_files(folder / "p", sample_data(5, 3));
+  write_plink_files(folder / "p", sized_data(5, 3));
   std::filesystem::remove(folder / "p.bed");
   EXPECT_EQ(folder.refusal_of("--bfile p --out g"), "cannot open p.bed: No such file or directory");
   std::filesystem::create_directory(folder / "p.bed");
@@ -230,7 +230,7 @@ TEST(Bed, RefusesWhatIsNotThereOrNoFile) {
 
 TEST(TavoInput, RefusesEveryShorterFile) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(9, 40);
+  const GenotypeData data = sized_data(9, 40);
   for (const std::string& whole : {normal_file(data), transposed_file(data)}) {
     ConvertOptions options;
     options.input = "g";
@@ -252,7 +252,7 @@ TEST(TavoInput, RefusesEveryShorterFile) {
 // Damage of any kind ends in a message or in files, never in a crash.
 TEST(Bed, DamageIsReadOrRefused) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(9, 12);
+  const GenotypeData data = sized_data(9, 12);
   write_plink_files(folder / "p", data);
   folder.write("g", normal_file(data));
   std::mt19937 random(17);

@@ -18,20 +18,15 @@
 namespace tavo_test {
 namespace {
 
-GenotypeData sample_data(int n_samples, int n_snps) {
+GenotypeData command_data(int n_samples, int n_snps) {
   std::mt19937 random(21);
   return random_data(random, n_samples, n_snps, 0.1);
-}
-
-bool has_line(const std::string& text, const std::string& line) {
-  const std::vector<std::string> lines = split_lines(text);
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
 }
 
 TEST(ConvertCommand, ConvertsIntoBothLayouts) {
   const ConvertFolder folder;
   for (const int size : {1, 15, 16, 17, 32, 33}) {
-    const GenotypeData data = sample_data(50 - size, size);
+    const GenotypeData data = command_data(50 - size, size);
     write_file(folder / "t.tsv", table_text(data));
     const RunResult normal = folder.run({"--in", "t.tsv", "--out", "n.dat"});
     EXPECT_EQ(normal.status, 0) << normal.err;
@@ -73,8 +68,8 @@ TEST(ConvertCommand, SaysWhatItWrote) {
 
 TEST(ConvertCommand, InfoSaysHowItKnowsTheLayout) {
   const ConvertFolder folder;
-  write_file(folder / "square", normal_file(sample_data(20, 20)));
-  write_file(folder / "long", transposed_file(sample_data(50, 20)));
+  write_file(folder / "square", normal_file(command_data(20, 20)));
+  write_file(folder / "long", transposed_file(command_data(50, 20)));
   const std::string assumed = " (assumed: the file's size fits both layouts, --transpose tells)";
   EXPECT_TRUE(has_line(folder.run({"--info", "square"}).out, "layout: normal" + assumed));
   EXPECT_TRUE(
@@ -137,8 +132,8 @@ TEST(ConvertCommand, WarnsAndConvertsOnRepeatedNames) {
 
 TEST(ConvertCommand, ARefusedTableLeavesTheTargetAlone) {
   const ConvertFolder folder;
-  write_file(folder / "t", table_text(sample_data(30000, 20)) + "0\t9\n");
-  write_file(folder / "cut.gz", gzip(table_text(sample_data(3000, 20))).substr(0, 9000));
+  write_file(folder / "t", table_text(command_data(30000, 20)) + "0\t9\n");
+  write_file(folder / "cut.gz", gzip(table_text(command_data(3000, 20))).substr(0, 9000));
   write_file(folder / "g", "before");
   for (const std::string layout : {"0", "1"}) {
     const RunResult row = folder.run({"--in", "t", "--out", "g", "--transpose", layout});
@@ -289,7 +284,7 @@ TEST(ConvertCommand, TheWorkedExampleOfTheDocumentHolds) {
 // The limit is in blocks of 512 bytes.
 TEST(ConvertCommand, AFileBeyondTheUsersLimitFails) {
   const ConvertFolder folder;
-  write_file(folder / "g", normal_file(sample_data(20, 100)));
+  write_file(folder / "g", normal_file(command_data(20, 100)));
   const RunResult run = run_program(
       "/bin/sh", {"-c", "ulimit -f 1; exec " + convert_program().string() + " --in g --make-bed p"},
       folder.path());
@@ -300,8 +295,8 @@ TEST(ConvertCommand, AFileBeyondTheUsersLimitFails) {
 
 TEST(ConvertTask, AStopLeavesNothingBehind) {
   const ConvertFolder folder;
-  write_file(folder / "t", table_text(sample_data(10, 10)));
-  write_file(folder / "g.tavo", normal_file(sample_data(10, 11)));
+  write_file(folder / "t", table_text(command_data(10, 10)));
+  write_file(folder / "g.tavo", normal_file(command_data(10, 11)));
   for (const std::string input : {"t", "g.tavo"}) {
     ConvertOptions options;
     options.input = (folder / input).string();

@@ -12,7 +12,7 @@
 namespace tavo_test {
 namespace {
 
-GenotypeData sample_data(unsigned seed, int n_samples, int n_snps, double missing) {
+GenotypeData rare_data(unsigned seed, int n_samples, int n_snps, double missing) {
   std::mt19937 random(seed);
   GenotypeData data = random_data(random, n_samples, n_snps, missing);
   // Rare alleles of every frequency, some as the counted and some as the other one.
@@ -61,11 +61,6 @@ int count(const GenotypeData& data, const std::vector<int>& samples, const std::
   return n;
 }
 
-bool has_line(const std::string& text, const std::string& line) {
-  const Words lines = split_lines(text);
-  return std::find(lines.begin(), lines.end(), line) != lines.end();
-}
-
 // Percent, so that the limits are compared in integers here.
 struct Limits {
   int mind;
@@ -77,7 +72,7 @@ TEST(Filters, MindThenGenoThenMaf) {
   const ConvertFolder folder;
   for (const Limits limits :
        {Limits{15, 20, 5}, Limits{20, 10, 20}, Limits{100, 100, 0}, Limits{29, 29, 29}}) {
-    const GenotypeData data = sample_data(static_cast<unsigned>(limits.maf), 100, 90, 0.18);
+    const GenotypeData data = rare_data(static_cast<unsigned>(limits.maf), 100, 90, 0.18);
     write_plink_files(folder / "p", data);
     std::vector<int> samples = all(100);
     std::vector<int> snps = all(90);
@@ -111,7 +106,7 @@ TEST(Filters, MindThenGenoThenMaf) {
 
 TEST(Filters, ListsOfSamples) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(5, 6, 20, 0.1);
+  const GenotypeData data = rare_data(5, 6, 20, 0.1);
   write_plink_files(folder / "p", data);
   folder.write("k", "#FID IID\nF5 I5\nI2\nF3\tI3 0 0\nF1 I2\nI9\n\n");
   std::string out = folder.output_of("--bfile p --out g --keep k");
@@ -135,7 +130,7 @@ TEST(Filters, ListsOfSamples) {
 
 TEST(Filters, ListsOfVariants) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(6, 20, 40, 0.1);
+  const GenotypeData data = rare_data(6, 20, 40, 0.1);
   write_plink_files(folder / "p", data);
   folder.write("x", "rs39 rs3\nrs17\trs17\nrs99\n");
   std::string out = folder.output_of("--bfile p --out g --extract x");
@@ -157,7 +152,7 @@ TEST(Filters, ListsOfVariants) {
 
 TEST(Filters, TablesAndGenotypeFilesToo) {
   const ConvertFolder folder;
-  const GenotypeData data = sample_data(7, 33, 50, 0.1);
+  const GenotypeData data = rare_data(7, 33, 50, 0.1);
   std::string table = "Class";
   for (const std::string& name : data.names) {
     table += " " + name;
@@ -190,7 +185,7 @@ TEST(Filters, AVariantWithoutGenotypesHasNoFrequency) {
 
 TEST(Filters, RefusesWrongUsage) {
   const ConvertFolder folder;
-  write_plink_files(folder / "p", sample_data(8, 3, 3, 0.0));
+  write_plink_files(folder / "p", rare_data(8, 3, 3, 0.0));
   const std::vector<std::pair<std::string, std::string>> cases = {
       {"--bfile p --in t --out g", "only one of --in, --bfile and --vcf is possible"},
       {"--bfile p", "--in, --bfile or --vcf and --out or --make-bed are needed, or --info"},

@@ -61,13 +61,13 @@ void expect_same(const ReadTable& table, const GenotypeData& expected) {
   EXPECT_EQ(table.data.genotypes, expected.genotypes);
 }
 
-GenotypeData sample_data(int n_samples = 23, int n_snps = 17) {
+GenotypeData table_data(int n_samples = 23, int n_snps = 17) {
   std::mt19937 random(11);
   return random_data(random, n_samples, n_snps, 0.2);
 }
 
 TEST(TextTable, ReadsEverySeparatorAndMissingText) {
-  const GenotypeData data = sample_data();
+  const GenotypeData data = table_data();
   expect_same(read_table(table_text(data, {.missing = {"NA", "-9", "-1", ""}})), data);
   expect_same(read_table(table_text(data, {.separator = ",", .missing = {"", "NA", "-1", "-9"}})), data);
   expect_same(read_table(table_text(data, {.separator = " ", .missing = {"NA", "-9", "-1"}})), data);
@@ -91,7 +91,7 @@ TEST(TextTable, TheHeaderAloneDecidesTheSeparator) {
 }
 
 TEST(TextTable, LineEndsAndTheLastLine) {
-  const GenotypeData data = sample_data();
+  const GenotypeData data = table_data();
   expect_same(read_table(table_text(data, {.line_end = "\r\n"})), data);
   expect_same(read_table(table_text(data, {.last_line_end = false})), data);
   expect_same(read_table(table_text(data, {.line_end = "\r\n", .last_line_end = false})), data);
@@ -100,7 +100,7 @@ TEST(TextTable, LineEndsAndTheLastLine) {
 }
 
 TEST(TextTable, TheClassColumnStandsAnywhere) {
-  const GenotypeData data = sample_data();
+  const GenotypeData data = table_data();
   for (const int column : {0, 1, 16, 17}) {
     expect_same(read_table(table_text(data, {.class_column = column})), data);
   }
@@ -110,7 +110,7 @@ TEST(TextTable, TheClassColumnStandsAnywhere) {
 }
 
 TEST(TextTable, ReadsGzipWhateverItsNameAndAlsoInSeveralStreams) {
-  const GenotypeData data = sample_data(500, 33);
+  const GenotypeData data = table_data(500, 33);
   const std::string text = table_text(data);
   expect_same(read_table(gzip(text)), data);
   expect_same(read_table(gzip(text.substr(0, 100)) + gzip("") + gzip(text.substr(100))), data);
@@ -118,13 +118,13 @@ TEST(TextTable, ReadsGzipWhateverItsNameAndAlsoInSeveralStreams) {
 
 // Lines of every length around the buffers' borders.
 TEST(TextTable, LongTablesCrossTheBuffers) {
-  const GenotypeData data = sample_data(40, 9000);
+  const GenotypeData data = table_data(40, 9000);
   expect_same(read_table(table_text(data)), data);
   expect_same(read_table(gzip(table_text(data, {.line_end = "\r\n"}))), data);
 }
 
 TEST(TextTable, RefusesADamagedGzipStream) {
-  const std::string text = table_text(sample_data(400, 33));
+  const std::string text = table_text(table_data(400, 33));
   const std::string packed = gzip(text);
   for (const size_t kept : {size_t{2}, size_t{10}, packed.size() / 2, packed.size() - 8, packed.size() - 1}) {
     EXPECT_TRUE(failure_of(packed.substr(0, kept)).starts_with("t: the gzip stream is truncated")) << kept;
@@ -262,7 +262,7 @@ TEST(TextTable, RefusesAHeaderWithoutEnd) {
 // Random damage to a good table: read to an end or refused, never a crash, never a row of another length.
 TEST(TextTable, RandomDamageIsReadOrRefused) {
   std::mt19937 random(5);
-  const std::string plain = table_text(sample_data(20, 20), {.line_end = "\r\n"});
+  const std::string plain = table_text(table_data(20, 20), {.line_end = "\r\n"});
   const std::string packed = gzip(plain);
   int refused = 0;
   for (int i = 0; i < 600; ++i) {

@@ -5,6 +5,8 @@
 #include <map>
 #include <memory>
 
+#include "tests/support/sweep.h"
+
 namespace tavo_test {
 
 namespace {
@@ -112,7 +114,7 @@ void sweep_searches(int order, bool with_scores, const SearchFunction& search, i
     for (int missing = 1; missing <= 4; ++missing) {
       for (int tie = 0; tie <= 2; ++tie) {
         for (int measure = 0; measure <= (with_scores ? 1 : 9); ++measure) {
-          if (number++ % every != 0) {
+          if (number++ % (every * kSweepStep) != 0) {
             continue;
           }
           expect_search(*scene, {order, missing, tie, measure},

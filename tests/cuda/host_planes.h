@@ -9,11 +9,13 @@
 #include "cuda/search_layout.h"
 #include "device/problem.h"
 #include "device/segments.h"
+#include "tests/cuda/surplus_threads.h"
 
 namespace tavo_test {
 
-// Threads that a launch has beyond its items.
-inline constexpr uint64_t kSurplusThreads = 5;
+inline GenotypeMatrix genotype_matrix(const Problem& problem) {
+  return {problem.words, problem.words_per_row};
+}
 
 struct HostPlanes {
   HostPlanes(const Problem& problem, const Segments& segments)
@@ -21,12 +23,8 @@ struct HostPlanes {
         n_columns(plane_columns(problem.n_snps)),
         words(chunk_stride(n_columns) * static_cast<size_t>(layout.n_chunks()), 0),
         has_missing(static_cast<size_t>(problem.n_snps), 0) {
-    const PlaneBuildArguments build{{problem.words, problem.words_per_row},
-                                    problem.n_snps,
-                                    n_columns,
-                                    layout.n_words(),
-                                    layout.sample_at.data(),
-                                    words.data(),
+    const PlaneBuildArguments build{genotype_matrix(problem), problem.n_snps,          n_columns,
+                                    layout.n_words(),         layout.sample_at.data(), words.data(),
                                     has_missing.data()};
     const auto items = static_cast<uint64_t>(layout.n_words() * problem.words_per_row);
     for (uint64_t item = 0; item < items + kSurplusThreads && !problem.transposed; ++item) {

@@ -13,6 +13,8 @@
 #include <optional>
 #include <string>
 
+#include "tests/cuda/surplus_threads.h"
+
 struct CUstream_st;
 
 namespace tavo_test {
@@ -45,8 +47,5 @@ bool host_launch_begins(const char* wrapper);
 
 // Runs the work when the stream is waited for; at once without a stream.
 void host_enqueue(CUstream_st* stream, std::function<void()> work);
-
-// Threads that a launch has beyond its items.
-inline constexpr uint64_t kSurplusThreads = 3;
 
 }  // namespace tavo_test

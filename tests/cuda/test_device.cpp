@@ -9,23 +9,15 @@
 #include "device/candidate_list.h"
 #include "tests/cuda/comparisons.h"
 #include "tests/cuda/gpu_required.h"
+#include "tests/cuda/opened_device.h"
 
 namespace {
 
 using tavo_test::Scene;
 
-std::unique_ptr<Device> open_device(const Problem& problem) {
-  CudaBackend backend;
-  std::unique_ptr<Device> device = backend.open(0);
-  EXPECT_EQ(device->bind().message(), "");
-  EXPECT_EQ(device->send_genotypes(problem).message(), "");
-  EXPECT_EQ(device->send_base_data(problem).message(), "");
-  return device;
-}
-
 std::vector<float> device_records(const Scene& scene, const ScoringRules& rules, const FoldView& fold,
                                   const std::vector<int>& combinations) {
-  const std::unique_ptr<Device> device = open_device(scene.problem);
+  const std::unique_ptr<Device> device = tavo_test::opened_device(scene.problem);
   WorkerSetupCommand setup;
   setup.rules = rules;
   setup.folds = {&fold, 1};
@@ -47,7 +39,7 @@ std::vector<float> device_records(const Scene& scene, const ScoringRules& rules,
 
 std::vector<SearchCandidate> device_search(const Scene& scene, const WorkerSetupCommand& setup,
                                            uint64_t total) {
-  const std::unique_ptr<Device> device = open_device(scene.problem);
+  const std::unique_ptr<Device> device = tavo_test::opened_device(scene.problem);
   EXPECT_EQ(device->set_up(setup).message(), "");
   const std::vector<SearchFloor> floors(setup.folds.size());
   std::vector<SearchCandidate> all;
@@ -94,7 +86,7 @@ TEST_P(CudaDevice, MoreCandidatesThanTheBufferHoldsAreAllFound) {
   const uint64_t total = comb_count(scene.problem.n_snps, 3).value();
   const std::vector<FoldView> folds = scene.folds.views(0);
   const WorkerSetupCommand setup = tavo_test::search_setup({3, 4, 1, kBalancedAccuracy}, folds, scene, total);
-  const std::unique_ptr<Device> device = open_device(scene.problem);
+  const std::unique_ptr<Device> device = tavo_test::opened_device(scene.problem);
   ASSERT_TRUE(device->set_up(setup).ok());
   std::vector<SearchCandidate> candidates;
   WorkerBatchCommand batch;

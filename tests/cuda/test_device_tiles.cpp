@@ -13,6 +13,7 @@
 #include "device/candidate_list.h"
 #include "tests/cuda/comparisons.h"
 #include "tests/cuda/gpu_required.h"
+#include "tests/cuda/opened_device.h"
 
 namespace {
 
@@ -28,19 +29,11 @@ class ForcedKernel {
   ForcedKernel& operator=(const ForcedKernel&) = delete;
 };
 
-std::unique_ptr<Device> open_device(const Problem& problem) {
-  std::unique_ptr<Device> device = CudaBackend().open(0);
-  EXPECT_EQ(device->bind().message(), "");
-  EXPECT_EQ(device->send_genotypes(problem).message(), "");
-  EXPECT_EQ(device->send_base_data(problem).message(), "");
-  return device;
-}
-
 // The candidates of the ranks from `first` to `end`, in ranges of about `step`.
 std::vector<SearchCandidate> search(const Scene& scene, const WorkerSetupCommand& setup,
                                     const std::vector<SearchFloor>& floors, uint64_t first, uint64_t end,
                                     uint64_t step) {
-  const std::unique_ptr<Device> device = open_device(scene.problem);
+  const std::unique_ptr<Device> device = tavo_test::opened_device(scene.problem);
   EXPECT_EQ(device->set_up(setup).message(), "");
   std::vector<SearchCandidate> all;
   while (first < end) {
@@ -68,7 +61,7 @@ std::vector<SearchCandidate> search_in_parts(const Scene& scene, const WorkerSet
 // launches have become large.
 std::vector<SearchCandidate> search_after_nothing(const Scene& scene, const WorkerSetupCommand& setup,
                                                   uint64_t total) {
-  const std::unique_ptr<Device> device = open_device(scene.problem);
+  const std::unique_ptr<Device> device = tavo_test::opened_device(scene.problem);
   EXPECT_EQ(device->set_up(setup).message(), "");
   std::vector<SearchCandidate> candidates;
   WorkerBatchCommand batch;

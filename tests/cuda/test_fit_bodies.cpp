@@ -9,13 +9,12 @@
 #include "cuda/logistic_body.h"
 #include "lib/standardized.h"
 #include "tests/cuda/fit_checks.h"
+#include "tests/cuda/surplus_threads.h"
 
 namespace {
 
 using tavo_test::FitFunction;
 using tavo_test::RegressionData;
-
-constexpr uint64_t kSurplusThreads = 5;
 
 // Fits to begin with: garbage, so that what a kernel leaves unwritten shows.
 std::vector<ItemFit> garbage(size_t n) {
@@ -45,7 +44,7 @@ std::vector<ItemFit> logistic_fits(const Problem& problem, const RegressionRules
                                        scale,
                                        fits.data()};
   with_covariate_class(problem.n_covariates, [&](auto most) {
-    for (uint64_t t = 0; t < active + kSurplusThreads; ++t) {
+    for (uint64_t t = 0; t < active + tavo_test::kSurplusThreads; ++t) {
       fit_logistic<T, Order, decltype(most)::kMost>(arguments, t);
     }
   });
@@ -93,7 +92,7 @@ std::vector<ItemFit> linear_fits(const Problem& problem, const RegressionRules&,
   }
   arguments.scale = covariates.scale();
   arguments.stat = fits.data();
-  for (uint64_t t = 0; t < items.size() + kSurplusThreads; ++t) {
+  for (uint64_t t = 0; t < items.size() + tavo_test::kSurplusThreads; ++t) {
     fit_linear(arguments, t);
   }
   EXPECT_EQ(std::memcmp(&fits[items.size()], &garbage(1)[0], sizeof(ItemFit)), 0);

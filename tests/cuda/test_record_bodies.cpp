@@ -6,23 +6,18 @@
 #include "cuda/occupied_body.h"
 #include "cuda/table_body.h"
 #include "tests/cuda/comparisons.h"
+#include "tests/cuda/host_planes.h"
+#include "tests/cuda/surplus_threads.h"
 
 namespace {
 
 using tavo_test::Scene;
 
-// More threads than combinations, as in the last block of a launch.
-constexpr uint32_t kSurplusThreads = 5;
-
 template <typename Arguments, typename Body>
 void launch(const Arguments& arguments, Body body) {
-  for (uint32_t t = 0; t < arguments.active + kSurplusThreads; ++t) {
+  for (uint32_t t = 0; t < arguments.active + tavo_test::kSurplusThreads; ++t) {
     body(arguments, t);
   }
-}
-
-GenotypeMatrix matrix(const Problem& problem) {
-  return {problem.words, problem.words_per_row};
 }
 
 std::vector<float> table_records(const Scene& scene, const ScoringRules& rules, const FoldView& fold,
@@ -52,7 +47,7 @@ std::vector<float> table_records(const Scene& scene, const ScoringRules& rules, 
     arguments.combinations = combinations.data();
     arguments.order = rules.order;
     arguments.c_num = c_num.data();
-    arguments.genotypes = matrix(scene.problem);
+    arguments.genotypes = tavo_test::genotype_matrix(scene.problem);
     arguments.response = scene.problem.classes;
     arguments.samples = (training ? fold.training : fold.testing).data();
     arguments.n_samples = static_cast<int>((training ? fold.training : fold.testing).size());
@@ -128,7 +123,7 @@ std::vector<float> occupied_records(const Scene& scene, const ScoringRules& rule
   arguments.order = rules.order;
   arguments.base = rules.base();
   arguments.cells = rules.cells();
-  arguments.genotypes = matrix(scene.problem);
+  arguments.genotypes = tavo_test::genotype_matrix(scene.problem);
   arguments.response = scene.problem.classes;
   arguments.SC = scene.problem.scores;
   arguments.training = fold.training.data();

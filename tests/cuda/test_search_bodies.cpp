@@ -9,6 +9,7 @@
 #include "cuda/search_layout.h"
 #include "tests/cuda/comparisons.h"
 #include "tests/cuda/host_planes.h"
+#include "tests/cuda/surplus_threads.h"
 
 namespace {
 
@@ -67,10 +68,6 @@ size_t padded_snps(const Problem& problem) {
   return static_cast<size_t>((problem.n_snps + kSnpsPerBlock - 1) / kSnpsPerBlock * kSnpsPerBlock);
 }
 
-GenotypeMatrix matrix(const Problem& problem) {
-  return {problem.words, problem.words_per_row};
-}
-
 template <int kOrder>
 std::vector<SearchCandidate> plane_search(const Scene& scene, const WorkerSetupCommand& setup,
                                           uint64_t total) {
@@ -92,7 +89,8 @@ std::vector<SearchCandidate> score_search(const Scene& scene, const WorkerSetupC
   const auto n = static_cast<int>(layout.sample_at.size());
   const auto n_words = static_cast<int>(packed_words(n));
   std::vector<uint32_t> codes(padded_snps(scene.problem) * static_cast<size_t>(n_words), 0);
-  const CodeBuildArguments build{matrix(scene.problem), n, n_words, layout.sample_at.data(), codes.data()};
+  const CodeBuildArguments build{tavo_test::genotype_matrix(scene.problem), n, n_words,
+                                 layout.sample_at.data(), codes.data()};
   const auto items = static_cast<uint64_t>(n_words * scene.problem.words_per_row);
   for (uint64_t item = 0; item < items + kSurplusThreads; ++item) {
     build_codes(build, item);
@@ -117,9 +115,9 @@ std::vector<SearchCandidate> occupied(const Scene& scene, const WorkerSetupComma
   std::vector<PlacedSample> placed(11 * static_cast<size_t>(n));
   HostRange host(scene, setup);
   return host.run(total, [&](const SearchRange& range, uint64_t item) {
-    search_occupied({range, setup.rules.base(), setup.rules.counted_cells(), matrix(scene.problem), n,
-                     layout.sample_at.data(), layout.is_case.data(), layout.fold_of.data(),
-                     scene.problem.scores, placed.data()},
+    search_occupied({range, setup.rules.base(), setup.rules.counted_cells(),
+                     tavo_test::genotype_matrix(scene.problem), n, layout.sample_at.data(),
+                     layout.is_case.data(), layout.fold_of.data(), scene.problem.scores, placed.data()},
                     item);
   });
 }

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "tests/faults/fault_folder.h"
+#include "tests/support/sweep.h"
 
 namespace tavo_test {
 namespace {
@@ -33,7 +34,7 @@ const KilledRun kRuns[] = {
     {"Linear", {"--regression", "linear"}, 4000},
 };
 
-constexpr int kKills = 50;  // of all rows together
+constexpr int kKills = 50 / kSweepStep;  // of all rows together
 constexpr int kKillsOfARow =
     (kKills + static_cast<int>(std::size(kRuns)) - 1) / static_cast<int>(std::size(kRuns));
 
@@ -75,11 +76,17 @@ TEST_P(KilledRuns, EndWithTheResultOfOneThatWasLeftAlone) {
   int went_on = 0;
   int ended = 0;
   for (int runs = 0; killed < kKillsOfARow && runs < 4 * kKillsOfARow; ++runs) {
-    const auto at = Clock::now() + std::chrono::duration<double>(moment(random));
+    const std::chrono::duration<double> wait(moment(random));
+    // Every other run is left alone until there is something to go on from, however slow the machine.
+    const bool after_a_checkpoint = runs % 2 == 0;
+    const auto begin = Clock::now();
     const RunResult result = interrupt_program_when(
         tavo_program(), kept, folder_.path(""), often_,
-        [at] {
-          std::this_thread::sleep_until(at);
+        [&] {
+          if (after_a_checkpoint && !folder_.exists("ck")) {
+            return false;
+          }
+          std::this_thread::sleep_until(begin + wait);
           return true;
         },
         SIGKILL);

@@ -8,8 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <functional>
 #include <thread>
 
 #include "tests/faults/fault_folder.h"
@@ -131,6 +133,32 @@ class Inputs : public testing::TestWithParam<size_t> {
     EXPECT_FALSE(folder_.exists("out") && !folder_.read("out").empty()) << why;
   }
 
+  // Runs the program on these words, for at most 20 s, with a pipe in the file's place. When the program has
+  // opened the pipe, `opened` is called, and then the bytes are written.
+  RunResult run_with_pipe(const Words& words, const std::string& bytes,
+                          const std::function<void()>& opened) const {
+    std::atomic<bool> over = false;
+    std::thread writer([&] {
+      // Not blocking: some formats are refused without a look at the pipe.
+      for (int tries = 0; tries < 4000 && !over; ++tries) {
+        const int pipe = open(folder_.path(file()).c_str(), O_WRONLY | O_NONBLOCK);
+        if (pipe >= 0) {
+          opened();
+          const ssize_t written = write(pipe, bytes.data(), bytes.size());
+          EXPECT_TRUE(written == static_cast<ssize_t>(bytes.size()) || over ||
+                      input().pipe == Pipe::kRefused);
+          close(pipe);
+          return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+      }
+    });
+    const RunResult result = folder_.run("/usr/bin/timeout", Words{"20", input().program.string()} + words);
+    over = true;
+    writer.join();
+    return result;
+  }
+
   FaultFolder folder_;
   std::string whole_;
 };
@@ -167,25 +195,8 @@ TEST_P(Inputs, ThatArePipes) {
   folder_.remove(file());
   ASSERT_EQ(mkfifo(folder_.path(file()).c_str(), 0600), 0);
   for (const size_t length : {size_t{0}, size_t{1}, whole_.size() / 2, whole_.size() - 3, whole_.size()}) {
-    std::atomic<bool> over = false;
-    std::thread writer([&] {
-      // Not blocking: some formats are refused without a look at the pipe.
-      for (int tries = 0; tries < 4000 && !over; ++tries) {
-        const int pipe = open(folder_.path(file()).c_str(), O_WRONLY | O_NONBLOCK);
-        if (pipe >= 0) {
-          const ssize_t written = write(pipe, whole_.data(), length);
-          EXPECT_TRUE(written == static_cast<ssize_t>(length) || over || input().pipe == Pipe::kRefused);
-          close(pipe);
-          return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-      }
-    });
     folder_.remove("out");
-    const Words limited = Words{"20", input().program.string()} + input().words;
-    const RunResult result = folder_.run("/usr/bin/timeout", limited);
-    over = true;
-    writer.join();
+    const RunResult result = run_with_pipe(input().words, whole_.substr(0, length), [] {});
     ASSERT_NE(result.status, 124) << "it waits for the pipe, " << length << " of " << whole_.size()
                                   << " bytes";
     ASSERT_EQ(unclean(result), "");
@@ -203,8 +214,43 @@ TEST_P(Inputs, ThatArePipes) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(OfEveryKind, Inputs, testing::Range(size_t{0}, inputs().size()),
-                         [](const auto& input) { return inputs()[input.param].name; });
+// The folder of the result goes while the program waits for its input.
+class PipedInputs : public Inputs {};
+
+TEST_P(PipedInputs, LoseTheFolderOfTheResult) {
+  folder_.remove(file());
+  ASSERT_EQ(mkfifo(folder_.path(file()).c_str(), 0600), 0);
+  std::filesystem::create_directory(folder_.path("d"));
+  Words words = input().words;
+  std::replace(words.begin(), words.end(), std::string("out"), std::string("d/out"));
+  const RunResult result = run_with_pipe(words, whole_, [&] { folder_.remove("d"); });
+  ASSERT_EQ(unclean(result), "");
+  if (input().program == tavo_program()) {
+    // Its result must be possible before it begins, and it has words of its own for one that is not.
+    EXPECT_NE(result.out.find("Cannot save the text file!!"), std::string::npos) << result.out << result.err;
+  } else {
+    EXPECT_EQ(result.status, 1) << result.out << result.err;
+    EXPECT_NE(result.err.find(": No such file or directory"), std::string::npos) << result.err;
+  }
+  EXPECT_FALSE(folder_.exists("d"));
+}
+
+std::vector<size_t> piped_inputs() {
+  std::vector<size_t> piped;
+  for (size_t i = 0; i < inputs().size(); ++i) {
+    if (inputs()[i].pipe != Pipe::kRefused) {
+      piped.push_back(i);
+    }
+  }
+  return piped;
+}
+
+std::string name_of(const testing::TestParamInfo<size_t>& input) {
+  return inputs()[input.param].name;
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEveryKind, PipedInputs, testing::ValuesIn(piped_inputs()), name_of);
+INSTANTIATE_TEST_SUITE_P(OfEveryKind, Inputs, testing::Range(size_t{0}, inputs().size()), name_of);
 
 // ---- files that shrink while they are read
 

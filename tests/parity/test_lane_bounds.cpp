@@ -17,12 +17,12 @@
 
 namespace {
 
-constexpr size_t kCells = 9;
+constexpr size_t kPairCells = 9;
 
 // The training counts of a combination, one fold.
 struct Table {
-  std::array<int32_t, kCells> controls{};
-  std::array<int32_t, kCells> cases{};
+  std::array<int32_t, kPairCells> controls{};
+  std::array<int32_t, kPairCells> cases{};
 };
 
 struct Threshold {
@@ -33,7 +33,7 @@ struct Threshold {
 
 SetTotals totals_of(const Table& table, int32_t other_samples) {
   SetTotals totals{};
-  for (size_t cell = 0; cell < kCells; ++cell) {
+  for (size_t cell = 0; cell < kPairCells; ++cell) {
     totals.cases += table.cases[cell];
     totals.controls += table.controls[cell];
   }
@@ -48,7 +48,7 @@ float exact_value(const Table& table, int measure, int tie, const Threshold& thr
       threshold.own ? own_threshold(totals) : own_threshold({threshold.cases, threshold.controls, 0});
   Confusion confusion{};
   float chi_square = 0.0f;
-  for (size_t cell = 0; cell < kCells; ++cell) {
+  for (size_t cell = 0; cell < kPairCells; ++cell) {
     add_cell(&confusion, cell_label(cell_ratio(table.controls[cell], table.cases[cell], limit), limit, tie),
              table.controls[cell], table.cases[cell]);
     chi_square = add_chi_square(chi_square, table.controls[cell], table.cases[cell], totals);
@@ -72,14 +72,14 @@ bool passes(const Table& table, int measure, int tie, const Threshold& threshold
             int32_t other_samples) {
   // Two pairs: the fold's testing samples, of which there are none here, and the others.
   constexpr size_t kPairs = 2;
-  std::vector<uint32_t> counts(kCells * kPairs * kLanes, 0);
-  for (size_t cell = 0; cell < kCells; ++cell) {
+  std::vector<uint32_t> counts(kPairCells * kPairs * kLanes, 0);
+  for (size_t cell = 0; cell < kPairCells; ++cell) {
     for (size_t lane = 0; lane < kLanes; ++lane) {
       counts[(cell * kPairs + 1) * kLanes + lane] =
           static_cast<uint32_t>(table.controls[cell]) | static_cast<uint32_t>(table.cases[cell]) << 16;
     }
   }
-  std::vector<uint32_t> totals(kCells * kLanes);
+  std::vector<uint32_t> totals(kPairCells * kLanes);
   const SetTotals own = totals_of(table, other_samples);
   LaneLimit limit{};
   limit.floor = floor;
@@ -97,7 +97,7 @@ bool passes(const Table& table, int measure, int tie, const Threshold& threshold
                              measure, tie, threshold.cases, threshold.controls, totals.data()};
   std::vector<uint32_t> passing;
   for (const LaneKernels* kernels : kernels_here()) {
-    passing.push_back(kernels->bound(in, counts.data(), kCells, kPairs));
+    passing.push_back(kernels->bound(in, counts.data(), kPairCells, kPairs));
     EXPECT_TRUE(passing.back() == 0 || passing.back() == (1u << kLanes) - 1);
   }
   return std::all_of(passing.begin(), passing.end(), [](uint32_t bits) { return bits != 0; });
@@ -107,7 +107,7 @@ const std::array<int, 6> kTableMeasures = {kChiSquare, kGamma, kTauB, kSomersDy,
 
 Table random_table(std::mt19937& random, int32_t most) {
   Table table;
-  for (size_t cell = 0; cell < kCells; ++cell) {
+  for (size_t cell = 0; cell < kPairCells; ++cell) {
     // Empty cells, cells of one class, and cells of all sizes.
     const auto draw = [&] {
       return random() % 6 == 0 ? 0 : static_cast<int32_t>(random() % static_cast<unsigned>(most)) + 1;

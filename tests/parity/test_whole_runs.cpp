@@ -9,6 +9,7 @@
 
 #include "tests/campaign/search_case.h"
 #include "tests/campaign/search_check.h"
+#include "tests/support/sweep.h"
 
 namespace {
 
@@ -42,7 +43,7 @@ void compare(const SearchCase& drawn, const std::vector<naive::OrderResult>& ref
   ASSERT_EQ(tavo_test::search_difference(drawn, setting, reference, result, folder.path()), "") << command;
 }
 
-constexpr unsigned kRunsPerChunk = 20;
+constexpr unsigned kRunsPerChunk = 20 / tavo_test::kSweepStep;
 
 class WholeRuns : public testing::TestWithParam<int> {
  protected:

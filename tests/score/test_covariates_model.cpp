@@ -14,16 +14,16 @@ namespace {
 using Real = long double;
 using Point = std::vector<Real>;
 
-struct Data {
+struct ModelData {
   Covariates x;
   std::vector<double> y;
 };
 
-Data draw(unsigned seed, size_t n, size_t p) {
+ModelData draw(unsigned seed, size_t n, size_t p) {
   std::mt19937 random(seed);
   std::normal_distribution<double> normal;
   std::uniform_real_distribution<double> uniform;
-  Data data{{n, p, {}}, {}};
+  ModelData data{{n, p, {}}, {}};
   for (size_t i = 0; i < n; ++i) {
     double eta = 0.2;
     for (size_t j = 0; j < p; ++j) {
@@ -35,7 +35,7 @@ Data draw(unsigned seed, size_t n, size_t p) {
   return data;
 }
 
-Real predictor(const Data& data, const Point& beta, size_t i) {
+Real predictor(const ModelData& data, const Point& beta, size_t i) {
   Real eta = beta[0];
   for (size_t j = 0; j < data.x.n_covariates; ++j) {
     eta += beta[j + 1] * static_cast<Real>(data.x.values[i * data.x.n_covariates + j]);
@@ -43,7 +43,7 @@ Real predictor(const Data& data, const Point& beta, size_t i) {
   return eta;
 }
 
-Real log_likelihood(const Data& data, const Point& beta) {
+Real log_likelihood(const ModelData& data, const Point& beta) {
   Real sum = 0;
   for (size_t i = 0; i < data.y.size(); ++i) {
     const Real eta = predictor(data, beta, i);
@@ -75,7 +75,7 @@ Point solve(std::vector<Point> a, Point b) {
 
 // Central differences: error about step^2 in the slope, rounding over step^2 in the curvature, which only
 // has to point the right way.
-Point maximise(const Data& data) {
+Point maximise(const ModelData& data) {
   constexpr Real kSlopeStep = 1e-6L;
   constexpr Real kCurvatureStep = 1e-4L;
   const size_t p = data.x.n_covariates + 1;
@@ -107,7 +107,7 @@ Point maximise(const Data& data) {
 
 TEST(CovariatesModel, LogisticFitsAgreeWithASecondWayToTheMaximum) {
   for (const unsigned seed : {1u, 2u, 3u}) {
-    const Data data = draw(seed, 160, 1 + seed);
+    const ModelData data = draw(seed, 160, 1 + seed);
     std::vector<double> coefficients;
     std::vector<double> residuals;
     ASSERT_TRUE(logistic_residuals(data.x, data.y, &coefficients, &residuals).ok());
@@ -125,7 +125,7 @@ TEST(CovariatesModel, LogisticFitsAgreeWithASecondWayToTheMaximum) {
 
 // The normal equations, which the fit itself does not use.
 TEST(CovariatesModel, LinearFitsSolveTheNormalEquations) {
-  Data data = draw(4, 90, 3);
+  ModelData data = draw(4, 90, 3);
   for (size_t i = 0; i < data.y.size(); ++i) {
     data.y[i] += 2.5 * data.x.values[3 * i] - data.x.values[3 * i + 1] + std::sin(static_cast<double>(i));
   }

@@ -10,7 +10,7 @@
 namespace {
 
 // Distance between a result and the true value in units of the last place of the true value.
-double ulps(double result, long double truth) {
+double double_ulps(double result, long double truth) {
   const double below = std::fabs(static_cast<double>(truth));
   const long double unit = std::nextafter(below, std::numeric_limits<double>::infinity()) - below;
   return static_cast<double>(std::fabs(static_cast<long double>(result) - truth) / unit);
@@ -23,7 +23,7 @@ double worst_exp(double from, double to, int count) {
   double worst = 0.0;
   for (int i = 0; i < count; ++i) {
     const double x = uniform(random);
-    worst = std::max(worst, ulps(tavo_exp(x), std::exp(static_cast<long double>(x))));
+    worst = std::max(worst, double_ulps(tavo_exp(x), std::exp(static_cast<long double>(x))));
   }
   return worst;
 }
@@ -58,7 +58,7 @@ TEST(LogarithmOfOnePlus, IsWithinOneUlpAndAFifth) {
     // All of the interval, the border of the two halves, and small numbers.
     const double u = uniform(random);
     for (const double t : {u, 0.5 + 1e-7 * (u - 0.5), u * std::ldexp(1.0, -(i % 1000))}) {
-      worst = std::max(worst, ulps(tavo_log1p_unit(t), std::log1p(static_cast<long double>(t))));
+      worst = std::max(worst, double_ulps(tavo_log1p_unit(t), std::log1p(static_cast<long double>(t))));
     }
   }
   EXPECT_LT(worst, 1.2);
@@ -73,7 +73,7 @@ TEST(Softplus, IsTheLogarithmOfOnePlusTheExponential) {
   for (int i = 0; i < 100000; ++i) {
     const double x = uniform(random);
     const auto wide = static_cast<long double>(x);
-    EXPECT_LT(ulps(tavo_softplus(x), std::log1p(std::exp(wide))), 2.5) << x;
+    EXPECT_LT(double_ulps(tavo_softplus(x), std::log1p(std::exp(wide))), 2.5) << x;
   }
   EXPECT_EQ(tavo_softplus(1e308), 1e308);
   EXPECT_EQ(tavo_softplus(-std::numeric_limits<double>::infinity()), 0.0);

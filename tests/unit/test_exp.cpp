@@ -11,7 +11,7 @@ namespace {
 
 // Distance between a float result and the true value in units of the last place of the true value. A truth
 // beyond the largest float counts as the power of two that would come next.
-double ulps(float result, double truth) {
+double capped_ulps(float result, double truth) {
   const double largest = std::numeric_limits<float>::max();
   const double next = 0x1p128;
   const double value = std::isinf(result) ? next : result;
@@ -29,7 +29,7 @@ double worst_error(uint32_t sign, float smallest, float largest, uint32_t stride
   double worst = 0.0;
   for (uint32_t bits = bits_of_float(smallest); bits <= bits_of_float(largest); bits += stride) {
     const float x = float_from_bits(bits | sign);
-    worst = std::max(worst, ulps(tavo_expf(x), std::exp(static_cast<double>(x))));
+    worst = std::max(worst, capped_ulps(tavo_expf(x), std::exp(static_cast<double>(x))));
   }
   return worst;
 }

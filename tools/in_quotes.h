@@ -8,7 +8,7 @@
 
 // The text in double quotes for a terminal: control characters, quotes and backslashes as \xHH, at most 40
 // bytes, "..." for the rest.
-std::string quoted(std::string_view text);
+std::string in_quotes(std::string_view text);
 
 // The same without the quotes around and without a limit.
 std::string escaped(std::string_view text);

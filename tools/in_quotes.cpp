@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/quoted.h"
+#include "tools/in_quotes.h"
 
 namespace {
 
@@ -21,6 +21,6 @@ std::string escaped(std::string_view text) {
   return shown;
 }
 
-std::string quoted(std::string_view text) {
+std::string in_quotes(std::string_view text) {
   return '"' + escaped(text.substr(0, kLongestShown)) + (text.size() > kLongestShown ? "...\"" : "\"");
 }
