@@ -19,7 +19,7 @@ using Clock = std::chrono::steady_clock;
 // also where a combination takes milliseconds.
 constexpr uint64_t kFirstShare = 64;
 // A share grows at most by this factor from one range to the next.
-constexpr double kGrowth = 4.0;
+constexpr double kGrowth = 16.0;
 // Towards the end a range is this part of what falls to its worker, so that none works on alone for long; but
 // not a smaller part of the time that it should take, which would go into the beginnings of ranges.
 constexpr double kPartOfRest = 0.5;
@@ -40,6 +40,7 @@ class RangeStream : public CommandStream {
     for (size_t g = 0; g < workers_.size(); ++g) {
       workers_[g].wanted_seconds = pool.range_seconds(static_cast<int>(g));
       workers_[g].rate = static_cast<double>(kFirstShare) / workers_[g].wanted_seconds;
+      all_rates_ += workers_[g].rate;
       workers_[g].floors.resize(best_.size());
     }
   }
@@ -80,7 +81,9 @@ class RangeStream : public CommandStream {
       best_[static_cast<size_t>(candidate.fold)].offer(candidate.rank, candidate.value);
     }
     range.is_out = false;
+    all_rates_ -= range.rate;
     range.rate = static_cast<double>(range.batch.n_ranks) / seconds;
+    all_rates_ += range.rate;
     range.share = next_share(range, seconds);
     searched_ += range.batch.n_ranks;
     progress_.update(searched_);
@@ -133,12 +136,8 @@ class RangeStream : public CommandStream {
   }
 
   uint64_t size_of_next(const WorkerRange& range) const {
-    double all = 0.0;
-    for (const WorkerRange& other : workers_) {
-      all += other.rate;
-    }
     const uint64_t rest = n_combinations_ - handed_;
-    const double even = static_cast<double>(rest) * range.rate / all;
+    const double even = static_cast<double>(rest) * range.rate / all_rates_;
     const double smallest = kSmallestPart * range.rate * range.wanted_seconds;
     const double size = std::ceil(std::max(kPartOfRest * even, std::min(smallest, even)));
     return std::min({rest, range.share, std::max<uint64_t>(1, static_cast<uint64_t>(size))});
@@ -150,8 +149,9 @@ class RangeStream : public CommandStream {
   Progress& progress_;
   Checkpoint& checkpoint_;
   std::vector<WorkerRange> workers_;
-  uint64_t handed_ = 0;    // all ranks below are searched or handed out
-  uint64_t searched_ = 0;  // ranks
+  double all_rates_ = 0.0;  // the sum of theirs
+  uint64_t handed_ = 0;     // all ranks below are searched or handed out
+  uint64_t searched_ = 0;   // ranks
 };
 
 }  // namespace
