@@ -18,12 +18,15 @@ namespace tavo_test {
 // What the devices do and what they saw.
 struct FakeScript {
   std::string fail_in;                // "bind", "send_genotypes", "set_up", "evaluate_list" or "search_range"
-  int fail_device = 0;                // the device that fails there
-  int fail_call = 0;                  // at its call number, from 0
+  int fail_device = 0;                // the device that fails there, or kWhichever
+  int fail_call = 0;                  // at this call, from 0, of that device or of all
   bool throws = false;                // by an exception
   std::chrono::milliseconds late{0};  // device 0 takes this much longer for a batch
   float value = 0.5f;                 // every record entry and every search value
 
+  static constexpr int kWhichever = -1;
+
+  std::atomic<int> calls{0};  // so far of those that may fail
   std::mutex lock;
   std::vector<std::string> seen;  // "set_up 0", "evaluate_list 1 5", ... in the order of arrival
   std::vector<std::pair<uint64_t, uint64_t>> ranges;
@@ -92,7 +95,9 @@ class FakeDevice : public Device {
 
   Status step(const std::string& name, const std::string& detail = "") {
     script_.note(name + " " + std::to_string(ordinal_) + (detail.empty() ? "" : " " + detail));
-    if (name == script_.fail_in && ordinal_ == script_.fail_device && calls_++ == script_.fail_call) {
+    const bool may_fail = name == script_.fail_in &&
+                          (script_.fail_device == ordinal_ || script_.fail_device == FakeScript::kWhichever);
+    if (may_fail && script_.calls++ == script_.fail_call) {
       if (script_.throws) {
         throw std::bad_alloc();
       }
@@ -103,7 +108,6 @@ class FakeDevice : public Device {
 
   FakeScript& script_;
   const int ordinal_;
-  int calls_ = 0;
   size_t n_folds_ = 0;
 };
 

@@ -251,6 +251,7 @@ TEST_F(Workers, ASearchPrintsNoMarks) {
 
 TEST_F(Workers, AFailingRangeEndsTheSearch) {
   script_.fail_in = "search_range";
+  script_.fail_device = tavo_test::FakeScript::kWhichever;
   script_.fail_call = 2;
   start(2);
   const std::vector<FoldView> folds(1);
@@ -269,7 +270,7 @@ TEST_F(Workers, AFailedSearchGoesOnWithTheFirstRankThatItsCheckpointLacks) {
   std::vector<std::vector<RankedValue>> lists;
   {
     script_.fail_in = "search_range";
-    script_.fail_device = 1;
+    script_.fail_device = tavo_test::FakeScript::kWhichever;
     script_.fail_call = 3;
     start(2);
     Checkpoint checkpoint;
