@@ -15,7 +15,7 @@
 
 namespace {
 
-Backend* choose(const std::string& choice, Status* status) {
+Backend* choose_for_rank(const std::string& choice, Status* status) {
   Backend* backend = choose_backend(choice);
   if (backend == nullptr) {
     *status = Status::failure("there is no device for --device " + choice);
@@ -87,7 +87,7 @@ int run_as_servant(Link& link) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     std::signal(signal, SIG_IGN);
   }
-  const Status status = serve(link, {choose, read_words});
+  const Status status = serve(link, {choose_for_rank, read_words});
   if (!status.ok()) {
     notice("%s: %s", link.name(link.rank()).c_str(), status.message().c_str());
     link.abort(1);
