@@ -4,16 +4,16 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <random>
 #include <thread>
 
+#include "cluster/environment.h"
+
 namespace {
 
 int longest_delay() {
-  const char* text = std::getenv("TAVO_RANK_DELAYS");
-  return text != nullptr ? static_cast<int>(std::strtol(text, nullptr, 10)) : 0;
+  return static_cast<int>(environment_number("TAVO_RANK_DELAYS", 0.0, 10000.0).value_or(0.0));
 }
 
 }  // namespace

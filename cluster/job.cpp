@@ -6,14 +6,16 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "cluster/environment.h"
 #include "cluster/remote_device.h"
 
 namespace {
 
+// Seconds.
+constexpr const char* kSilenceVariable = "TAVO_RANK_SILENCE";
 constexpr double kSilenceLimit = 60.0;
-
-// Open MPI, MPICH and its kin, and Slurm with PMIx tell a process so that it is one of several.
-constexpr const char* kLauncherVariables[] = {"OMPI_COMM_WORLD_SIZE", "PMI_SIZE", "PMIX_RANK"};
+constexpr double kShortestLimit = 0.1;
+constexpr double kLongestLimit = 1e6;
 
 constexpr const char* kModule = "tavo-mpi.so";
 
@@ -27,16 +29,7 @@ std::filesystem::path module_path() {
 
 }  // namespace
 
-bool is_launched() {
-  for (const char* variable : kLauncherVariables) {
-    if (std::getenv(variable) != nullptr) {
-      return true;
-    }
-  }
-  return false;
-}
-
-std::unique_ptr<Link> join_job(Status* status) {
+std::unique_ptr<Link> join_job(int size, Status* status) {
   const std::filesystem::path path = module_path();
   std::error_code unknown;
   if (!std::filesystem::exists(path, unknown)) {
@@ -59,15 +52,28 @@ std::unique_ptr<Link> join_job(Status* status) {
   }
   if (transport->size() == 1) {
     transport->finish();
+    if (size > 1) {
+      *status = Status::failure("the launcher has started " + std::to_string(size) +
+                                " processes, but MPI knows of one: they are of different MPI libraries");
+    }
     return nullptr;
   }
   return std::make_unique<Link>(std::move(transport));
 }
 
-double silence_limit() {
-  const char* text = std::getenv("TAVO_RANK_SILENCE");
-  const double seconds = text != nullptr ? std::strtod(text, nullptr) : 0.0;
-  return seconds > 0.0 ? seconds : kSilenceLimit;
+Status silence_limit(double* seconds) {
+  *seconds = kSilenceLimit;
+  const char* text = std::getenv(kSilenceVariable);
+  if (text == nullptr) {
+    return {};
+  }
+  const std::optional<double> wanted = environment_number(kSilenceVariable, kShortestLimit, kLongestLimit);
+  if (!wanted) {
+    return Status::failure(std::string(kSilenceVariable) + " is " + text +
+                           ", expected seconds from 0.1 to 1000000");
+  }
+  *seconds = *wanted;
+  return {};
 }
 
 Status configure_ranks(Link& link, const RankConfig& config, std::vector<std::string>* descriptions) {

@@ -12,16 +12,13 @@
 #include "cluster/messages.h"
 #include "util/status.h"
 
-// Whether a launcher's environment is there.
-bool is_launched();
-
-// Joins the launcher's job. Null with an ok *status for a job of one process; null with a failure when MPI
-// cannot be used.
-std::unique_ptr<Link> join_job(Status* status);
+// Joins the launcher's job of `size` processes, 0 when it is not known how many. Null with an ok *status for
+// a job of one; null with a failure when MPI cannot be used or knows of others.
+std::unique_ptr<Link> join_job(int size, Status* status);
 
 // Seconds of silence after which a rank that is at work counts as lost: TAVO_RANK_SILENCE of the environment,
-// or a minute.
-double silence_limit();
+// 0.1 to 1e6, or a minute. Fails where that variable holds something else.
+Status silence_limit(double* seconds);
 
 // Rank 0: tells all ranks what to use and waits until they can. *descriptions: what runs on each, from
 // rank 1.

@@ -61,6 +61,7 @@ Bytes failed_answer(const Status& status) {
 
 Bytes message_of(const RankConfig& config) {
   ByteWriter writer = message_of(MessageKind::kConfigure);
+  writer.put_text(config.identity);
   writer.put_text(config.device);
   writer.put(config.workers);
   writer.put(config.silence_limit);
@@ -69,6 +70,7 @@ Bytes message_of(const RankConfig& config) {
 
 RankConfig read_config(ByteReader& reader) {
   RankConfig config;
+  config.identity = reader.get_text();
   config.device = reader.get_text();
   config.workers = reader.get<int32_t>();
   config.silence_limit = reader.get<double>();

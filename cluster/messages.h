@@ -28,6 +28,7 @@ enum class MessageKind : uint32_t {
 
 // What a rank is told before all else.
 struct RankConfig {
+  std::string identity;        // of program and arguments: the same on all ranks
   std::string device;          // as --device
   int32_t workers = -1;        // as --gpu
   double silence_limit = 0.0;  // seconds after which a rank that is at work counts as lost

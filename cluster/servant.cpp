@@ -168,6 +168,9 @@ class Servant {
     if (!reader.at_end()) {
       return garbled();
     }
+    if (config.identity != hooks_.identity) {
+      return Status::failure("was started with other arguments than rank 0, or is another build");
+    }
     signs_.set_limit(config.silence_limit);
     Status status;
     backend_ = hooks_.choose(config.device, &status);

@@ -19,6 +19,8 @@ struct ServantHooks {
   std::function<Backend*(const std::string& choice, Status* status)> choose;
   // Reads the packed genotypes of a shared file.
   std::function<Status(const SharedInput& input, std::vector<uint32_t>* words)> read_words;
+  // Of this rank's program and arguments; see RankConfig.
+  std::string identity = {};
 };
 
 // Returns when rank 0 ends the job, or with a failure when it cannot be heard any more.

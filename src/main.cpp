@@ -6,6 +6,7 @@
 #include <new>
 
 #include "cluster/job.h"
+#include "cluster/launcher.h"
 #include "device/backends.h"
 #include "device/worker.h"
 #include "src/TFmMDR.h"
@@ -81,7 +82,7 @@ int run(int argc, char** argv, Link* link) {
 
   std::unique_ptr<ClusterBackend> cluster;
   if (link != nullptr) {
-    cluster = gather_ranks(*link, *backend, arguments);
+    cluster = gather_ranks(*link, *backend, arguments, rank_identity(argc, argv));
     if (cluster == nullptr) {
       return kDeviceFailure;
     }
@@ -136,19 +137,21 @@ int run_guarded(int argc, char** argv, Link* link) {
   return 1;
 }
 
-// One rank of a job that an MPI launcher has started, which may be the only one.
-int run_launched(int argc, char** argv) {
+// One rank of a job that an MPI launcher has started.
+int run_launched(const LaunchedAs& launched, int argc, char** argv) {
   Status status;
-  const std::unique_ptr<Link> link = join_job(&status);
+  const std::unique_ptr<Link> link = join_job(launched.size, &status);
   if (!status.ok()) {
-    notice("%s", status.message().c_str());
+    if (launched.rank == 0) {
+      notice("%s", status.message().c_str());
+    }
     return 1;
   }
   if (link == nullptr) {
     return run_guarded(argc, argv, nullptr);
   }
   if (link->rank() != 0) {
-    return run_as_servant(*link);
+    return run_as_servant(*link, rank_identity(argc, argv));
   }
   const int exit_status = run_guarded(argc, argv, link.get());
   std::fflush(stdout);
@@ -159,5 +162,8 @@ int run_launched(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  return is_launched() ? run_launched(argc, argv) : run_guarded(argc, argv, nullptr);
+  // A launcher of one process needs no MPI, and scripts under it may start several programs one after the
+  // other.
+  const LaunchedAs launched = launched_as();
+  return launched.size == 1 ? run_guarded(argc, argv, nullptr) : run_launched(launched, argc, argv);
 }

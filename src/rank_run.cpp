@@ -3,6 +3,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <fstream>
 #include <set>
 
 #include "cluster/job.h"
@@ -12,6 +13,7 @@
 #include "src/FileIO.h"
 #include "src/notice.h"
 #include "src/run_config.h"
+#include "util/checksum.h"
 
 namespace {
 
@@ -78,7 +80,23 @@ void tell_ranks(const Link& link, const std::vector<std::string>& descriptions) 
 
 }  // namespace
 
-int run_as_servant(Link& link) {
+std::string rank_identity(int argc, char** argv) {
+  std::ifstream program("/proc/self/exe", std::ios::binary);
+  std::vector<char> bytes(1 << 16);
+  uint32_t sum = 0;
+  do {
+    program.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    sum = checksum(bytes.data(), static_cast<size_t>(program.gcount()), sum);
+  } while (program);
+  std::string identity = std::to_string(sum);
+  for (int i = 1; i < argc; ++i) {
+    identity += '\n';
+    identity += argv[i];
+  }
+  return identity;
+}
+
+int run_as_servant(Link& link, const std::string& identity) {
   // What the reader and others say there is rank 0's to say.
   if (std::freopen("/dev/null", "w", stdout) == nullptr) {
     notice("%s: /dev/null cannot be opened", link.name(link.rank()).c_str());
@@ -87,7 +105,7 @@ int run_as_servant(Link& link) {
   for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     std::signal(signal, SIG_IGN);
   }
-  const Status status = serve(link, {choose_for_rank, read_words});
+  const Status status = serve(link, {choose_for_rank, read_words, identity});
   if (!status.ok()) {
     notice("%s: %s", link.name(link.rank()).c_str(), status.message().c_str());
     link.abort(1);
@@ -97,14 +115,19 @@ int run_as_servant(Link& link) {
   return 0;
 }
 
-std::unique_ptr<ClusterBackend> gather_ranks(Link& link, Backend& local, const RunArguments& arguments) {
+std::unique_ptr<ClusterBackend> gather_ranks(Link& link, Backend& local, const RunArguments& arguments,
+                                             const std::string& identity) {
   link.tell_failure([](const std::string& failure) { notice("%s", failure.c_str()); });
   RankConfig config;
+  config.identity = identity;
   config.device = arguments.device;
   config.workers = gpu;
-  config.silence_limit = silence_limit();
+  Status status = silence_limit(&config.silence_limit);
   std::vector<std::string> descriptions;
-  if (const Status status = configure_ranks(link, config, &descriptions); !status.ok()) {
+  if (status.ok()) {
+    status = configure_ranks(link, config, &descriptions);
+  }
+  if (!status.ok()) {
     notice("%s", status.message().c_str());
     return nullptr;
   }

@@ -122,6 +122,37 @@ TEST(JobsOfRefusedOptions, EndWithOneMessage) {
   EXPECT_EQ(job.out.find("Invalid value", first + 1), std::string::npos);
 }
 
+// As a wrong launcher leaves it: processes that MPI knows nothing of.
+TEST(LaunchersOfAnotherMpi, AreRefusedOnceForAllProcesses) {
+  const CliFolder folder(balanced_data(20, 5));
+  for (const char* rank : {"0", "1"}) {
+    const RunResult process = folder.run(mdr_words(), {{"PMI_RANK", rank}, {"PMI_SIZE", "2"}});
+    EXPECT_EQ(process.status, 1);
+    EXPECT_EQ(notices_with(process, {"the launcher has started 2 processes, but MPI knows of one"}),
+              *rank == '0' ? 1 : 0)
+        << process.err;
+    EXPECT_FALSE(folder.exists("r.csv"));
+  }
+  EXPECT_EQ(folder.run(mdr_words(), {{"PMI_RANK", "0"}, {"PMI_SIZE", "1"}}).status, 0);
+}
+
+TEST(RanksWithOtherArguments, EndTheJob) {
+  const CliFolder folder(balanced_data(20, 5));
+  std::string command = "exec " + tavo_program().string();
+  for (const std::string& word : mdr_words()) {
+    command += " " + word;
+  }
+  const RunResult job =
+      run_program(TAVO_MPIRUN, {"-n", "2", "sh", "-c", command + " --top $((5 + OMPI_COMM_WORLD_RANK))"},
+                  folder.path(""), kAnywhere);
+  EXPECT_EQ(job.status, 255);
+  EXPECT_EQ(
+      notices_with(job, {"rank 1 (", "): was started with other arguments than rank 0, or is another build"}),
+      1)
+      << job.err;
+  EXPECT_FALSE(folder.exists("r.csv"));
+}
+
 // The process that is this rank of a job in the folder; 0 when there is none yet.
 pid_t process_of(int rank, const fs::path& folder) {
   const std::string wanted = "OMPI_COMM_WORLD_RANK=" + std::to_string(rank);
