@@ -5,8 +5,10 @@
 // all processor time of this process is rank 0's; MPI's own part is hand_out.cpp's to measure.
 //
 //   service RANKS SECONDS [COMBINATIONS_PER_SECOND]
+//   service checkpoint PATH
 //
-// SECONDS: how long the search would take if handing out took no time.
+// SECONDS: how long the search would take if handing out took no time. The second form: the time of writing the
+// checkpoint of such a search.
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -14,6 +16,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <queue>
 #include <thread>
@@ -24,6 +27,7 @@
 #include "device/worker.h"
 #include "device/worker_pool.h"
 #include "src/cv_search.h"
+#include "src/search_state.h"
 
 namespace {
 
@@ -203,14 +207,45 @@ Status run(int ranks, double seconds, double per_second, std::FILE* out) {
   return status;
 }
 
+Status time_checkpoint(const std::string& path) {
+  constexpr size_t kTimes = 101;
+  Checkpoint checkpoint;
+  if (Status status = checkpoint.open(path, {{"bench", "service"}}); !status.ok()) {
+    return status;
+  }
+  const std::vector<RankedValue> list(kListSize, RankedValue{uint64_t{1} << 36, 0.6180339f});
+  const SearchState state{uint64_t{1} << 37, uint64_t{1} << 37,
+                          std::vector<std::vector<RankedValue>>(kFolds, list)};
+  std::vector<double> seconds;
+  const double before = processor_seconds();
+  for (size_t i = 0; i < kTimes; ++i) {
+    const Clock::time_point begin = Clock::now();
+    checkpoint.keep(order_section(2), lines_of(state));
+    seconds.push_back(std::chrono::duration<double>(Clock::now() - begin).count());
+  }
+  const double used = processor_seconds() - before;
+  checkpoint.remove();
+  std::sort(seconds.begin(), seconds.end());
+  std::printf("a checkpoint: %.2f ms (median; the longest %.2f), %.2f ms of processor\n",
+              1e3 * seconds[kTimes / 2], 1e3 * seconds.back(), 1e3 * used / kTimes);
+  return {};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3 && std::strcmp(argv[1], "checkpoint") == 0) {
+    const Status status = time_checkpoint(argv[2]);
+    if (!status.ok()) {
+      std::fprintf(stderr, "service: %s\n", status.message().c_str());
+    }
+    return status.ok() ? 0 : 1;
+  }
   const int ranks = argc > 1 ? std::atoi(argv[1]) : 0;
   const double seconds = argc > 2 ? std::atof(argv[2]) : 0.0;
   const double per_second = argc > 3 ? std::atof(argv[3]) : 1e9;
   if (ranks < 2 || !(seconds > 0.0) || !(per_second > 0.0)) {
-    std::fputs("service: RANKS (from 2 on) SECONDS [COMBINATIONS_PER_SECOND]\n", stderr);
+    std::fputs("service: RANKS (from 2 on) SECONDS [COMBINATIONS_PER_SECOND], or checkpoint PATH\n", stderr);
     return 1;
   }
   // The workers' own lines are not wanted.
