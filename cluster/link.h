@@ -100,7 +100,7 @@ class Link {
   const size_t largest_part_;
 
   mutable std::mutex lock_;
-  std::condition_variable to_do_;          // for the thread
+  std::condition_variable to_do_;           // for the thread
   std::condition_variable broadcast_done_;  // for who waits for it
   std::deque<Outgoing> outgoing_;
   std::vector<Sender> senders_;  // [rank]

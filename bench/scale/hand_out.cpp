@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // Two ways to hand out ranges, by MPI: rank 0 answers requests, or every rank moves a counter in rank 0's
-// memory by one-sided access. And what bytes cost on their way from rank 0 to all. Run by mpirun; rank 0 prints
-// medians of rounds in turn.
+// memory by one-sided access. And what bytes cost on their way from rank 0 to all. Run by mpirun; rank 0
+// prints medians of rounds in turn.
 #include <mpi.h>
 #include <sys/resource.h>
 
@@ -77,8 +77,9 @@ void by_counter(int rank, MPI_Win window) {
 }
 
 Times median(std::vector<Times> times) {
-  const auto by = [&](double Times::* field) {
-    std::sort(times.begin(), times.end(), [field](const Times& a, const Times& b) { return a.*field < b.*field; });
+  const auto by = [&](double Times::*field) {
+    std::sort(times.begin(), times.end(),
+              [field](const Times& a, const Times& b) { return a.*field < b.*field; });
     return times[times.size() / 2].*field;
   };
   return {by(&Times::wall), by(&Times::processor)};
@@ -100,8 +101,8 @@ void measure(int rank, int size) {
   for (int round = 0; round < kRounds; ++round) {
     request.push_back(time_of([&] { on_request(rank, size); }));
     one_sided.push_back(time_of([&] { by_counter(rank, window); }));
-    broadcast.push_back(
-        time_of([&] { MPI_Bcast(bytes.data(), static_cast<int>(bytes.size()), MPI_BYTE, 0, MPI_COMM_WORLD); }));
+    broadcast.push_back(time_of(
+        [&] { MPI_Bcast(bytes.data(), static_cast<int>(bytes.size()), MPI_BYTE, 0, MPI_COMM_WORLD); }));
   }
   MPI_Win_unlock_all(window);
   const bool is_right = rank != 0 || *counter == int64_t{kRounds} * kPerRank * (size - 1);
@@ -110,12 +111,14 @@ void measure(int rank, int size) {
     return;
   }
   const double n = static_cast<double>(kPerRank) * (size - 1);
-  std::printf("%d ranks, medians of %d rounds; rank 0 waits busily, so its processor time is an upper bound\n", size,
-              kRounds);
-  std::printf("on request: %.2f us a hand-out, %.2f us of rank 0's processor\n", 1e6 * median(request).wall / n,
-              1e6 * median(request).processor / n);
-  std::printf("counter:    %.2f us a hand-out, %.2f us of rank 0's processor%s\n", 1e6 * median(one_sided).wall / n,
-              1e6 * median(one_sided).processor / n, is_right ? "" : "; the counter is WRONG");
+  std::printf(
+      "%d ranks, medians of %d rounds; rank 0 waits busily, so its processor time is an upper bound\n", size,
+      kRounds);
+  std::printf("on request: %.2f us a hand-out, %.2f us of rank 0's processor\n",
+              1e6 * median(request).wall / n, 1e6 * median(request).processor / n);
+  std::printf("counter:    %.2f us a hand-out, %.2f us of rank 0's processor%s\n",
+              1e6 * median(one_sided).wall / n, 1e6 * median(one_sided).processor / n,
+              is_right ? "" : "; the counter is WRONG");
   std::printf("broadcast:  %.2f GB/s\n", 1e-9 * static_cast<double>(kBroadcast) / median(broadcast).wall);
 }
 

@@ -7,8 +7,8 @@
 //   service RANKS SECONDS [COMBINATIONS_PER_SECOND]
 //   service checkpoint PATH
 //
-// SECONDS: how long the search would take if handing out took no time. The second form: the time of writing the
-// checkpoint of such a search.
+// SECONDS: how long the search would take if handing out took no time. The second form: the time of writing
+// the checkpoint of such a search.
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -202,8 +202,9 @@ Status run(int ranks, double seconds, double per_second, std::FILE* out) {
   const double took = std::chrono::duration<double>(Clock::now() - begin).count();
   const double used = processor_seconds() - before;
   const auto answers = static_cast<double>(others.answered_ranges());
-  std::fprintf(out, "%d ranks: %.2f s, efficiency %.1f%%, %.0f answers, %.1f us of processor each, %.1f%% of a core\n",
-               ranks, took, 100.0 * seconds / took, answers, 1e6 * used / answers, 100.0 * used / took);
+  std::fprintf(
+      out, "%d ranks: %.2f s, efficiency %.1f%%, %.0f answers, %.1f us of processor each, %.1f%% of a core\n",
+      ranks, took, 100.0 * seconds / took, answers, 1e6 * used / answers, 100.0 * used / took);
   return status;
 }
 
