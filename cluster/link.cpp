@@ -12,9 +12,6 @@ namespace {
 constexpr std::chrono::microseconds kShortestPause{20};
 constexpr std::chrono::microseconds kLongestPause{1000};
 
-// How often someone who waits looks whether to give up.
-constexpr std::chrono::milliseconds kLookUp{50};
-
 // How often the thread looks whether the processes of this host are there.
 constexpr std::chrono::milliseconds kWatch{10};
 
@@ -74,7 +71,12 @@ Status Link::receive(int from, double silence_limit, Bytes* message) {
       return give_up(name(from) + " has given no sign of life for " +
                      std::to_string(static_cast<int>(silence.count())) + " seconds");
     }
-    arrived_.wait_for(guard, kLookUp);
+    if (silence_limit > 0.0) {
+      const std::chrono::duration<double> limit(silence_limit);
+      sender.changed.wait_until(guard, sender.heard + std::chrono::ceil<Clock::duration>(limit));
+    } else {
+      sender.changed.wait(guard);
+    }
   }
   *message = std::move(sender.messages.front());
   sender.messages.pop_front();
@@ -92,7 +94,7 @@ Status Link::broadcast(void* bytes, size_t size) {
   broadcast_size_ = size;
   broadcast_wanted_ = true;
   to_do_.notify_one();
-  arrived_.wait(guard, [this] { return !broadcast_wanted_ || failed_; });
+  broadcast_done_.wait(guard, [this] { return !broadcast_wanted_ || failed_; });
   return failed_ ? Status::failure(failure_) : Status();
 }
 
@@ -105,6 +107,7 @@ void Link::abort(int status) {
   {
     const std::lock_guard guard(lock_);
     failed_ = true;
+    wake_all();
   }
   stop_thread();
   transport_->abort(status);
@@ -152,6 +155,7 @@ bool Link::work() {
   const bool left = check_sent();
   const bool came = take_arrived();
   look_for_ends();
+  look_for_stop();
   return do_broadcast() || sent || left || came;
 }
 
@@ -242,7 +246,7 @@ void Link::accept(int from, Bytes part) {
   if (sender.missing == 0) {
     sender.messages.push_back(std::move(sender.begun));
     sender.begun = Bytes();
-    arrived_.notify_all();
+    sender.changed.notify_all();
   }
 }
 
@@ -262,7 +266,7 @@ bool Link::do_broadcast() {
   }
   const std::lock_guard guard(lock_);
   broadcast_wanted_ = false;
-  arrived_.notify_all();
+  broadcast_done_.notify_all();
   return true;
 }
 
@@ -286,6 +290,21 @@ void Link::look_for_ends() {
   }
 }
 
+void Link::look_for_stop() {
+  if (stop_signal() != 0 && !stop_told_) {
+    stop_told_ = true;
+    const std::lock_guard guard(lock_);
+    wake_all();
+  }
+}
+
+void Link::wake_all() {
+  for (Sender& sender : senders_) {
+    sender.changed.notify_all();
+  }
+  broadcast_done_.notify_all();
+}
+
 void Link::fail(const std::string& failure) {
   {
     const std::lock_guard guard(lock_);
@@ -294,7 +313,7 @@ void Link::fail(const std::string& failure) {
     }
     failed_ = true;
     failure_ = failure;
-    arrived_.notify_all();
+    wake_all();
   }
   if (tell_) {
     tell_(failure);

@@ -76,6 +76,8 @@ class Link {
     Bytes begun;                 // a message of which parts are to come
     size_t missing = 0;          // bytes of it
     Clock::time_point heard;
+    // For who waits for it: with one for all, each message would wake a thread for every rank.
+    std::condition_variable changed;
   };
 
   void run();
@@ -88,6 +90,9 @@ class Link {
   void accept(int from, Bytes part);
   bool do_broadcast();
   void look_for_ends();
+  void look_for_stop();
+  // Everyone looks again what there is; with the lock held.
+  void wake_all();
   void fail(const std::string& failure);
   void stop_thread();
 
@@ -95,8 +100,8 @@ class Link {
   const size_t largest_part_;
 
   mutable std::mutex lock_;
-  std::condition_variable to_do_;    // for the thread
-  std::condition_variable arrived_;  // for those who wait
+  std::condition_variable to_do_;           // for the thread
+  std::condition_variable broadcast_done_;  // for who waits for it
   std::deque<Outgoing> outgoing_;
   std::vector<Sender> senders_;  // [rank]
   void* broadcast_bytes_ = nullptr;
@@ -110,6 +115,7 @@ class Link {
 
   // Of the thread alone.
   std::vector<Sending> sending_;
+  bool stop_told_ = false;
   std::vector<int> watched_;  // ranks whose end is looked for
   Clock::time_point watched_at_;
   std::thread thread_;

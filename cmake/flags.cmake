@@ -58,10 +58,14 @@ if(TAVO_FORTIFY_3)
 endif()
 if(NOT TAVO_SANITIZE)
   set(hardened "$<AND:$<CONFIG:Release>,$<COMPILE_LANGUAGE:CXX>>")
+  # A module is at random addresses anyway, and wants -fPIC.
+  set(no_module "$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>>")
   target_compile_options(
     tavo_flags
-    INTERFACE "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${TAVO_FORTIFY_LEVEL};-fstack-protector-strong;-fPIE>")
-  target_link_options(tavo_flags INTERFACE "$<$<CONFIG:Release>:-pie;-Wl,-z,relro;-Wl,-z,now>")
+    INTERFACE "$<${hardened}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${TAVO_FORTIFY_LEVEL};-fstack-protector-strong>"
+              "$<$<AND:${hardened},${no_module}>:-fPIE>")
+  target_link_options(tavo_flags INTERFACE "$<$<CONFIG:Release>:-Wl,-z,relro;-Wl,-z,now>"
+                      "$<$<AND:$<CONFIG:Release>,${no_module}>:-pie>")
 endif()
 
 find_package(Threads REQUIRED)

@@ -126,11 +126,13 @@ Status WorkerPool::dispatch(const std::vector<RegressionBatchCommand>& commands)
 }
 
 void WorkerPool::give(CommandStream& commands) {
+  bool any = false;
   for (int g = 0; g < n_started_; ++g) {
     uint8_t& busy = busy_[static_cast<size_t>(g)];
     const WorkerCommand* command = busy == 0 ? commands.next(g) : nullptr;
     if (command != nullptr) {
       busy = 1;
+      any = true;
       if (command->code == kCommandRegressionBatch) {
         g_pThrResult[g] = static_cast<const RegressionBatchCommand*>(command)->results;
       }
@@ -138,8 +140,11 @@ void WorkerPool::give(CommandStream& commands) {
       counted_[static_cast<size_t>(g)] = 0;
       ++getCnt;
       g_pThrData[g] = command;
-      pthread_cond_broadcast(&g_command_posted);
     }
+  }
+  // Once for all: each wakes every worker that has nothing to do.
+  if (any) {
+    pthread_cond_broadcast(&g_command_posted);
   }
 }
 

@@ -44,8 +44,8 @@ if grep -rnE --include='*.cpp' --include='*.h' '^#include <(cuda|cu[a-z]+)(_[a-z
   echo "CUDA headers may stand in cuda/ only" >&2
   bad=1
 fi
-if git grep -nE '^#include <mpi\.h>' -- ':!cluster/mpi_transport.cpp'; then
-  echo "MPI's header may stand in cluster/mpi_transport.cpp only" >&2
+if git grep -nE '^#include <mpi\.h>' -- ':!cluster/mpi_transport.cpp' ':!bench/scale/hand_out.cpp'; then
+  echo "MPI's header may stand in cluster/mpi_transport.cpp, and in its bench, only" >&2
   bad=1
 fi
 
