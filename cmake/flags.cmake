@@ -27,8 +27,8 @@ target_compile_options(tavo_flags INTERFACE "$<$<COMPILE_LANGUAGE:CXX>:${TAVO_CX
 if(TAVO_SANITIZE)
   target_compile_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE} -fno-sanitize-recover=all
                                               -fno-omit-frame-pointer
-                                              # g++ 12 warns of its own <regex> in instrumented code.
-                                              -Wno-maybe-uninitialized)
+                                              # g++ 12 warns of its own <regex> and <vector> in instrumented code.
+                                              -Wno-maybe-uninitialized -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
   target_link_options(tavo_flags INTERFACE -fsanitize=${TAVO_SANITIZE})
 endif()
 if(TAVO_FUZZ)
