@@ -1,23 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cluster/device_team.h"
 
-#include <exception>
-#include <new>
-
-namespace {
-
-template <typename Step>
-Status without_exceptions(Step step) {
-  try {
-    return step();
-  } catch (const std::bad_alloc&) {
-    return Status::failure("out of memory");
-  } catch (const std::exception& error) {
-    return Status::failure(error.what());
-  }
-}
-
-}  // namespace
+#include "cluster/without_exceptions.h"
 
 DeviceTeam::DeviceTeam(Backend& backend, const std::vector<int>& ordinals)
     : devices_(ordinals.size()), outcomes_(ordinals.size()) {

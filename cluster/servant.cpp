@@ -4,9 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <exception>
 #include <mutex>
-#include <new>
 #include <numeric>
 #include <optional>
 #include <thread>
@@ -14,6 +12,7 @@
 #include "cluster/cluster_backend.h"
 #include "cluster/delays.h"
 #include "cluster/device_team.h"
+#include "cluster/without_exceptions.h"
 #include "device/candidate_list.h"
 #include "lib/cv_measures.h"
 #include "util/checksum.h"
@@ -112,7 +111,7 @@ class Servant {
       random_delay();
       signs_.set_working(true);
       ByteWriter reply = answer();
-      const Status status = attempt([&] { return obey(kind, reader, reply); });
+      const Status status = without_exceptions([&] { return obey(kind, reader, reply); });
       signs_.set_working(false);
       random_delay();
       link_.send(0, status.ok() ? reply.take() : failed_answer(status));
@@ -120,17 +119,6 @@ class Servant {
   }
 
  private:
-  template <typename Step>
-  static Status attempt(Step step) {
-    try {
-      return step();
-    } catch (const std::bad_alloc&) {
-      return Status::failure("out of memory");
-    } catch (const std::exception& error) {
-      return Status::failure(error.what());
-    }
-  }
-
   Status obey(MessageKind kind, ByteReader& reader, ByteWriter& reply) {
     if (kind == MessageKind::kConfigure) {
       return configure(reader, reply);
