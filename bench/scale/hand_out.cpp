@@ -4,13 +4,14 @@
 // memory by one-sided access. And what bytes cost on their way from rank 0 to all. Run by mpirun; rank 0
 // prints medians of rounds in turn.
 #include <mpi.h>
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <vector>
+
+#include "bench/scale/processor_time.h"
 
 namespace {
 
@@ -25,15 +26,6 @@ struct Times {
   double wall = 0.0;       // seconds
   double processor = 0.0;  // of rank 0, seconds
 };
-
-double processor_seconds() {
-  rusage used{};
-  getrusage(RUSAGE_SELF, &used);
-  const auto seconds = [](const timeval& t) {
-    return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
-  };
-  return seconds(used.ru_utime) + seconds(used.ru_stime);
-}
 
 template <typename Step>
 Times time_of(Step step) {

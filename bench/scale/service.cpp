@@ -9,7 +9,6 @@
 //
 // SECONDS: how long the search would take if handing out took no time. The second form: the time of writing
 // the checkpoint of such a search.
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -21,6 +20,7 @@
 #include <queue>
 #include <thread>
 
+#include "bench/scale/processor_time.h"
 #include "cluster/cluster_backend.h"
 #include "cluster/link.h"
 #include "cluster/messages.h"
@@ -171,15 +171,6 @@ class SleepingBackend : public Backend {
  private:
   const double per_second_;
 };
-
-double processor_seconds() {
-  rusage used{};
-  getrusage(RUSAGE_SELF, &used);
-  const auto seconds = [](const timeval& t) {
-    return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
-  };
-  return seconds(used.ru_utime) + seconds(used.ru_stime);
-}
 
 Status run(int ranks, double seconds, double per_second, std::FILE* out) {
   auto transport = std::make_unique<AnsweringTransport>(ranks, per_second);
