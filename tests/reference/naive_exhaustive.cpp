@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numeric>
 
 #include "tests/reference/naive_random.h"
@@ -9,7 +10,14 @@
 namespace naive {
 
 namespace {
+
 Random run_random;
+
+// NaN, of combinations without a sample, is below every number.
+bool is_below(double a, double b) {
+  return std::isnan(a) ? !std::isnan(b) : a < b;
+}
+
 }  // namespace
 
 Random& process_random() {
@@ -45,7 +53,7 @@ std::vector<int> shell_order(const std::vector<double>& values) {
 }
 
 double quantile(std::vector<double> values, double level) {
-  std::sort(values.begin(), values.end());
+  std::sort(values.begin(), values.end(), is_below);
   const double h = level * static_cast<double>(values.size() - 1);
   const double f = h - std::floor(h);
   return (1.0 - f) * values[static_cast<size_t>(std::floor(h))] +
@@ -54,7 +62,11 @@ double quantile(std::vector<double> values, double level) {
 
 double p_value(const std::vector<double>& null, double x) {
   // A value that is not above the smallest null value is left at 0.
-  if (!(x > *std::min_element(null.begin(), null.end()))) {
+  double smallest = std::numeric_limits<double>::quiet_NaN();
+  for (const double y : null) {
+    smallest = std::fmin(smallest, y);
+  }
+  if (!(x > smallest)) {
     return 0.0;
   }
   const auto count = std::count_if(null.begin(), null.end(), [x](double y) { return y >= x; });
