@@ -47,9 +47,19 @@ Status ClusterBackend::prepare(const Problem& problem) {
   for (int rank = 1; rank < link_.size(); ++rank) {
     link_.send(rank, message);
   }
+  // All take part in a broadcast, or none: it begins when every rank has room for the genotypes.
+  for (int rank = 1; rank < link_.size(); ++rank) {
+    if (Status status = receive_outcome(link_, rank, silence_limit_); !status.ok()) {
+      return status;
+    }
+  }
+  for (int rank = 1; rank < link_.size(); ++rank) {
+    link_.send(rank, message_of(MessageKind::kGenotypes).take());
+  }
   if (!input_.path.empty()) {
     return {};
   }
   // Nobody but rank 0 writes there.
-  return link_.broadcast(const_cast<uint32_t*>(problem.words), word_count(problem) * sizeof(uint32_t));
+  return link_.broadcast(const_cast<uint32_t*>(problem.words), word_count(problem) * sizeof(uint32_t),
+                         silence_limit_);
 }

@@ -8,6 +8,7 @@
 
 #include "cluster/environment.h"
 #include "cluster/remote_device.h"
+#include "util/stop_signal.h"
 
 namespace {
 
@@ -89,13 +90,28 @@ Status configure_ranks(Link& link, const RankConfig& config, std::vector<std::st
   return failure;
 }
 
-void end_job(Link& link, int status) {
+Status dismiss_ranks(Link& link) {
   if (link.is_abandoned()) {
-    link.abort(status);
-    return;
+    return {};
   }
   for (int rank = 1; rank < link.size(); ++rank) {
     link.send(rank, message_of(MessageKind::kEnd).take());
   }
-  link.finish();
+  double limit = kSilenceLimit;
+  // What is wrong with it has been said.
+  (void)silence_limit(&limit).ok();
+  Status status;
+  // Who has been asked to stop does not wait.
+  for (int rank = 1; rank < link.size() && status.ok() && stop_signal() == 0; ++rank) {
+    status = receive_outcome(link, rank, limit);
+  }
+  return status;
+}
+
+void end_job(Link& link, int status) {
+  if (link.is_abandoned()) {
+    link.abort(status);
+  } else {
+    link.finish();
+  }
 }

@@ -24,5 +24,9 @@ Status silence_limit(double* seconds);
 // rank 1.
 Status configure_ranks(Link& link, const RankConfig& config, std::vector<std::string>* descriptions);
 
-// Rank 0: ends the job for all ranks. status: of this process.
+// Rank 0: tells all ranks that the job is over, and waits until they know. Nothing where the job has been
+// abandoned.
+Status dismiss_ranks(Link& link);
+
+// Rank 0: ends the job for all ranks, at once where it has been abandoned. status: of this process.
 void end_job(Link& link, int status);

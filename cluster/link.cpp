@@ -15,6 +15,9 @@ constexpr std::chrono::microseconds kLongestPause{1000};
 // How often the thread looks whether the processes of this host are there.
 constexpr std::chrono::milliseconds kWatch{10};
 
+// How often a rank that waits without a limit looks up.
+constexpr std::chrono::hours kLongestWait{1};
+
 // Before a message go its bytes, without these.
 constexpr size_t kFrame = sizeof(uint64_t);
 
@@ -55,31 +58,44 @@ Status Link::receive(int from, double silence_limit, Bytes* message) {
   std::unique_lock guard(lock_);
   Sender& sender = senders_[static_cast<size_t>(from)];
   sender.heard = Clock::now();
-  const auto give_up = [&](std::string why) {
-    abandoned_ = true;
-    return Status::failure(std::move(why));
-  };
   while (sender.messages.empty()) {
-    if (failed_) {
-      return give_up("the job cannot go on: " + failure_);
+    Clock::time_point again;
+    if (Status status = look_after(from, from + 1, silence_limit, &again); !status.ok()) {
+      return status;
     }
-    if (stop_signal() != 0) {
-      return give_up(stopped(stop_signal()).message());
-    }
-    const std::chrono::duration<double> silence = Clock::now() - sender.heard;
-    if (silence_limit > 0.0 && silence.count() > silence_limit) {
-      return give_up(name(from) + " has given no sign of life for " +
-                     std::to_string(static_cast<int>(silence.count())) + " seconds");
-    }
-    if (silence_limit > 0.0) {
-      const std::chrono::duration<double> limit(silence_limit);
-      sender.changed.wait_until(guard, sender.heard + std::chrono::ceil<Clock::duration>(limit));
-    } else {
-      sender.changed.wait(guard);
-    }
+    sender.changed.wait_until(guard, again);
   }
   *message = std::move(sender.messages.front());
   sender.messages.pop_front();
+  return {};
+}
+
+Status Link::look_after(int first, int end, double silence_limit, Clock::time_point* again) {
+  const auto give_up = [this](std::string why) {
+    abandoned_ = true;
+    return Status::failure(std::move(why));
+  };
+  if (failed_) {
+    return give_up(tell_ ? "the job cannot go on" : "the job cannot go on: " + failure_);
+  }
+  if (stop_signal() != 0) {
+    return give_up(stopped(stop_signal()).message());
+  }
+  const Clock::time_point now = Clock::now();
+  *again = now + kLongestWait;
+  if (silence_limit <= 0.0) {
+    return {};
+  }
+  const auto limit = std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(silence_limit));
+  for (int rank = first; rank < end; ++rank) {
+    const Clock::duration silence = now - senders_[static_cast<size_t>(rank)].heard;
+    if (silence >= limit) {
+      const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(silence);
+      return give_up(name(rank) + " has given no sign of life for " + std::to_string(seconds.count()) +
+                     " seconds");
+    }
+    *again = std::min(*again, now + (limit - silence));
+  }
   return {};
 }
 
@@ -88,14 +104,28 @@ bool Link::is_abandoned() const {
   return abandoned_ || failed_;
 }
 
-Status Link::broadcast(void* bytes, size_t size) {
+Status Link::broadcast(void* bytes, size_t size, double silence_limit) {
   std::unique_lock guard(lock_);
   broadcast_bytes_ = bytes;
   broadcast_size_ = size;
   broadcast_wanted_ = true;
   to_do_.notify_one();
-  broadcast_done_.wait(guard, [this] { return !broadcast_wanted_ || failed_; });
-  return failed_ ? Status::failure(failure_) : Status();
+  for (Sender& sender : senders_) {
+    sender.heard = Clock::now();
+  }
+  while (broadcast_wanted_) {
+    Clock::time_point again;
+    // This rank, the first, is not among those to look after.
+    Status status = look_after(1, this->size(), silence_limit, &again);
+    if (!status.ok()) {
+      failed_ = true;
+      wake_all();
+      broadcast_done_.wait(guard, [this] { return !broadcast_wanted_; });
+      return status;
+    }
+    broadcast_done_.wait_until(guard, again);
+  }
+  return {};
 }
 
 void Link::finish() {
@@ -132,15 +162,22 @@ void Link::run() {
       continue;
     }
     std::unique_lock guard(lock_);
+    if (failed_ && broadcast_wanted_) {
+      broadcast_wanted_ = false;
+      broadcast_done_.notify_all();
+    }
     if (ending_ && (failed_ || (outgoing_.empty() && sending_.empty()))) {
       return;
     }
     if (failed_) {
-      to_do_.wait(guard, [this] { return ending_; });
+      to_do_.wait(guard, [this] { return ending_ || broadcast_wanted_; });
       continue;
     }
-    to_do_.wait_for(guard, pause, [this] { return !outgoing_.empty() || broadcast_wanted_; });
-    pause = std::min(2 * pause, kLongestPause);
+    const bool is_sharing = broadcast_ticket_ >= 0;
+    to_do_.wait_for(guard, pause, [&] { return !outgoing_.empty() || (broadcast_wanted_ && !is_sharing); });
+    // What is on its way goes on in the calls of this thread only.
+    const bool is_moving = is_sharing || !sending_.empty() || !arriving_from_.empty();
+    pause = is_moving ? kShortestPause : std::min(2 * pause, kLongestPause);
   }
 }
 
@@ -154,9 +191,11 @@ bool Link::work() {
   const bool sent = send_waiting();
   const bool left = check_sent();
   const bool came = take_arrived();
+  const bool is_there = accept_arrived();
+  const bool shared = go_on_with_broadcast();
   look_for_ends();
   look_for_stop();
-  return do_broadcast() || sent || left || came;
+  return sent || left || came || is_there || shared;
 }
 
 bool Link::send_waiting() {
@@ -192,16 +231,16 @@ bool Link::start(int to, const std::shared_ptr<const Bytes>& message, const void
   return true;
 }
 
+bool Link::is_done(int ticket) {
+  bool done = false;
+  if (!transport_->is_done(ticket, &done)) {
+    fail(transport_->error());
+  }
+  return done;
+}
+
 bool Link::check_sent() {
-  const size_t before = sending_.size();
-  std::erase_if(sending_, [this](const Sending& part) {
-    bool sent = false;
-    if (!transport_->is_sent(part.ticket, &sent)) {
-      fail(transport_->error());
-    }
-    return sent;
-  });
-  return sending_.size() < before;
+  return std::erase_if(sending_, [this](const Sending& part) { return is_done(part.ticket); }) > 0;
 }
 
 bool Link::take_arrived() {
@@ -217,13 +256,34 @@ bool Link::take_arrived() {
       return any;
     }
     any = true;
-    Bytes part(size);
-    if (!transport_->take(part.data())) {
+    Sender& sender = senders_[static_cast<size_t>(from)];
+    if (sender.arriving.empty()) {
+      arriving_from_.push_back(from);
+    }
+    Arriving& part = sender.arriving.emplace_back();
+    part.bytes.resize(size);
+    if (!transport_->take(part.bytes.data(), &part.ticket)) {
       fail(transport_->error());
       return any;
     }
-    accept(from, std::move(part));
+    const std::lock_guard guard(lock_);
+    sender.heard = Clock::now();
   }
+}
+
+bool Link::accept_arrived() {
+  bool any = false;
+  std::erase_if(arriving_from_, [&](int from) {
+    // In the order of their coming, also where a later one is there first.
+    std::deque<Arriving>& parts = senders_[static_cast<size_t>(from)].arriving;
+    while (!parts.empty() && is_done(parts.front().ticket)) {
+      any = true;
+      accept(from, std::move(parts.front().bytes));
+      parts.pop_front();
+    }
+    return parts.empty();
+  });
+  return any;
 }
 
 void Link::accept(int from, Bytes part) {
@@ -250,20 +310,30 @@ void Link::accept(int from, Bytes part) {
   }
 }
 
-bool Link::do_broadcast() {
+bool Link::go_on_with_broadcast() {
   {
     const std::lock_guard guard(lock_);
-    if (!broadcast_wanted_ || !sending_.empty() || !outgoing_.empty() || failed_) {
+    if (!broadcast_wanted_ || failed_) {
       return false;
     }
   }
-  auto* bytes = static_cast<uint8_t*>(broadcast_bytes_);
-  for (size_t at = 0; at < broadcast_size_; at += largest_part_) {
-    if (!transport_->broadcast(bytes + at, std::min(largest_part_, broadcast_size_ - at))) {
-      fail(transport_->error());
-      break;
+  if (broadcast_ticket_ >= 0) {
+    if (!is_done(broadcast_ticket_)) {
+      return false;
     }
+    broadcast_ticket_ = -1;
   }
+  if (broadcast_begun_ < broadcast_size_) {
+    const size_t size = std::min(largest_part_, broadcast_size_ - broadcast_begun_);
+    if (!transport_->broadcast(static_cast<uint8_t*>(broadcast_bytes_) + broadcast_begun_, size,
+                               &broadcast_ticket_)) {
+      fail(transport_->error());
+      return false;
+    }
+    broadcast_begun_ += size;
+    return true;
+  }
+  broadcast_begun_ = 0;
   const std::lock_guard guard(lock_);
   broadcast_wanted_ = false;
   broadcast_done_.notify_all();
@@ -303,6 +373,7 @@ void Link::wake_all() {
     sender.changed.notify_all();
   }
   broadcast_done_.notify_all();
+  to_do_.notify_one();
 }
 
 void Link::fail(const std::string& failure) {

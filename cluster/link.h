@@ -46,14 +46,16 @@ class Link {
   Status receive(int from, double silence_limit, Bytes* message);
 
   // From now on a failure of the transport, and the end of a process of this host, go to `tell` at once, on
-  // the link's thread. Called before anything is sent.
+  // the link's thread, and not into the outcomes of the calls that fail for it. Called before anything is
+  // sent.
   void tell_failure(std::function<void(const std::string& failure)> tell) { tell_ = std::move(tell); }
 
   // Whether a message was given up.
   bool is_abandoned() const;
 
-  // On every rank: rank 0's bytes become everyone's. Everything sent before has left.
-  Status broadcast(void* bytes, size_t size);
+  // On every rank: rank 0's bytes become everyone's. With a limit above 0, every other rank has to give signs
+  // of life; fails as receive does, and then nothing looks at the bytes any more.
+  Status broadcast(void* bytes, size_t size, double silence_limit);
 
   // The end of the job for this rank.
   void finish();
@@ -71,10 +73,16 @@ class Link {
     int to = 0;
     std::shared_ptr<const Bytes> message;
   };
+  // A part that is on its way here.
+  struct Arriving {
+    Bytes bytes;
+    int ticket = 0;
+  };
   struct Sender {
-    std::deque<Bytes> messages;  // that have come and are not received
-    Bytes begun;                 // a message of which parts are to come
-    size_t missing = 0;          // bytes of it
+    std::deque<Arriving> arriving;  // of the thread alone
+    std::deque<Bytes> messages;     // that have come and are not received
+    Bytes begun;                    // a message of which parts are to come
+    size_t missing = 0;             // bytes of it
     Clock::time_point heard;
     // For who waits for it: with one for all, each message would wake a thread for every rank.
     std::condition_variable changed;
@@ -87,10 +95,15 @@ class Link {
   bool start(int to, const std::shared_ptr<const Bytes>& message, const void* bytes, size_t size);
   bool check_sent();
   bool take_arrived();
+  bool accept_arrived();
   void accept(int from, Bytes part);
-  bool do_broadcast();
+  bool go_on_with_broadcast();
+  bool is_done(int ticket);
   void look_for_ends();
   void look_for_stop();
+  // With the lock held: why nothing is to be expected any more from the ranks [first, end), which abandons
+  // the job. *again: when to ask next at the latest.
+  Status look_after(int first, int end, double silence_limit, Clock::time_point* again);
   // Everyone looks again what there is; with the lock held.
   void wake_all();
   void fail(const std::string& failure);
@@ -107,7 +120,7 @@ class Link {
   void* broadcast_bytes_ = nullptr;
   size_t broadcast_size_ = 0;
   bool broadcast_wanted_ = false;
-  bool failed_ = false;
+  bool failed_ = false;  // the thread calls the transport no more
   bool abandoned_ = false;
   bool ending_ = false;
   std::string failure_;
@@ -115,6 +128,9 @@ class Link {
 
   // Of the thread alone.
   std::vector<Sending> sending_;
+  std::vector<int> arriving_from_;  // ranks with parts that are arriving
+  size_t broadcast_begun_ = 0;      // bytes of the broadcast
+  int broadcast_ticket_ = -1;       // of its latest part
   bool stop_told_ = false;
   std::vector<int> watched_;  // ranks whose end is looked for
   Clock::time_point watched_at_;

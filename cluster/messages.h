@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 //
 // What rank 0 tells the others, and what they answer, as bytes. A message begins with its kind; each answer
-// with a text, empty when all went well. Readers give false, or a reader that is not ok(), for what cannot be
-// a message.
+// with a text, empty when all went well. Every message is answered. Readers give false, or a reader that is
+// not ok(), for what cannot be a message.
 #pragma once
 
 #include <cstdint>
@@ -16,14 +16,15 @@
 
 enum class MessageKind : uint32_t {
   kConfigure = 1,        // RankConfig; answer: what runs there
-  kProblem = 2,          // the data of a run; genotypes follow by broadcast, or are read from the shared file
-  kSetup = 3,            // WorkerSetupCommand
-  kList = 4,             // listed combinations; answer: records
-  kRange = 5,            // a range of a search; answer: candidates
-  kRelease = 6,          // the end of what a set-up began
-  kRegressionSetup = 7,  // RegressionSetupCommand
-  kItems = 8,            // items of a regression; answer: fits
-  kEnd = 9,              // the end of the job; no answer
+  kProblem = 2,          // the data of a run but its genotypes, which there is room for then
+  kGenotypes = 3,        // they follow by broadcast, or are read from the shared file
+  kSetup = 4,            // WorkerSetupCommand
+  kList = 5,             // listed combinations; answer: records
+  kRange = 6,            // a range of a search; answer: candidates
+  kRelease = 7,          // the end of what a set-up began
+  kRegressionSetup = 8,  // RegressionSetupCommand
+  kItems = 9,            // items of a regression; answer: fits
+  kEnd = 10,             // the end of the job
 };
 
 // What a rank is told before all else.

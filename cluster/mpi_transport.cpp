@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <vector>
 
 #include "cluster/transport.h"
@@ -17,9 +18,14 @@ namespace {
 
 constexpr int kTag = 1;
 
-// Where a rank runs. Process numbers mean the same where their numbering, a namespace, does.
+// Seconds that the others have to end with this rank.
+constexpr unsigned kPatience = 120;
+
+// Where a rank runs. Process numbers mean the same where their numbering, a namespace of one running system,
+// does.
 struct Place {
   char host[MPI_MAX_PROCESSOR_NAME] = "";
+  char system[40] = "";  // another one after each start of a machine
   pid_t process = 0;
   ino_t numbering = 0;
 };
@@ -43,6 +49,7 @@ class MpiTransport : public Transport {
     here.process = getpid();
     struct stat numbering {};
     here.numbering = stat("/proc/self/ns/pid", &numbering) == 0 ? numbering.st_ino : 0;
+    std::ifstream("/proc/sys/kernel/random/boot_id").getline(here.system, sizeof(here.system));
     places_.resize(static_cast<size_t>(size_));
     MPI_Allgather(&here, sizeof(Place), MPI_BYTE, places_.data(), sizeof(Place), MPI_BYTE, MPI_COMM_WORLD);
   }
@@ -56,28 +63,14 @@ class MpiTransport : public Transport {
   bool is_gone(int rank) const override {
     const Place& there = places_[static_cast<size_t>(rank)];
     const Place& here = places_[static_cast<size_t>(rank_)];
-    const bool is_known = std::strcmp(there.host, here.host) == 0 && there.numbering == here.numbering;
+    const bool is_known = std::strcmp(there.host, here.host) == 0 &&
+                          std::strcmp(there.system, here.system) == 0 && there.numbering == here.numbering;
     return is_known && kill(there.process, 0) != 0 && errno == ESRCH;
   }
 
   bool send(int to, const void* bytes, size_t size, int* ticket) override {
-    size_t free = 0;
-    while (free < requests_.size() && requests_[free] != MPI_REQUEST_NULL) {
-      ++free;
-    }
-    if (free == requests_.size()) {
-      requests_.push_back(MPI_REQUEST_NULL);
-    }
-    *ticket = static_cast<int>(free);
-    return check(
-        MPI_Isend(bytes, static_cast<int>(size), MPI_BYTE, to, kTag, MPI_COMM_WORLD, &requests_[free]));
-  }
-
-  bool is_sent(int ticket, bool* sent) override {
-    int done = 0;
-    const bool ok = check(MPI_Test(&requests_[static_cast<size_t>(ticket)], &done, MPI_STATUS_IGNORE));
-    *sent = done != 0;
-    return ok;
+    MPI_Request* request = new_request(ticket);
+    return check(MPI_Isend(bytes, static_cast<int>(size), MPI_BYTE, to, kTag, MPI_COMM_WORLD, request));
   }
 
   bool look(int* from, size_t* size) override {
@@ -96,20 +89,48 @@ class MpiTransport : public Transport {
     return true;
   }
 
-  bool take(void* bytes) override {
-    return check(MPI_Mrecv(bytes, static_cast<int>(arrived_size_), MPI_BYTE, &arrived_, MPI_STATUS_IGNORE));
+  bool take(void* bytes, int* ticket) override {
+    MPI_Request* request = new_request(ticket);
+    return check(MPI_Imrecv(bytes, static_cast<int>(arrived_size_), MPI_BYTE, &arrived_, request));
   }
 
-  bool broadcast(void* bytes, size_t size) override {
-    return check(MPI_Bcast(bytes, static_cast<int>(size), MPI_BYTE, 0, MPI_COMM_WORLD));
+  bool broadcast(void* bytes, size_t size, int* ticket) override {
+    MPI_Request* request = new_request(ticket);
+    return check(MPI_Ibcast(bytes, static_cast<int>(size), MPI_BYTE, 0, MPI_COMM_WORLD, request));
+  }
+
+  bool is_done(int ticket, bool* done) override {
+    int is_over = 0;
+    const bool ok = check(MPI_Test(&requests_[static_cast<size_t>(ticket)], &is_over, MPI_STATUS_IGNORE));
+    *done = ok && is_over != 0;
+    if (*done) {
+      spent_.push_back(ticket);
+    }
+    return ok;
   }
 
   std::string error() const override { return error_; }
 
-  void finish() override { MPI_Finalize(); }
+  // Waits for all ranks. One that has stopped before would hold up the others for ever.
+  void finish() override {
+    alarm(kPatience);
+    MPI_Finalize();
+    alarm(0);
+  }
   void abort(int status) override { MPI_Abort(MPI_COMM_WORLD, status); }
 
  private:
+  // Valid until the next one.
+  MPI_Request* new_request(int* ticket) {
+    if (spent_.empty()) {
+      spent_.push_back(static_cast<int>(requests_.size()));
+      requests_.push_back(MPI_REQUEST_NULL);
+    }
+    *ticket = spent_.back();
+    spent_.pop_back();
+    return &requests_[static_cast<size_t>(*ticket)];
+  }
+
   bool check(int code) {
     if (code == MPI_SUCCESS) {
       return true;
@@ -127,6 +148,7 @@ class MpiTransport : public Transport {
   int local_size_ = 1;
   std::vector<Place> places_;          // [rank]
   std::vector<MPI_Request> requests_;  // by ticket
+  std::vector<int> spent_;             // tickets
   MPI_Message arrived_ = MPI_MESSAGE_NULL;
   size_t arrived_size_ = 0;
   std::string error_;

@@ -41,6 +41,10 @@ Status receive_text(Link& link, int rank, double silence_limit, std::string* tex
   });
 }
 
+Status receive_outcome(Link& link, int rank, double silence_limit) {
+  return take_answer(link, rank, silence_limit, nothing_more);
+}
+
 template <typename Take>
 Status RemoteDevice::ask(Bytes question, Take take) {
   random_delay();
@@ -51,7 +55,7 @@ Status RemoteDevice::ask(Bytes question, Take take) {
 Status RemoteDevice::send_genotypes(const Problem& problem) {
   n_samples_ = problem.n_samples;
   n_covariates_ = problem.n_covariates;
-  return take_answer(link_, rank_, silence_limit_, nothing_more);
+  return receive_outcome(link_, rank_, silence_limit_);
 }
 
 Status RemoteDevice::set_up(const WorkerSetupCommand& command) {

@@ -9,7 +9,8 @@
 
 class RemoteDevice : public Device {
  public:
-  // The link outlives the device. The rank was sent its problem, or will be before send_genotypes.
+  // The link outlives the device. The rank was sent its problem and genotypes, or will be before
+  // send_genotypes.
   RemoteDevice(Link& link, int rank, double silence_limit)
       : link_(link), rank_(rank), silence_limit_(silence_limit) {}
 
@@ -40,5 +41,6 @@ class RemoteDevice : public Device {
   RegressionRules regression_;
 };
 
-// Waits for a rank's answer that is a text.
+// Waits for a rank's answer that is a text, or that says no more than how it went.
 Status receive_text(Link& link, int rank, double silence_limit, std::string* text);
+Status receive_outcome(Link& link, int rank, double silence_limit);

@@ -106,6 +106,7 @@ class Servant {
       ByteReader reader(message);
       const auto kind = reader.get<MessageKind>();
       if (kind == MessageKind::kEnd) {
+        link_.send(0, answer().take());
         return {};
       }
       random_delay();
@@ -125,6 +126,9 @@ class Servant {
     }
     if (kind == MessageKind::kProblem) {
       return take_problem(reader);
+    }
+    if (kind == MessageKind::kGenotypes) {
+      return take_genotypes();
     }
     if (!team_) {
       return Status::failure("there is no data yet");
@@ -184,21 +188,21 @@ class Servant {
     if (!read_problem(reader, &problem_)) {
       return garbled();
     }
-    Problem& view = problem_.view;
-    if (problem_.input.path.empty()) {
-      // The others wait for this rank: what is too large for its memory ends it here, and so the job.
-      problem_.words.resize(word_count(view));
-      if (Status status = link_.broadcast(problem_.words.data(), problem_.words.size() * sizeof(uint32_t));
-          !status.ok()) {
-        return status;
-      }
-    } else if (Status status = read_shared(); !status.ok()) {
-      return status;
-    }
-    view.words = problem_.words.data();
     if (backend_ == nullptr) {
       return Status::failure("there is no device");
     }
+    if (problem_.input.path.empty()) {
+      problem_.words.resize(word_count(problem_.view));
+    }
+    return {};
+  }
+
+  Status take_genotypes() {
+    if (Status status = problem_.input.path.empty() ? hear_words() : read_shared(); !status.ok()) {
+      return status;
+    }
+    Problem& view = problem_.view;
+    view.words = problem_.words.data();
     team_.emplace(*backend_, ordinals_);
     return team_->each([&](Device& device, size_t) {
       Status status = device.bind();
@@ -207,6 +211,11 @@ class Servant {
       }
       return status.ok() ? device.send_base_data(view) : status;
     });
+  }
+
+  Status hear_words() {
+    constexpr double kNoLimit = 0.0;  // it is rank 0 that looks after the ranks
+    return link_.broadcast(problem_.words.data(), problem_.words.size() * sizeof(uint32_t), kNoLimit);
   }
 
   Status read_shared() {

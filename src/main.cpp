@@ -143,7 +143,7 @@ int run_launched(const LaunchedAs& launched, int argc, char** argv) {
   const std::unique_ptr<Link> link = join_job(launched.size, &status);
   if (!status.ok()) {
     if (launched.rank == 0) {
-      notice("%s", status.message().c_str());
+      notice(status);
     }
     return 1;
   }
@@ -153,8 +153,12 @@ int run_launched(const LaunchedAs& launched, int argc, char** argv) {
   if (link->rank() != 0) {
     return run_as_servant(*link, rank_identity(argc, argv));
   }
-  const int exit_status = run_guarded(argc, argv, link.get());
+  int exit_status = run_guarded(argc, argv, link.get());
   std::fflush(stdout);
+  if (status = dismiss_ranks(*link); !status.ok()) {
+    notice(status);
+    exit_status = exit_status != 0 ? exit_status : kDeviceFailure;
+  }
   end_job(*link, exit_status);
   return exit_status;
 }

@@ -130,7 +130,7 @@ std::optional<int> open_files(const RunSettings& settings, const std::function<R
   }
   if (!settings.checkpoint.empty()) {
     if (const Status status = checkpoint->open(settings.checkpoint, identity()); !status.ok()) {
-      notice("%s", status.message().c_str());
+      notice(status);
       return 1;
     }
   }
@@ -237,7 +237,7 @@ std::optional<int> TFmMDR::apply_scores(const RunSettings& settings, MdrReader* 
     return std::nullopt;
   }
   if (!status.ok()) {
-    notice("%s", status.message().c_str());
+    notice(status);
     return 1;
   }
   reader->set_scores(scores_->data(), classes_of_scores(*scores_));

@@ -14,3 +14,7 @@ void notice(const char* format, ...) {
   std::fputc('\n', stderr);
   va_end(arguments);
 }
+
+void notice(const Status& failure) {
+  notice("%s", failure.message().c_str());
+}

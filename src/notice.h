@@ -3,5 +3,9 @@
 // One-line notices on standard error, each beginning with "tavo: ".
 #pragma once
 
+#include "util/status.h"
+
 // printf-style; adds the line feed. Main thread only.
 [[gnu::format(printf, 1, 2)]] void notice(const char* format, ...);
+// What a failure says.
+void notice(const Status& failure);

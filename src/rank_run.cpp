@@ -128,7 +128,7 @@ std::unique_ptr<ClusterBackend> gather_ranks(Link& link, Backend& local, const R
     status = configure_ranks(link, config, &descriptions);
   }
   if (!status.ok()) {
-    notice("%s", status.message().c_str());
+    notice(status);
     return nullptr;
   }
   tell_ranks(link, descriptions);

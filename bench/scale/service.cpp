@@ -64,22 +64,26 @@ class AnsweringTransport : public Transport {
     known ^= 1;
     return true;
   }
-  bool is_sent(int, bool* sent) override {
-    *sent = true;
-    return true;
-  }
   bool look(int* from, size_t* size) override {
     const bool is_there = !parts_.empty() && parts_.top().due <= Clock::now();
     *from = is_there ? parts_.top().from : -1;
     *size = is_there ? parts_.top().bytes->size() : 0;
     return true;
   }
-  bool take(void* bytes) override {
+  bool take(void* bytes, int* ticket) override {
+    *ticket = 0;
     std::copy(parts_.top().bytes->begin(), parts_.top().bytes->end(), static_cast<uint8_t*>(bytes));
     parts_.pop();
     return true;
   }
-  bool broadcast(void*, size_t) override { return true; }
+  bool broadcast(void*, size_t, int* ticket) override {
+    *ticket = 0;
+    return true;
+  }
+  bool is_done(int, bool* done) override {
+    *done = true;
+    return true;
+  }
   std::string error() const override { return ""; }
   void finish() override {}
   void abort(int) override {}

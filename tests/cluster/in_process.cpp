@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/cluster/in_process.h"
 
+#include <algorithm>
 #include <cstring>
+#include <map>
 
 #include "cluster/messages.h"
 
@@ -25,12 +27,8 @@ class MemoryTransport : public Transport {
     const auto* first = static_cast<const uint8_t*>(bytes);
     board_.waiting_[static_cast<size_t>(to)].push_back(
         {rank_, size > 0 ? Bytes(first, first + size) : Bytes()});
-    *ticket = 0;
+    *ticket = begin([] { return true; });
     return !board_.cut_;
-  }
-  bool is_sent(int, bool* sent) override {
-    *sent = true;
-    return true;
   }
   bool look(int* from, size_t* size) override {
     const std::lock_guard guard(board_.lock_);
@@ -39,32 +37,46 @@ class MemoryTransport : public Transport {
     *size = waiting.empty() ? 0 : waiting.front().bytes.size();
     return !board_.cut_;
   }
-  bool take(void* bytes) override {
+  bool take(void* bytes, int* ticket) override {
     const std::lock_guard guard(board_.lock_);
     std::deque<Switchboard::Part>& waiting = board_.waiting_[static_cast<size_t>(rank_)];
-    if (!waiting.front().bytes.empty()) {
-      std::memcpy(bytes, waiting.front().bytes.data(), waiting.front().bytes.size());
-    }
+    const Switchboard::Part part = std::move(waiting.front());
     waiting.pop_front();
+    *ticket = begin([this, bytes, part] {
+      if (part.from == board_.stopped_) {
+        return false;
+      }
+      if (!part.bytes.empty()) {
+        std::memcpy(bytes, part.bytes.data(), part.bytes.size());
+      }
+      return true;
+    });
     return true;
   }
-  bool broadcast(void* bytes, size_t size) override {
-    std::unique_lock guard(board_.lock_);
-    ++n_broadcasts_;
+  bool broadcast(void* bytes, size_t size, int* ticket) override {
+    const std::lock_guard guard(board_.lock_);
     if (rank_ == 0) {
-      board_.broadcast_ = bytes;
-      board_.n_taken_ = 0;
-      board_.n_broadcasts_ = n_broadcasts_;
-      board_.changed_.notify_all();
-      board_.changed_.wait(guard,
-                           [this] { return board_.n_taken_ + 1 == board_.waiting_.size() || board_.cut_; });
+      const auto* first = static_cast<const uint8_t*>(bytes);
+      board_.broadcasts_.emplace_back(first, first + size);
+      *ticket = begin([this] { return board_.stopped_ < 0; });
     } else {
-      board_.changed_.wait(guard, [this] { return board_.n_broadcasts_ == n_broadcasts_ || board_.cut_; });
-      if (!board_.cut_ && size > 0) {
-        std::memcpy(bytes, board_.broadcast_, size);
-      }
-      ++board_.n_taken_;
-      board_.changed_.notify_all();
+      *ticket = begin([this, bytes, number = n_broadcasts_++] {
+        if (number >= board_.broadcasts_.size()) {
+          return false;
+        }
+        const Bytes& theirs = board_.broadcasts_[number];
+        std::copy(theirs.begin(), theirs.end(), static_cast<uint8_t*>(bytes));
+        return true;
+      });
+    }
+    return !board_.cut_;
+  }
+  bool is_done(int ticket, bool* done) override {
+    const std::lock_guard guard(board_.lock_);
+    const auto step = steps_.find(ticket);
+    *done = step->second();
+    if (*done) {
+      steps_.erase(step);
     }
     return !board_.cut_;
   }
@@ -73,9 +85,19 @@ class MemoryTransport : public Transport {
   void abort(int) override { board_.cut(); }
 
  private:
+  // What is_done asks, with the board's lock held: does it, if it can be done, and says whether.
+  using Step = std::function<bool()>;
+
+  int begin(Step step) {
+    steps_.emplace(++n_tickets_, std::move(step));
+    return n_tickets_;
+  }
+
   Switchboard& board_;
   const int rank_;
-  int n_broadcasts_ = 0;
+  std::map<int, Step> steps_;  // by ticket
+  int n_tickets_ = 0;
+  size_t n_broadcasts_ = 0;
 };
 
 std::unique_ptr<Transport> Switchboard::transport(int rank) {
@@ -85,7 +107,6 @@ std::unique_ptr<Transport> Switchboard::transport(int rank) {
 void Switchboard::cut() {
   const std::lock_guard guard(lock_);
   cut_ = true;
-  changed_.notify_all();
 }
 
 InProcessJob::InProcessJob(int size, const std::function<void(Link& link)>& servant, size_t largest_part)
@@ -100,6 +121,9 @@ InProcessJob::InProcessJob(int size, const std::function<void(Link& link)>& serv
 }
 
 InProcessJob::~InProcessJob() {
+  if (link_->is_abandoned()) {
+    cut();
+  }
   for (int rank = 1; rank < link_->size(); ++rank) {
     link_->send(rank, message_of(MessageKind::kEnd).take());
   }

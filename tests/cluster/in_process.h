@@ -4,7 +4,6 @@
 #pragma once
 
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -26,9 +25,11 @@ class Switchboard {
   // All ranks are on one host. Before the first link.
   void put_on_one_host() { one_host_ = true; }
 
-  // From now on every call of a transport fails; the process of a rank has ended.
+  // From now on every call of a transport fails; the process of a rank has ended; a rank has stopped in the
+  // middle of whatever it sends or takes.
   void cut();
   void end(int rank) { gone_ = rank; }
+  void stop(int rank) { stopped_ = rank; }
 
  private:
   friend class MemoryTransport;
@@ -38,14 +39,12 @@ class Switchboard {
   };
 
   std::mutex lock_;
-  std::condition_variable changed_;
   std::vector<std::deque<Part>> waiting_;  // by receiver
-  const void* broadcast_ = nullptr;        // rank 0's bytes while the others take them
-  size_t n_taken_ = 0;
-  int n_broadcasts_ = 0;  // begun by rank 0
+  std::vector<Bytes> broadcasts_;          // rank 0's, so far
   bool cut_ = false;
   bool one_host_ = false;
   std::atomic<int> gone_{-1};
+  std::atomic<int> stopped_{-1};
 };
 
 // Ranks 1 to size - 1 run `servant` on threads of their own; the test is rank 0. The job ends with the
@@ -59,6 +58,7 @@ class InProcessJob {
 
   Link& link() { return *link_; }
   void cut() { board_.cut(); }
+  void stop(int rank) { board_.stop(rank); }
 
  private:
   Switchboard board_;

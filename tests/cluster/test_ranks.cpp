@@ -243,6 +243,16 @@ TEST_F(FakeRanks, ThatTakeLongerThanTheLimitGiveSignsOfLife) {
   EXPECT_EQ(search().message(), "");
 }
 
+// They say so before the broadcast, in which all would wait for them.
+TEST_F(FakeRanks, ThatHaveNoRoomForTheGenotypesAreNamed) {
+  start();
+  problem_.n_samples = 3;
+  problem_.words_per_row = int64_t{1} << 61;
+  EXPECT_EQ(search().message(), "rank 1 (host1): out of memory");
+  EXPECT_FALSE(job_.link().is_abandoned());
+  EXPECT_EQ(dismiss_ranks(job_.link()).message(), "");
+}
+
 // Rank 1 is there when it is asked what it has, and then no more.
 TEST(LostRanks, AreNamed) {
   const QuietStdout quiet;
@@ -253,7 +263,6 @@ TEST(LostRanks, AreNamed) {
     reply.put_text("lost soon");
     link.send(0, reply.take());
     (void)link.receive(0, 0.0, &message).ok();
-    (void)link.broadcast(nullptr, 0).ok();
   });
   RankConfig config;
   std::vector<std::string> descriptions;
@@ -266,6 +275,19 @@ TEST(LostRanks, AreNamed) {
   const WorkerPool pool(backend, problem);
   EXPECT_TRUE(pool.status().message().starts_with("rank 1 (host1) has given no sign of life"))
       << pool.status().message();
+}
+
+TEST(LostRanks, AreNamedAtTheEndOfTheJobToo) {
+  setenv("TAVO_RANK_SILENCE", "0.3", 1);
+  InProcessJob job(2, [](Link& link) {
+    Bytes message;
+    while (link.receive(0, 0.0, &message).ok()) {
+    }
+  });
+  EXPECT_TRUE(dismiss_ranks(job.link()).message().starts_with("rank 1 (host1) has given no sign of life"));
+  EXPECT_TRUE(job.link().is_abandoned());
+  EXPECT_EQ(dismiss_ranks(job.link()).message(), "");  // said before
+  unsetenv("TAVO_RANK_SILENCE");
 }
 
 TEST(RanksOfAHost, DealItsDevicesAmongThemselves) {
