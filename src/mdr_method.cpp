@@ -39,10 +39,15 @@ std::string permutations_path(const RunSettings& settings) {
   return settings.output + ".permutations.tsv";
 }
 
+// Whether there are such: a pipe or a device has no file beside it.
+bool keeps_null_values(const RunSettings& settings) {
+  return settings.permutations > 0 && OutputFile::is_replaceable(settings.output);
+}
+
 // The files of a run's results that have a name, by the option that asks for them.
 std::vector<std::pair<const char*, std::string>> result_files(const RunSettings& settings) {
   std::vector<std::pair<const char*, std::string>> files = {{"out", settings.output}};
-  if (settings.permutations > 0) {
+  if (keeps_null_values(settings)) {
     files.emplace_back("permutations", permutations_path(settings));
   }
   if (!settings.tidy.empty()) {
@@ -90,7 +95,8 @@ std::optional<int> refuse_paths(const RunSettings& settings) {
 
 // Whether the result file can be created: if it is a regular file, it is left there empty, so that whoever
 // asked for the result knows before the analysis that it can be written. (A pipe is not tried: whoever reads
-// it would take the trial for the whole.) Otherwise the exit status.
+// it would take the trial for the whole.) The last step before the analysis: a run that is refused leaves an
+// older result as it is. Otherwise the exit status.
 std::optional<int> prove_output(const RunSettings& settings) {
   if (OutputFile::is_replaceable(settings.output) || std::filesystem::is_directory(settings.output)) {
     MdrWriter proof;
@@ -115,16 +121,30 @@ std::optional<int> open_tidy(const RunSettings& settings, Table* table) {
   return std::nullopt;
 }
 
+// The same for the table of null values.
+std::optional<int> open_permutations(const RunSettings& settings, TidyPermutations* table) {
+  if (keeps_null_values(settings)) {
+    if (!table->open(permutations_path(settings))) {
+      notice("cannot create %s", permutations_path(settings).c_str());
+      return 1;
+    }
+  } else if (settings.permutations > 0) {
+    notice("--out %s is no file that could have the null values beside it: they are not written",
+           settings.output.c_str());
+  }
+  return std::nullopt;
+}
+
 // The end of a run that a signal stopped. Returns the exit status.
 int end_interrupted() {
   notice("%s", stopped(stop_signal()).message().c_str());
   return stopped_status(stop_signal());
 }
 
-// Before the analysis: the paths, the checkpoint, when one is wanted, and the result file, in this order: a
-// run that is refused leaves an older result as it is. The exit status when the run cannot go on.
-std::optional<int> open_files(const RunSettings& settings, const std::function<RunIdentity()>& identity,
-                              Checkpoint* checkpoint) {
+// Before the analysis: the paths, and the checkpoint, when one is wanted. The exit status when the run cannot
+// go on.
+std::optional<int> open_checkpoint(const RunSettings& settings, const std::function<RunIdentity()>& identity,
+                                   Checkpoint* checkpoint) {
   if (const std::optional<int> status = refuse_paths(settings)) {
     return status;
   }
@@ -134,7 +154,7 @@ std::optional<int> open_files(const RunSettings& settings, const std::function<R
       return 1;
     }
   }
-  return prove_output(settings);
+  return std::nullopt;
 }
 
 // The end of a run whose analysis failed or was stopped. One that was stopped leaves nothing of its result,
@@ -186,20 +206,42 @@ int finish(const Status& report, double elapsed_seconds) {
   return 0;
 }
 
-// The best of every order against those of the permutations, on standard error.
+// " testing value 0.6200, p = 0.001": a best value, how it is to be shown, and its p-value.
+std::string told(const char* what, int digits, double value, double p) {
+  char text[96];
+  std::snprintf(text, sizeof(text), " %s %.*f, p = %.3g", what, digits, value, p);
+  return text;
+}
+
+// The best values of every order, and of all, against those of the permutations, on standard error. They may
+// be of different combinations.
 void tell_p_values(const RunSettings& settings, const ResultArray& results, const PermutationNull& null) {
-  for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
-    const auto index = static_cast<size_t>(order - settings.minimum_order_minus_1 - 1);
-    const BestOfOrder best = best_of(*results[static_cast<size_t>(order) - 1]);
+  const auto tell = [&](const std::string& where, const BestOfOrder& best, const auto& null_of) {
     const auto p = [&](double BestOfOrder::*statistic) {
-      return permutation_p_value(null.of_order(index, statistic), best.*statistic, settings.stop_after);
+      return permutation_p_value(null_of(statistic), best.*statistic, settings.stop_after);
     };
+    std::string line = where + ":";
     if (!std::isnan(best.testing)) {
-      notice(
-          "order %d: best testing value %.4f, p = %.3g; best consistency %.2f, p = %.3g (%zu permutations)",
-          order, best.testing, p(&BestOfOrder::testing), best.consistency, p(&BestOfOrder::consistency),
-          null.permutations());
+      line += told("best testing value", 4, best.testing, p(&BestOfOrder::testing)) + ";";
     }
+    if (std::isnan(best.consistency)) {
+      line += " no combination was ranked, so there is no p-value";
+    } else {
+      line += told("best consistency", 2, best.consistency, p(&BestOfOrder::consistency));
+    }
+    const size_t n = null.permutations();
+    notice("%s (%zu permutation%s)", line.c_str(), n, n == 1 ? "" : "s");
+  };
+  std::vector<BestOfOrder> bests;
+  for (int order = settings.minimum_order_minus_1 + 1; order <= settings.maximum_order; ++order) {
+    const size_t index = bests.size();
+    bests.push_back(best_of(*results[static_cast<size_t>(order) - 1]));
+    tell("order " + std::to_string(order), bests.back(),
+         [&](double BestOfOrder::*statistic) { return null.of_order(index, statistic); });
+  }
+  if (bests.size() > 1) {
+    tell("all orders", best_of_all(bests),
+         [&](double BestOfOrder::*statistic) { return null.of_all_orders(statistic); });
   }
 }
 
@@ -276,7 +318,7 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
     drop_incomplete_covariates();
   }
   Checkpoint checkpoint;
-  if (const std::optional<int> status = open_files(
+  if (const std::optional<int> status = open_checkpoint(
           settings, [&] { return regression_identity(reader, settings); }, &checkpoint)) {
     return *status;
   }
@@ -284,6 +326,9 @@ int TFmMDR::run_regression(const RunSettings& settings, const MdrReader& reader)
   const std::vector<std::string> covariate_names(g_covLabel, g_covLabel + g_covCnt);
   TidyRegression tidy(regression_rules(settings), reader.GetLineCount(), names, covariate_names);
   if (const std::optional<int> status = open_tidy(settings, &tidy)) {
+    return *status;
+  }
+  if (const std::optional<int> status = prove_output(settings)) {
     return *status;
   }
   const RunClock clock;
@@ -346,7 +391,7 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     }
   }
   Checkpoint checkpoint;
-  if (const std::optional<int> status = open_files(
+  if (const std::optional<int> status = open_checkpoint(
           settings, [&] { return mdr_identity(reader, settings); }, &checkpoint)) {
     return *status;
   }
@@ -355,9 +400,11 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     return *status;
   }
   TidyPermutations permutations;
-  if (settings.permutations > 0 && !permutations.open(permutations_path(settings))) {
-    notice("cannot create %s", permutations_path(settings).c_str());
-    return 1;
+  if (const std::optional<int> status = open_permutations(settings, &permutations)) {
+    return *status;
+  }
+  if (const std::optional<int> status = prove_output(settings)) {
+    return *status;
   }
   const RunClock clock;
   const bool exhaustive = settings.mode >= 2;
@@ -379,8 +426,10 @@ int TFmMDR::MdrMethod(const RunSettings& settings) {
     report = tidy.close();
   }
   if (report.ok() && settings.permutations > 0) {
-    permutations.write(null, settings.minimum_order_minus_1 + 1);
-    report = permutations.close();
+    if (keeps_null_values(settings)) {
+      permutations.write(null, settings.minimum_order_minus_1 + 1);
+      report = permutations.close();
+    }
     tell_p_values(settings, results, null);
   }
   if (report.ok()) {

@@ -11,12 +11,20 @@ namespace {
 
 constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 
+// Of a value: more than the rounding of the folds' values, which are floats, and less than the share of one
+// sample in the results.
+constexpr double kRounding = 1e-6;
+
 // The larger of two, of which either may be no number.
 double larger(double a, double b) {
   return std::isnan(a) || b > a ? b : a;
 }
 
 }  // namespace
+
+bool reaches(double null, double observed) {
+  return null >= observed - kRounding * std::fabs(observed);
+}
 
 BestOfOrder best_of(const MDRResult& result) {
   BestOfOrder best{kNone, kNone};
@@ -72,7 +80,7 @@ std::vector<double> StopRule::statistics_of(std::span<const BestOfOrder> orders)
 void StopRule::add(std::span<const BestOfOrder> best) {
   const std::vector<double> statistics = statistics_of(best);
   for (size_t i = 0; i < watched_.size(); ++i) {
-    watched_[i].reached += statistics[i] >= watched_[i].observed ? 1 : 0;
+    watched_[i].reached += reaches(statistics[i], watched_[i].observed) ? 1 : 0;
   }
 }
 
@@ -88,7 +96,7 @@ double permutation_p_value(std::span<const double> null, double observed, int st
   }
   int reached = 0;
   for (size_t i = 0; i < null.size(); ++i) {
-    reached += null[i] >= observed ? 1 : 0;
+    reached += reaches(null[i], observed) ? 1 : 0;
     if (stop_after > 0 && reached == stop_after) {
       return static_cast<double>(stop_after) / static_cast<double>(i + 1);
     }

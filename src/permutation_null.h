@@ -40,6 +40,11 @@ class PermutationNull {
   std::vector<std::vector<BestOfOrder>> values_;
 };
 
+// Whether a null value is at least as large as an observed one. Averages over folds that are equal as
+// fractions differ in their last digits with the order and the sizes of the folds, so a part in a million
+// counts as nothing. False where either is no number.
+bool reaches(double null, double observed);
+
 // Says when the best values of a run have been reached so often that no more permutations are needed: both
 // statistics, of each order and over all orders.
 class StopRule {
@@ -53,7 +58,7 @@ class StopRule {
   bool is_met() const;
 
  private:
-  // A value of the run, and how many null values are at least as large.
+  // A value of the run, and how many null values reach it.
   struct Watched {
     double observed;
     int reached = 0;
@@ -66,12 +71,12 @@ class StopRule {
 };
 
 // The p-value of `observed` against null values in the order in which they were drawn. With stop_after = 0,
-// or as long as fewer than that are at least as large: (1 + those) / (1 + all), which is exact under the null
+// or as long as fewer than that reach it: (1 + those) / (1 + all), which is exact under the null
 // hypothesis. Otherwise h / l, with l the number drawn when the h-th = stop_after-th came (Besag and Clifford
 // 1991, section 2): what came later is not looked at. A NaN among the null values reaches nothing; that of a
 // NaN is NaN.
 double permutation_p_value(std::span<const double> null, double observed, int stop_after);
 
-// The null value above which a value has a p-value (1 + larger or equal ones) / (1 + all) of at most 5%. NaN
-// when there are too few null values.
+// The null value above which a value, one that it does not reach, has a p-value
+// (1 + those that reach it) / (1 + all) of at most 5%. NaN when there are too few null values.
 double permutation_threshold(std::span<const double> null);

@@ -278,6 +278,9 @@ class Writer {
         }
       }
     }
+    if (!exhaustive_ && settings_.measure == kAccuracy && computes(kAccuracy)) {
+      row.set(training_column(kAccuracy) + 1, result.ranking_testing[rank]);
+    }
     if (by_threshold_ && (settings_.measure == kBalancedAccuracy || settings_.measure == kChiSquare)) {
       row.set(columns_.p, result.p_values[rank]);
     }
@@ -294,8 +297,12 @@ class Writer {
 
   bool permuted() const { return settings_.permutations > 0; }
 
-  // Of an order, or of all.
+  // Of an order, or of all. A p-value of a test that may end early depends on when its null values came, so
+  // that no value divides the small ones from the others.
   void write_thresholds(const NullColumns& null, int order = 0) {
+    if (settings_.stop_after > 0) {
+      return;
+    }
     write_setting("testing_threshold_5_percent", tidy_number(permutation_threshold(null.testing)), order);
     write_setting("consistency_threshold_5_percent", tidy_number(permutation_threshold(null.consistency)),
                   order);

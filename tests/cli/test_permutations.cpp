@@ -3,6 +3,8 @@
 // --permutations and --stop-after as a user meets them.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "tests/cli/cli_run.h"
 
 namespace tavo_test {
@@ -12,6 +14,37 @@ class Permutations : public ::testing::Test {
  protected:
   // Lines of the table of null values, the header left out.
   size_t drawn() const { return folder_.lines("r.csv.permutations.tsv").size() - 1; }
+
+  struct BestValues {
+    double testing = 0.0;
+    double consistency = 0.0;
+  };
+  // The largest of the ranked combinations of a tidy table, for --measure ba.
+  BestValues best_values(const std::string& name) const {
+    const std::vector<std::string> lines = folder_.lines(name);
+    const std::vector<std::string> header = split(lines[0], '\t');
+    const auto column = [&](const char* wanted) {
+      return static_cast<size_t>(std::find(header.begin(), header.end(), wanted) - header.begin());
+    };
+    BestValues best;
+    for (const std::string& line : lines) {
+      if (begins_with(line, "combination\tNA")) {
+        const std::vector<std::string> cells = split(line, '\t');
+        best.testing = std::max(best.testing, std::stod(cells[column("test_ba")]));
+        best.consistency = std::max(best.consistency, std::stod(cells[column("weighted_consistency")]));
+      }
+    }
+    return best;
+  }
+
+  // A score for each sample of folder_.
+  static std::string scores() {
+    std::string text = "score\n";
+    for (int i = 0; i < 60; ++i) {
+      text += std::to_string(0.01 * (i * 37 % 101) - 0.5) + "\n";
+    }
+    return text;
+  }
 
   CliFolder folder_{balanced_data(60, 8)};
 };
@@ -46,10 +79,57 @@ TEST_F(Permutations, NameTheBestOfEveryOrder) {
   EXPECT_EQ(notices_with(result, {"order 2: best testing value ", "(19 permutations)"}), 1) << result.err;
 }
 
+// The first so many null values are those of a test that goes on, and the last of them is the one that makes
+// the second statistic complete.
 TEST_F(Permutations, StopWhenTheBestIsReachedOftenEnough) {
-  ASSERT_EQ(folder_.run_mdr({"--permutations", "5000", "--stop-after", "2"}).status, 0);
-  EXPECT_GE(drawn(), 2u);
-  EXPECT_LT(drawn(), 5000u);
+  ASSERT_EQ(folder_.run_mdr({"--permutations", "200", "--tidy", "t.tsv"}).status, 0);
+  const std::vector<std::string> all = folder_.lines("r.csv.permutations.tsv");
+  const BestValues best = best_values("t.tsv");
+  EXPECT_TRUE(contains(read_file(folder_.path("t.tsv")), "testing_threshold_5_percent"));
+  size_t reached[2] = {0, 0};
+  size_t expected = 0;
+  for (size_t i = 1; i < all.size() && (reached[0] < 2 || reached[1] < 2); ++i) {
+    const std::vector<std::string> cells = split(all[i], '\t');
+    reached[0] += std::stod(cells[2]) >= best.testing * (1.0 - 1e-6) ? 1 : 0;
+    reached[1] += std::stod(cells[3]) >= best.consistency * (1.0 - 1e-6) ? 1 : 0;
+    expected = i;
+  }
+  ASSERT_LT(expected, 200u);
+  ASSERT_EQ(folder_.run_mdr({"--permutations", "200", "--stop-after", "2", "--tidy", "t.tsv"}).status, 0);
+  EXPECT_EQ(drawn(), expected);
+  EXPECT_EQ(folder_.lines("r.csv.permutations.tsv").back(), all[expected]);
+  EXPECT_FALSE(contains(read_file(folder_.path("t.tsv")), "threshold_5_percent"));
+}
+
+TEST_F(Permutations, OfACombinationWithoutATestingValueSayItsConsistency) {
+  folder_.write("scores.txt", scores());
+  const RunResult result =
+      folder_.run_mdr({"--order", "1-2", "--cv", "60", "--score", "scores.txt", "--permutations", "1"});
+  EXPECT_EQ(notices_with(result, {"order 2: best consistency ", "(1 permutation)"}), 1) << result.err;
+  EXPECT_EQ(notices_with(result, {"all orders: best consistency "}), 1) << result.err;
+  EXPECT_EQ(notices_with(result, {"testing value"}), 0) << result.err;
+}
+
+TEST_F(Permutations, OfListsWithoutACombinationSaySo) {
+  const RunResult result = folder_.run_mdr({"--top", "0", "--permutations", "2"});
+  EXPECT_EQ(notices_with(result, {"order 2: no combination was ranked"}), 1) << result.err;
+}
+
+TEST_F(Permutations, LeaveAnOlderResultWhereTheirTableCannotBeMade) {
+  folder_.write("r.csv", "old");
+  std::filesystem::create_directory(folder_.path("r.csv.permutations.tsv"));
+  EXPECT_EQ(folder_.run_mdr({"--permutations", "2"}).status, 1);
+  EXPECT_EQ(read_file(folder_.path("r.csv")), "old");
+  EXPECT_EQ(folder_.run_mdr({"--tidy", "r.csv.permutations.tsv"}).status, 1);
+  EXPECT_EQ(read_file(folder_.path("r.csv")), "old");
+}
+
+TEST_F(Permutations, OfAResultThatIsNoFileHaveNoTableBesideIt) {
+  const RunResult result = folder_.run_mdr({"--out", "/dev/null", "--permutations", "2", "--tidy", "t.tsv"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(notices_with(result, {"--out /dev/null is no file"}), 1) << result.err;
+  EXPECT_FALSE(std::filesystem::exists("/dev/null.permutations.tsv"));
+  EXPECT_TRUE(contains(read_file(folder_.path("t.tsv")), "p_testing"));
 }
 
 TEST_F(Permutations, RepeatAndDifferWithAnotherSeed) {

@@ -18,6 +18,15 @@ TEST(PermutationPValue, CountsTheRunItself) {
   EXPECT_EQ(permutation_p_value({}, 0.1, 0), 1.0);
 }
 
+// 822 of 1,500 correct, with the folds as they fall.
+TEST(PermutationPValue, TakesFractionsThatAreRoundedInAnotherWayAsEqual) {
+  const std::vector<double> null = {0.5479999899864196, 0.5480000138282776, 0.5473333001136780};
+  EXPECT_EQ(permutation_p_value(null, 0.5480000138282776, 0), 3.0 / 4);
+  EXPECT_EQ(permutation_p_value(null, 0.5479999899864196, 0), 3.0 / 4);
+  EXPECT_TRUE(reaches(-0.25000001, -0.25));
+  EXPECT_FALSE(reaches(-0.26, -0.25));
+}
+
 TEST(PermutationPValue, OfNoNumberIsNone) {
   EXPECT_TRUE(std::isnan(permutation_p_value(std::vector<double>{0.5}, kNaN, 0)));
   EXPECT_EQ(permutation_p_value(std::vector<double>{kNaN, 0.5, kNaN}, 0.5, 0), 2.0 / 4);
