@@ -2,6 +2,8 @@
 #include "util/stop_signal.h"
 
 #include <csignal>
+#include <cstdint>
+#include <ctime>
 #include <string>
 
 namespace {
@@ -12,16 +14,39 @@ constexpr int kSignalStatus = 128;
 constexpr int kStopSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
 StopFlag process_flag{0};
-static_assert(StopFlag::is_always_lock_free, "a signal handler sets it");
 
+// Milliseconds within which a signal is an echo of the one before: `timeout` sends its signal twice, to the
+// process and to its group, and so may launchers of jobs and terminals that close.
+constexpr int64_t kEcho = 500;
+
+int64_t milliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_MONOTONIC, &now);  // which signal handlers may call
+  return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+std::atomic<int64_t> noted_at{0};
+static_assert(StopFlag::is_always_lock_free && std::atomic<int64_t>::is_always_lock_free,
+              "a signal handler sets them");
+
+// The first is noted; one that is no echo ends the process.
 void note_signal(int number) {
-  process_flag = number;
+  if (process_flag == 0) {
+    noted_at = milliseconds();
+    process_flag = number;
+    return;
+  }
+  if (milliseconds() - noted_at < kEcho) {
+    return;
+  }
   for (const int other : kStopSignals) {
     struct sigaction before {};
     if (sigaction(other, nullptr, &before) == 0 && before.sa_handler == note_signal) {
       std::signal(other, SIG_DFL);
     }
   }
+  // Delivered when this handler has returned.
+  raise(number);
 }
 
 const char* name_of(int number) {

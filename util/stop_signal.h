@@ -14,7 +14,8 @@ using StopFlag = std::atomic<int>;
 // The flag of this process.
 const StopFlag& stop_signal();
 
-// From now on SIGINT, SIGTERM and SIGHUP set the flag; a second one ends the process at once. What the parent
+// From now on SIGINT, SIGTERM and SIGHUP set the flag; a second one, half a second later or more, ends the
+// process at once. What the parent
 // had ignored (nohup) stays ignored. Blocking calls are interrupted, so that a pipe that nobody writes to
 // holds nothing up.
 void catch_stop_signals();

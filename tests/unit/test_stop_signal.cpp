@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <thread>
 
 namespace {
 
@@ -35,10 +37,24 @@ TEST(StopSignalDeathTest, ASecondOneOfAnyKindEndsTheProcess) {
         catch_stop_signals();
         std::raise(SIGTERM);
         expect_flag(SIGTERM);
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
         std::raise(SIGINT);
         _exit(4);
       },
       testing::KilledBySignal(SIGINT), "");
+}
+
+TEST(StopSignalDeathTest, AnEchoOfTheFirstIsNoSecondOne) {
+  EXPECT_EXIT(
+      {
+        catch_stop_signals();
+        std::raise(SIGTERM);
+        std::raise(SIGTERM);
+        std::raise(SIGHUP);
+        expect_flag(SIGTERM);
+        _exit(0);
+      },
+      testing::ExitedWithCode(0), "");
 }
 
 TEST(StopSignalDeathTest, WhatTheParentIgnoredStaysIgnored) {
