@@ -2,6 +2,7 @@
 #include "src/regression.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <deque>
@@ -166,8 +167,29 @@ Status fit_batch(WorkerPool& pool, const Problem& problem, const RegressionRules
   return {};
 }
 
-// The batches of a run over all items. Each is cut into one part per worker, which go to whichever worker is
-// free; parts that are fitted wait for their turn.
+// How many items a part has: what takes about a second, as far as the parts before it tell, so that a run
+// that keeps a checkpoint, or is stopped, need not wait for a launch of a million slow fits.
+class PartSize {
+ public:
+  uint64_t get() const { return size_; }
+
+  void learn(uint64_t items, double seconds) {
+    const double wanted = kSeconds * static_cast<double>(items) / std::max(seconds, kShortest);
+    const double most = kGrowth * static_cast<double>(size_);
+    size_ = static_cast<uint64_t>(std::clamp(wanted, static_cast<double>(kSmallest), most));
+  }
+
+ private:
+  static constexpr double kSeconds = 1.0;
+  static constexpr double kShortest = 1e-6;
+  static constexpr double kGrowth = 16.0;
+  static constexpr uint64_t kSmallest = 1024;
+
+  uint64_t size_ = kSmallest;
+};
+
+// The batches of a run over all items. Each is cut into one share per worker, and those into parts, which go
+// to whichever worker is free; parts that are fitted wait for their turn.
 class PartStream : public CommandStream {
  public:
   PartStream(const WorkerPool& pool, const Problem& problem, const RegressionRules& rules,
@@ -199,21 +221,34 @@ class PartStream : public CommandStream {
   uint64_t taken() const { return taken_; }
 
   const WorkerCommand* next(int worker) override {
-    if (n_waiting_ == 0 && parts_.size() <= kPartsAhead * static_cast<size_t>(n_workers_)) {
+    if (left_ == 0 && parts_.size() <= kPartsAhead * static_cast<size_t>(n_workers_)) {
       begin_batch();
     }
-    if (n_waiting_ == 0 || !wanted_) {
+    if (left_ == 0 || !wanted_) {
       return nullptr;
     }
-    Part& part = parts_[parts_.size() - n_waiting_];
-    --n_waiting_;
-    part.fits.resize(part.command.active);
+    while (shares_.front() == 0) {
+      shares_.pop_front();
+    }
+    const uint64_t count = std::min(shares_.front(), part_size_.get());
+    shares_.front() -= count;
+    Part& part = parts_.emplace_back();
+    part.batch = batch_;
+    part.fits.resize(count);
+    part.command.active = static_cast<uint32_t>(count);
+    part.command.items = batch_->data() + batch_->size() - left_ * static_cast<size_t>(order_);
     part.command.results = part.fits.data();
+    left_ -= count;
     given_[static_cast<size_t>(worker)] = &part;
     return &part.command;
   }
 
-  void finished(int worker) override { given_[static_cast<size_t>(worker)]->is_fitted = true; }
+  void finished(int worker) override {
+    Part& part = *given_[static_cast<size_t>(worker)];
+    const std::chrono::duration<double> time = std::chrono::steady_clock::now() - part.begun;
+    part_size_.learn(part.fits.size(), time.count());
+    part.is_fitted = true;
+  }
 
   bool settle() override {
     if (parts_.empty() || !parts_.front().is_fitted) {
@@ -234,13 +269,14 @@ class PartStream : public CommandStream {
   }
 
  private:
-  // Parts of a batch and more that may wait for one that is late, per worker.
+  // Parts that may wait for one that is late while the next batch begins, per worker.
   static constexpr size_t kPartsAhead = 2;
 
   struct Part {
-    std::shared_ptr<const std::vector<int>> items;  // of its batch
+    std::shared_ptr<const std::vector<int>> batch;  // that it is of
     RegressionBatchCommand command;
     std::vector<ItemFit> fits;
+    std::chrono::steady_clock::time_point begun = std::chrono::steady_clock::now();
     bool is_fitted = false;
   };
 
@@ -260,19 +296,12 @@ class PartStream : public CommandStream {
                 milliseconds / static_cast<double>(capacity_));
     cutResetTimer(timer_);
     cutStartTimer(timer_);
-    const int* first = items->data();
-    for (const uint64_t share : pass_shares(static_cast<uint64_t>(count), launch_size_, n_workers_)) {
-      if (share == 0) {
-        break;
-      }
-      Part& part = parts_.emplace_back();
-      part.items = items;
-      part.command.active = static_cast<uint32_t>(share);
-      part.command.items = first;
-      first += share * width;
-      ++n_waiting_;
-    }
-    begun_ += static_cast<uint64_t>(count);
+    items->resize(static_cast<size_t>(count) * width);
+    batch_ = items;
+    left_ = static_cast<uint64_t>(count);
+    const std::vector<uint64_t> shares = pass_shares(left_, launch_size_, n_workers_);
+    shares_.assign(shares.begin(), shares.end());
+    begun_ += left_;
   }
 
   const Problem& problem_;
@@ -286,8 +315,11 @@ class PartStream : public CommandStream {
   std::vector<int> cursor_;  // of the enumeration
   uint64_t begun_;           // items of the batches so far
   uint64_t taken_;
-  std::deque<Part> parts_;    // from the next to be taken on
-  size_t n_waiting_ = 0;      // of them, at the end, that no worker has
+  std::shared_ptr<const std::vector<int>> batch_;  // the latest: its items
+  uint64_t left_ = 0;                              // items of it, at its end, that no worker was given
+  std::deque<uint64_t> shares_;                    // what is left of those of the workers
+  PartSize part_size_;
+  std::deque<Part> parts_;    // that workers were given, from the next to be taken on
   std::vector<Part*> given_;  // [worker]
   bool goes_on_ = false;      // there are more batches
   bool wanted_ = true;        // by the loop

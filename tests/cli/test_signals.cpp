@@ -42,6 +42,33 @@ TEST_F(Signals, EndASearch) {
   expect_interrupted({"--order", "3", "--tie", "1"}, SIGTERM, "SIGTERM");
 }
 
+// timeout signals the process, and then its group.
+TEST_F(Signals, ThatComeTwiceAtOnceAreOne) {
+  const auto run_for_a_second = [&](const char* signal, const Words& words) {
+    return run_program("/usr/bin/timeout",
+                       Words{"-s", signal, "1", tavo_program().string()} + mdr_words() + words,
+                       folder_.path(""));
+  };
+  for (const char* signal : {"INT", "TERM", "HUP"}) {
+    const RunResult result =
+        run_for_a_second(signal, {"--order", "3", "--checkpoint", std::string("ck") + signal});
+    EXPECT_EQ(notices_with(result, {std::string("interrupted by SIG") + signal}), 1) << result.err;
+    EXPECT_TRUE(folder_.exists(std::string("ck") + signal));
+  }
+}
+
+// However large the launches are: a checkpoint has what was fitted before them.
+TEST_F(Signals, LoseLittleOfARegressionWithOneLaunch) {
+  const Words words = mdr_words() + Words{"--regression", "logistic", "--order",      "2", "--thread", "1024",
+                                          "--block",      "8192",     "--checkpoint", "ck"};
+  const Words command = Words{"-s", "INT", "3", tavo_program().string()} + words;
+  ASSERT_EQ(
+      notices_with(run_program("/usr/bin/timeout", command, folder_.path("")), {"ck holds what is done"}), 1);
+  const RunResult again = run_program("/usr/bin/timeout", command, folder_.path(""));
+  EXPECT_EQ(notices_with(again, {"fits are known from the checkpoint"}), 1) << again.err;
+  EXPECT_FALSE(contains(again.err, "tavo: 0 of ")) << again.err;
+}
+
 TEST_F(Signals, EndASearchThatHasLeftListFiles) {
   expect_interrupted({"--order", "1-4", "--top", "3"}, SIGINT, "SIGINT", "[");
 }

@@ -241,6 +241,12 @@ TEST_F(RegressionBatches, AreCutIntoAPartPerWorkerTheFirstWithTheRemainder) {
   EXPECT_EQ(sizes, (std::vector<char>{'1', '1', '2', '2', '2', '3'}));
 }
 
+// So that no run depends on the end of a launch that takes hours.
+TEST_F(RegressionBatches, BeginWithASmallPartHoweverLargeTheLaunch) {
+  EXPECT_EQ(fit(1, 3000, 100000, RegressionModel::kLogistic), counting(3000));
+  EXPECT_EQ(batches(), (std::vector<std::string>{"0 1024", "0 1976"}));
+}
+
 TEST_F(RegressionBatches, OfALateWorkerWaitForTheirTurnAndNotForIt) {
   script_.late = std::chrono::milliseconds(30);
   EXPECT_EQ(fit(2, 40, 2, RegressionModel::kLogistic), counting(40));
