@@ -48,10 +48,13 @@ Status ClusterBackend::prepare(const Problem& problem) {
     link_.send(rank, message);
   }
   // All take part in a broadcast, or none: it begins when every rank has room for the genotypes.
-  for (int rank = 1; rank < link_.size(); ++rank) {
-    if (Status status = receive_outcome(link_, rank, silence_limit_); !status.ok()) {
-      return status;
-    }
+  Status failure;
+  for (int rank = 1; rank < link_.size() && !link_.is_abandoned(); ++rank) {
+    Status status = receive_outcome(link_, rank, silence_limit_);
+    failure = failure.ok() ? status : failure;
+  }
+  if (!failure.ok()) {
+    return failure;
   }
   for (int rank = 1; rank < link_.size(); ++rank) {
     link_.send(rank, message_of(MessageKind::kGenotypes).take());

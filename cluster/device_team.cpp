@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cluster/device_team.h"
 
-#include "cluster/without_exceptions.h"
+#include "util/without_exceptions.h"
 
 DeviceTeam::DeviceTeam(Backend& backend, const std::vector<int>& ordinals)
     : devices_(ordinals.size()), outcomes_(ordinals.size()) {

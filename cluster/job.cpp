@@ -101,15 +101,16 @@ Status dismiss_ranks(Link& link) {
   // What is wrong with it has been said.
   (void)silence_limit(&limit).ok();
   Status status;
-  // Who has been asked to stop does not wait.
-  for (int rank = 1; rank < link.size() && status.ok() && stop_signal() == 0; ++rank) {
+  for (int rank = 1; rank < link.size() && status.ok(); ++rank) {
     status = receive_outcome(link, rank, limit);
   }
-  return status;
+  // A signal has been answered for by whoever noticed it first, or came when all was done.
+  return stop_signal() == 0 ? status : Status();
 }
 
 void end_job(Link& link, int status) {
-  if (link.is_abandoned()) {
+  // Who has been asked to stop waits for nobody.
+  if (link.is_abandoned() || stop_signal() != 0) {
     link.abort(status);
   } else {
     link.finish();

@@ -13,7 +13,8 @@
 #include "util/status.h"
 
 // Joins the launcher's job of `size` processes, 0 when it is not known how many. Null with an ok *status for
-// a job of one; null with a failure when MPI cannot be used or knows of others.
+// a job of one; null with a failure when MPI cannot be used or knows of others. Throws where memory or
+// threads are short.
 std::unique_ptr<Link> join_job(int size, Status* status);
 
 // Seconds of silence after which a rank that is at work counts as lost: TAVO_RANK_SILENCE of the environment,

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "util/stop_signal.h"
+#include "util/without_exceptions.h"
 
 namespace {
 
@@ -14,6 +15,9 @@ constexpr std::chrono::microseconds kLongestPause{1000};
 
 // How often the thread looks whether the processes of this host are there.
 constexpr std::chrono::milliseconds kWatch{10};
+
+// Between two looks, so much counts as time spent looking.
+constexpr std::chrono::milliseconds kLongestLook{100};
 
 // How often a rank that waits without a limit looks up.
 constexpr std::chrono::hours kLongestWait{1};
@@ -57,7 +61,7 @@ void Link::send(int to, Bytes message) {
 Status Link::receive(int from, double silence_limit, Bytes* message) {
   std::unique_lock guard(lock_);
   Sender& sender = senders_[static_cast<size_t>(from)];
-  sender.heard = Clock::now();
+  sender.heard = looked_for_;
   while (sender.messages.empty()) {
     Clock::time_point again;
     if (Status status = look_after(from, from + 1, silence_limit, &again); !status.ok()) {
@@ -88,13 +92,13 @@ Status Link::look_after(int first, int end, double silence_limit, Clock::time_po
   }
   const auto limit = std::chrono::ceil<Clock::duration>(std::chrono::duration<double>(silence_limit));
   for (int rank = first; rank < end; ++rank) {
-    const Clock::duration silence = now - senders_[static_cast<size_t>(rank)].heard;
+    const Clock::duration silence = looked_for_ - senders_[static_cast<size_t>(rank)].heard;
     if (silence >= limit) {
       const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(silence);
       return give_up(name(rank) + " has given no sign of life for " + std::to_string(seconds.count()) +
                      " seconds");
     }
-    *again = std::min(*again, now + (limit - silence));
+    *again = std::min(*again, now + std::max<Clock::duration>(limit - silence, kLongestPause));
   }
   return {};
 }
@@ -111,7 +115,7 @@ Status Link::broadcast(void* bytes, size_t size, double silence_limit) {
   broadcast_wanted_ = true;
   to_do_.notify_one();
   for (Sender& sender : senders_) {
-    sender.heard = Clock::now();
+    sender.heard = looked_for_;
   }
   while (broadcast_wanted_) {
     Clock::time_point again;
@@ -155,6 +159,21 @@ void Link::stop_thread() {
 }
 
 void Link::run() {
+  looked_at_ = Clock::now();
+  // What cannot be carried, for want of memory, fails the job, and who waits for this thread is still
+  // answered.
+  const auto carry_on = [this] {
+    return without_exceptions([this] {
+      carry();
+      return Status();
+    });
+  };
+  for (Status status = carry_on(); !status.ok(); status = carry_on()) {
+    fail(status.message());
+  }
+}
+
+void Link::carry() {
   auto pause = kShortestPause;
   for (;;) {
     if (work()) {
@@ -187,6 +206,9 @@ bool Link::work() {
     if (failed_) {
       return false;
     }
+    const Clock::time_point now = Clock::now();
+    looked_for_ += std::min<Clock::duration>(now - looked_at_, kLongestLook);
+    looked_at_ = now;
   }
   const bool sent = send_waiting();
   const bool left = check_sent();
@@ -267,7 +289,7 @@ bool Link::take_arrived() {
       return any;
     }
     const std::lock_guard guard(lock_);
-    sender.heard = Clock::now();
+    sender.heard = looked_for_;
   }
 }
 
@@ -289,7 +311,7 @@ bool Link::accept_arrived() {
 void Link::accept(int from, Bytes part) {
   const std::lock_guard guard(lock_);
   Sender& sender = senders_[static_cast<size_t>(from)];
-  sender.heard = Clock::now();
+  sender.heard = looked_for_;
   if (sender.missing == 0) {
     if (part.size() == kFrame) {
       sender.missing = static_cast<size_t>(ByteReader(part).get<uint64_t>());

@@ -83,12 +83,14 @@ class Link {
     std::deque<Bytes> messages;     // that have come and are not received
     Bytes begun;                    // a message of which parts are to come
     size_t missing = 0;             // bytes of it
-    Clock::time_point heard;
+    Clock::duration heard{0};       // when something came of it, by looked_for_
     // For who waits for it: with one for all, each message would wake a thread for every rank.
     std::condition_variable changed;
   };
 
   void run();
+  // Until the link ends, or nothing can be carried any more.
+  void carry();
   // One look at all that there is to do; whether there was anything.
   bool work();
   bool send_waiting();
@@ -120,6 +122,9 @@ class Link {
   void* broadcast_bytes_ = nullptr;
   size_t broadcast_size_ = 0;
   bool broadcast_wanted_ = false;
+  // How long the thread has looked for messages. It stands still while this process does (a job that the
+  // scheduler has suspended): nobody is silent then.
+  Clock::duration looked_for_{0};
   bool failed_ = false;  // the thread calls the transport no more
   bool abandoned_ = false;
   bool ending_ = false;
@@ -132,6 +137,7 @@ class Link {
   size_t broadcast_begun_ = 0;      // bytes of the broadcast
   int broadcast_ticket_ = -1;       // of its latest part
   bool stop_told_ = false;
+  Clock::time_point looked_at_;
   std::vector<int> watched_;  // ranks whose end is looked for
   Clock::time_point watched_at_;
   std::thread thread_;

@@ -18,8 +18,10 @@ namespace {
 
 constexpr int kTag = 1;
 
-// Seconds that the others have to end with this rank.
-constexpr unsigned kPatience = 120;
+// Seconds that all ranks have to begin, and to end, with this one. Then it is ended by a signal, and the job
+// by the launcher.
+constexpr unsigned kPatienceAtBegin = 600;
+constexpr unsigned kPatienceAtEnd = 120;
 
 // Where a rank runs. Process numbers mean the same where their numbering, a namespace of one running system,
 // does.
@@ -113,7 +115,7 @@ class MpiTransport : public Transport {
 
   // Waits for all ranks. One that has stopped before would hold up the others for ever.
   void finish() override {
-    alarm(kPatience);
+    alarm(kPatienceAtEnd);
     MPI_Finalize();
     alarm(0);
   }
@@ -159,9 +161,11 @@ class MpiTransport : public Transport {
 // See OpenTransport.
 extern "C" __attribute__((visibility("default"))) Transport* tavo_open_transport(char* reason,
                                                                                  size_t reason_size) {
+  alarm(kPatienceAtBegin);
   int provided = MPI_THREAD_SINGLE;
   if (MPI_Init_thread(nullptr, nullptr, MPI_THREAD_SERIALIZED, &provided) != MPI_SUCCESS) {
     std::snprintf(reason, reason_size, "it does not start");
+    alarm(0);
     return nullptr;
   }
   if (provided < MPI_THREAD_SERIALIZED) {
@@ -169,5 +173,7 @@ extern "C" __attribute__((visibility("default"))) Transport* tavo_open_transport
     MPI_Finalize();
     return nullptr;
   }
-  return new MpiTransport;
+  auto* transport = new MpiTransport;
+  alarm(0);
+  return transport;
 }

@@ -97,6 +97,9 @@ Status RemoteDevice::search_range(const WorkerBatchCommand& command) {
 }
 
 void RemoteDevice::release() {
+  if (link_.is_abandoned()) {
+    return;
+  }
   // A failure shows at the next question.
   (void)ask(message_of(MessageKind::kRelease).take(), nothing_more).ok();
 }

@@ -12,10 +12,10 @@
 #include "cluster/cluster_backend.h"
 #include "cluster/delays.h"
 #include "cluster/device_team.h"
-#include "cluster/without_exceptions.h"
 #include "device/candidate_list.h"
 #include "lib/cv_measures.h"
 #include "util/checksum.h"
+#include "util/without_exceptions.h"
 
 namespace {
 
@@ -60,7 +60,11 @@ class SignsOfLife {
       if (!working_ || pause_.count() <= 0.0) {
         changed_.wait(guard);
       } else if (changed_.wait_for(guard, pause_) == std::cv_status::timeout) {
-        link_.send_sign_of_life(0);
+        // For want of memory this one is left out.
+        (void)without_exceptions([this] {
+          link_.send_sign_of_life(0);
+          return Status();
+        }).ok();
       }
     }
   }
@@ -374,5 +378,5 @@ class Servant {
 }  // namespace
 
 Status serve(Link& link, const ServantHooks& hooks) {
-  return Servant(link, hooks).run();
+  return without_exceptions([&] { return Servant(link, hooks).run(); });
 }

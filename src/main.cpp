@@ -2,8 +2,7 @@
 //
 // The entry point: options, device, driver, exit status.
 #include <cstdio>
-#include <exception>
-#include <new>
+#include <string>
 
 #include "cluster/job.h"
 #include "cluster/launcher.h"
@@ -15,6 +14,7 @@
 #include "src/rank_run.h"
 #include "src/run_config.h"
 #include "util/stop_signal.h"
+#include "util/without_exceptions.h"
 
 namespace {
 
@@ -125,16 +125,18 @@ int run(int argc, char** argv, Link* link) {
   return status_of_output("; that says nothing about the result file");
 }
 
-// As run, with what is thrown as a message.
-int run_guarded(int argc, char** argv, Link* link) {
-  try {
-    return run(argc, argv, link);
-  } catch (const std::bad_alloc&) {
-    notice("out of memory");
-  } catch (const std::exception& error) {
-    notice("%s", error.what());
+// What run() returns, or 1 where it throws: that is said. who: "rank 2: ", or nothing.
+template <typename Run>
+int run_guarded(const std::string& who, Run run) {
+  int exit_status = 1;
+  const Status status = without_exceptions([&] {
+    exit_status = run();
+    return Status();
+  });
+  if (!status.ok()) {
+    notice("%s%s", who.c_str(), status.message().c_str());
   }
-  return 1;
+  return exit_status;
 }
 
 // One rank of a job that an MPI launcher has started.
@@ -148,16 +150,18 @@ int run_launched(const LaunchedAs& launched, int argc, char** argv) {
     return 1;
   }
   if (link == nullptr) {
-    return run_guarded(argc, argv, nullptr);
+    return run_guarded("", [&] { return run(argc, argv, nullptr); });
   }
   if (link->rank() != 0) {
     return run_as_servant(*link, rank_identity(argc, argv));
   }
-  int exit_status = run_guarded(argc, argv, link.get());
+  int exit_status = run_guarded("", [&] { return run(argc, argv, link.get()); });
   std::fflush(stdout);
   if (status = dismiss_ranks(*link); !status.ok()) {
     notice(status);
     exit_status = exit_status != 0 ? exit_status : kDeviceFailure;
+  } else if (exit_status == 0 && stop_signal() != 0) {
+    exit_status = stopped_status(stop_signal());
   }
   end_job(*link, exit_status);
   return exit_status;
@@ -169,5 +173,9 @@ int main(int argc, char** argv) {
   // A launcher of one process needs no MPI, and scripts under it may start several programs one after the
   // other.
   const LaunchedAs launched = launched_as();
-  return launched.size == 1 ? run_guarded(argc, argv, nullptr) : run_launched(launched, argc, argv);
+  if (launched.size == 1) {
+    return run_guarded("", [&] { return run(argc, argv, nullptr); });
+  }
+  return run_guarded("rank " + std::to_string(launched.rank) + ": ",
+                     [&] { return run_launched(launched, argc, argv); });
 }

@@ -5,7 +5,7 @@
 
 #include "util/status.h"
 
-// printf-style; adds the line feed. Main thread only.
+// printf-style; adds the line feed. From any thread: lines stay whole.
 [[gnu::format(printf, 1, 2)]] void notice(const char* format, ...);
 // What a failure says.
 void notice(const Status& failure);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <memory>
@@ -30,6 +31,8 @@ class Switchboard {
   void cut();
   void end(int rank) { gone_ = rank; }
   void stop(int rank) { stopped_ = rank; }
+  // Rank 0 stands still so long, as a process that is suspended does.
+  void suspend(std::chrono::milliseconds time) { suspended_ = time; }
 
  private:
   friend class MemoryTransport;
@@ -45,6 +48,7 @@ class Switchboard {
   bool one_host_ = false;
   std::atomic<int> gone_{-1};
   std::atomic<int> stopped_{-1};
+  std::atomic<std::chrono::milliseconds> suspended_{std::chrono::milliseconds(0)};
 };
 
 // Ranks 1 to size - 1 run `servant` on threads of their own; the test is rank 0. The job ends with the
@@ -59,6 +63,7 @@ class InProcessJob {
   Link& link() { return *link_; }
   void cut() { board_.cut(); }
   void stop(int rank) { board_.stop(rank); }
+  void suspend(std::chrono::milliseconds time) { board_.suspend(time); }
 
  private:
   Switchboard board_;

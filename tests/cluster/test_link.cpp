@@ -55,6 +55,22 @@ TEST(Links, GiveARankUpThatIsSilent) {
   EXPECT_TRUE(job.link().is_abandoned());
 }
 
+// The other may have been suspended with this one.
+TEST(Links, DoNotTakeTheirOwnStandstillForSilence) {
+  InProcessJob job(2, [](Link& link) {
+    Bytes message;
+    (void)link.receive(0, 0.0, &message).ok();
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    link.send(0, message);
+    (void)link.receive(0, 0.0, &message).ok();
+  });
+  Bytes message;
+  job.link().send(1, counting(5));
+  job.suspend(std::chrono::milliseconds(1400));
+  EXPECT_EQ(job.link().receive(1, 0.8, &message).message(), "");
+  EXPECT_EQ(message, counting(5));
+}
+
 TEST(Links, GiveARankUpThatStopsWithinAMessage) {
   InProcessJob job(2, echo);
   job.stop(1);

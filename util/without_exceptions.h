@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What a rank does for another never ends its process by an exception: the other is told.
+// Exceptions as failures, where a process or a thread would end by them: the reason is told.
 #pragma once
 
 #include <exception>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
 #include "util/status.h"
 
@@ -18,6 +19,8 @@ Status without_exceptions(Step step) {
     return Status::failure("out of memory");
   } catch (const std::length_error&) {
     return Status::failure("out of memory");  // more than a vector ever holds
+  } catch (const std::system_error& error) {
+    return Status::failure("out of memory or threads: " + error.code().message());
   } catch (const std::exception& error) {
     return Status::failure(error.what());
   }
