@@ -125,6 +125,10 @@ class Checker {
       row.texts["folds_first"] = std::to_string(first);
     }
     add_measures(one.values, false, &row.doubles);
+    // A ranking by accuracy has its testing value at least.
+    if (run_.mode < 2 && !scored() && run_.measure == 1) {
+      row.doubles["test_accuracy"] = one.values[17];
+    }
     return row;
   }
 
