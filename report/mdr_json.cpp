@@ -76,6 +76,10 @@ void write_combination(const std::vector<std::string>& measures, const Combinati
   optional_member("folds_first", combination.folds_first, json);
   write_both_values(measures, combination.values, json);
   optional_member("p", combination.p, json);
+  optional_member("p_testing", combination.p_testing, json);
+  optional_member("p_consistency", combination.p_consistency, json);
+  optional_member("p_testing_all_orders", combination.p_testing_all_orders, json);
+  optional_member("p_consistency_all_orders", combination.p_consistency_all_orders, json);
   optional_member("threshold", combination.threshold, json);
   optional_member("n", combination.n, json);
   optional_member("cases", combination.cases, json);

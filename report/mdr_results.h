@@ -46,6 +46,12 @@ struct Combination {
   double folds_first = kMissingNumber;
   MeasureValues values;
   double p = kMissingNumber;
+  // Of a permutation test of the whole search, by testing value and by consistency, within the order and over
+  // all.
+  double p_testing = kMissingNumber;
+  double p_consistency = kMissingNumber;
+  double p_testing_all_orders = kMissingNumber;
+  double p_consistency_all_orders = kMissingNumber;
   double threshold = kMissingNumber;
   double n = kMissingNumber;
   double cases = kMissingNumber;

@@ -13,6 +13,13 @@ constexpr int64_t kLargestOrder = 64;
 
 class MdrTableReader {
  public:
+  // That runs with a permutation test have.
+  static constexpr std::pair<const char*, double Combination::*> kPermutationColumns[] = {
+      {"p_testing", &Combination::p_testing},
+      {"p_consistency", &Combination::p_consistency},
+      {"p_testing_all_orders", &Combination::p_testing_all_orders},
+      {"p_consistency_all_orders", &Combination::p_consistency_all_orders}};
+
   MdrTableReader(TsvFile& table, MdrResults* results) : table_(table), results_(results) {}
 
   Status find_columns() {
@@ -43,6 +50,11 @@ class MdrTableReader {
     }
     if (!status.ok()) {
       return status;
+    }
+    for (const auto& [name, value] : kPermutationColumns) {
+      if (const int column = table_.find(name); column >= 0) {
+        permutation_columns_.emplace_back(column, value);
+      }
     }
     // The columns of the SNPs stand side by side, as many of each kind as the largest order has.
     while (has_list_column(snp_, "snp", largest_order_) &&
@@ -153,6 +165,11 @@ class MdrTableReader {
         status = table_.number(column, value);
       }
     }
+    for (const auto& [column, value] : permutation_columns_) {
+      if (status.ok()) {
+        status = table_.number(column, &(combination.*value));
+      }
+    }
     if (status.ok()) {
       status = take_values(&combination.values);
     }
@@ -223,6 +240,7 @@ class MdrTableReader {
       weighted_consistency_ = 0, folds_listed_ = 0, folds_first_ = 0, p_ = 0, threshold_ = 0, genotype_ = 0,
       n_ = 0, cases_ = 0, controls_ = 0, score_sum_ = 0, risk_ = 0;
   int largest_order_ = 1;
+  std::vector<std::pair<int, double Combination::*>> permutation_columns_;  // those that are there
   std::vector<int> training_;
   std::vector<int> testing_;
   std::map<std::vector<int64_t>, size_t> place_of_;  // among the combinations of their order

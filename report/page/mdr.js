@@ -68,6 +68,7 @@ function mdrSummary(model) {
     section.append(h("p", { class: "finding" }, best.length > 1 ? "Of the first combinations of the orders, " : "Of all combinations, ", h("strong", {}, nameCell(top)),
       best.length > 1 ? ` has the highest ${model.crossValidated ? "testing " : ""}balanced accuracy: it reaches ` : ` stands first: its ${model.crossValidated ? "testing " : ""}balanced accuracy is `,
       `${fixed(value)}${consistency(top)}.`,
+      top.p_testing_all_orders !== undefined && ` In a permutation test of the whole search it has p = ${probability(top.p_testing_all_orders)}.`,
       smaller && [" With fewer SNPs, ", h("strong", {}, nameCell(smaller)), ` reaches ${fixed(headline(model, smaller))}${consistency(smaller)}.`]));
   }
   if (!model.crossValidated && data.source !== "report") {
@@ -87,6 +88,15 @@ function mdrSummary(model) {
       ["Order", "Combination", "", ...(model.crossValidated ? ["First in folds", "Weighted consistency", "BA training", "BA testing"] : ["BA"]), "Gain"], rows)));
 }
 
+// The p-values of the testing values, where the run made a permutation test: among the combinations of the order, and over
+// all orders where there are several.
+function permutationColumns(model) {
+  return [["p_testing", "p (its order)", "its order"], ["p_testing_all_orders", "p (all orders)", "any order"]]
+    .filter(([field]) => model.combinations.some((one) => one[field] !== undefined) && (model.orders.length > 1 || field === "p_testing"))
+    .map(([field, label, where]) => ({ label, numeric: true, smallestFirst: true, get: (one) => one[field], show: probability,
+      title: `how often the best testing value of ${where} reaches this one by chance, in permutations of the whole search` }));
+}
+
 function mdrRanking(model) {
   const section = addSection("ranking", "Ranking", model.crossValidated
     ? "Ranks are by weighted consistency within an order: how often, and how high, a combination stands in the lists of the folds. Values are means over those folds."
@@ -104,6 +114,7 @@ function mdrRanking(model) {
     { label: model.crossValidated ? "Training" : "Value", numeric: true, get: value("train"), show: (x) => fixed(x) },
     model.crossValidated && { label: "Testing", numeric: true, get: value("test"), show: (x) => fixed(x) },
     model.combinations.some((one) => one.p !== undefined) && { label: "p", numeric: true, smallestFirst: true, get: (one) => one.p, show: probability, title: "share of the permutation records that reach the value, not corrected for the number of combinations" },
+    ...permutationColumns(model),
     model.combinations.some((one) => one.n !== undefined) && { label: "Samples", numeric: true, get: (one) => one.n, show: whole },
     model.combinations.some((one) => one.cells) && { label: "Grid", title: "grid of its genotypes", get: (one) => (one.cells ? 1 : undefined),
       show: (has, one) => (has ? h("button", { type: "button", "aria-label": `Show the genotypes of ${nameOf(one)}`, onclick: () => model.showGenotypes(one) }, "show") : "–") },

@@ -73,6 +73,12 @@ void expect_all_of_table(const json& results, const TsvTable& table) {
                                "threshold", "n", "cases", "controls"}) {
         expect_cell(one, name, row.at(name));
       }
+      for (const char* name :
+           {"p_testing", "p_consistency", "p_testing_all_orders", "p_consistency_all_orders"}) {
+        if (row.count(name) > 0) {
+          expect_cell(one, name, row.at(name));
+        }
+      }
     } else if (row.at("row") == "cell") {
       for (const json& one : order["combinations"]) {
         if (one["positions"].size() == static_cast<size_t>(std::stoi(row.at("order"))) &&
@@ -118,7 +124,7 @@ TEST(ReportJson, HoldsEveryNumberOfATable) {
   for (const Words& more :
        {Words{"--order", "1-3", "--cv", "4"}, Words{"--order", "1-2", "--mode", "0", "--cv", "3"},
         Words{"--mode", "2"}, Words{"--order", "1-2", "--mode", "3"},
-        Words{"--order", "1-2", "--score", "s.txt"}}) {
+        Words{"--order", "1-2", "--permutations", "20"}, Words{"--order", "1-2", "--score", "s.txt"}}) {
     folder.search(more);
     const json results = folder.json("t.tsv");
     EXPECT_EQ(results["kind"], more.back() == "s.txt" ? "gmdr" : "mdr");
