@@ -20,7 +20,9 @@ Status without_exceptions(Step step) {
   } catch (const std::length_error&) {
     return Status::failure("out of memory");  // more than a vector ever holds
   } catch (const std::system_error& error) {
-    return Status::failure("out of memory or threads: " + error.code().message());
+    // What a thread that cannot be had is reported by; others, of files, speak for themselves.
+    const bool is_thread = error.code() == std::errc::resource_unavailable_try_again;
+    return Status::failure(is_thread ? "out of memory or threads" : error.what());
   } catch (const std::exception& error) {
     return Status::failure(error.what());
   }
