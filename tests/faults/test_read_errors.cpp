@@ -139,6 +139,12 @@ class Inputs : public testing::TestWithParam<size_t> {
                           const std::function<void()>& opened) const {
     std::atomic<bool> over = false;
     std::thread writer([&] {
+      // A program that refuses the pipe may close it before the bytes are written. This thread is told so by
+      // `write`, not by a signal that would end all tests; the signal of a thread goes with the thread.
+      sigset_t broken_pipe;
+      sigemptyset(&broken_pipe);
+      sigaddset(&broken_pipe, SIGPIPE);
+      pthread_sigmask(SIG_BLOCK, &broken_pipe, nullptr);
       // Not blocking: some formats are refused without a look at the pipe.
       for (int tries = 0; tries < 4000 && !over; ++tries) {
         const int pipe = open(folder_.path(file()).c_str(), O_WRONLY | O_NONBLOCK);
