@@ -28,6 +28,26 @@ class CountDownGuard {
   CountDownGuard& operator=(const CountDownGuard&) = delete;
 };
 
+// Wakes, on the way out, the workers that have been given a command: once for all, since each call wakes
+// every worker that has nothing to do. A worker that is not woken would be waited for without end, so this
+// happens even when the next command cannot be made.
+class WakeGuard {
+ public:
+  WakeGuard() = default;
+  ~WakeGuard() {
+    if (any_) {
+      pthread_cond_broadcast(&g_command_posted);
+    }
+  }
+  WakeGuard(const WakeGuard&) = delete;
+  WakeGuard& operator=(const WakeGuard&) = delete;
+
+  void posted() { any_ = true; }
+
+ private:
+  bool any_ = false;
+};
+
 }  // namespace
 
 WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(backend) {
@@ -126,13 +146,12 @@ Status WorkerPool::dispatch(const std::vector<RegressionBatchCommand>& commands)
 }
 
 void WorkerPool::give(CommandStream& commands) {
-  bool any = false;
+  WakeGuard wake;
   for (int g = 0; g < n_started_; ++g) {
     uint8_t& busy = busy_[static_cast<size_t>(g)];
     const WorkerCommand* command = busy == 0 ? commands.next(g) : nullptr;
     if (command != nullptr) {
       busy = 1;
-      any = true;
       if (command->code == kCommandRegressionBatch) {
         g_pThrResult[g] = static_cast<const RegressionBatchCommand*>(command)->results;
       }
@@ -140,11 +159,8 @@ void WorkerPool::give(CommandStream& commands) {
       counted_[static_cast<size_t>(g)] = 0;
       ++getCnt;
       g_pThrData[g] = command;
+      wake.posted();
     }
-  }
-  // Once for all: each wakes every worker that has nothing to do.
-  if (any) {
-    pthread_cond_broadcast(&g_command_posted);
   }
 }
 

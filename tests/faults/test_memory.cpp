@@ -71,9 +71,10 @@ class LimitedRuns : public testing::TestWithParam<size_t> {
 
   RunResult run_with(int kilobytes, const Words& words, const std::filesystem::path& program) const {
     // Small stacks: what the threads compute with, not their stacks, is what memory is too little for.
-    Words all = {"-c", "ulimit -s 512; ulimit -v " + std::to_string(kilobytes) + "; exec \"$0\" \"$@\"",
-                 program.string()};
-    return folder_.run("/bin/sh", all + words);
+    const std::string limited =
+        "ulimit -s 512; ulimit -v " + std::to_string(kilobytes) + "; exec \"$0\" \"$@\"";
+    // A run that waits for ever has status 124.
+    return folder_.run("/usr/bin/timeout", Words{"120", "/bin/sh", "-c", limited, program.string()} + words);
   }
 
   FaultFolder folder_;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <new>
 
 #include "device/worker.h"
 #include "device/worker_state.h"
@@ -237,6 +238,22 @@ TEST_F(Workers, AStreamGivesNothingAfterAFailureAndWaitsForTheOthers) {
   EXPECT_EQ(pool_->stream(commands).message(), "device 1 failed in evaluate_list");
   EXPECT_EQ(commands.given_to, (std::vector<int>{0, 1}));
   EXPECT_EQ(commands.finished_by, (std::vector<int>{0}));
+}
+
+// There is no memory for the second worker's command when the first has its own.
+class OneCommandAndNoMemory : public TwoCommands {
+ public:
+  const WorkerCommand* next(int worker) override {
+    return given_to.empty() ? TwoCommands::next(worker) : throw std::bad_alloc();
+  }
+};
+
+TEST_F(Workers, AStreamWithoutMemoryEndsWhenWhatWasGivenIsCountedDown) {
+  start(2);
+  OneCommandAndNoMemory commands;
+  EXPECT_THROW((void)pool_->stream(commands), std::bad_alloc);
+  EXPECT_EQ(commands.given_to, (std::vector<int>{0}));
+  EXPECT_EQ(getCnt, 0);
 }
 
 TEST_F(Workers, ASearchPrintsNoMarks) {
