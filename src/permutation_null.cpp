@@ -23,7 +23,8 @@ double larger(double a, double b) {
 }  // namespace
 
 bool reaches(double null, double observed) {
-  return null >= observed - kRounding * std::fabs(observed);
+  // The first comparison is for infinite values.
+  return null >= observed || null >= observed - kRounding * std::fabs(observed);
 }
 
 BestOfOrder best_of(const MDRResult& result) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <limits>
 #include <numeric>
 
 namespace {
@@ -25,6 +26,10 @@ TEST(PermutationPValue, TakesFractionsThatAreRoundedInAnotherWayAsEqual) {
   EXPECT_EQ(permutation_p_value(null, 0.5479999899864196, 0), 3.0 / 4);
   EXPECT_TRUE(reaches(-0.25000001, -0.25));
   EXPECT_FALSE(reaches(-0.26, -0.25));
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  EXPECT_TRUE(reaches(kInfinity, kInfinity));
+  EXPECT_FALSE(reaches(1e300, kInfinity));
+  EXPECT_TRUE(reaches(-kInfinity, -kInfinity));
 }
 
 TEST(PermutationPValue, OfNoNumberIsNone) {
