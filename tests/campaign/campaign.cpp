@@ -39,11 +39,10 @@ struct Case {
 
 Case search_case(Draw& draw, const tavo_test::SearchKind& kind) {
   const auto drawn = std::make_shared<tavo_test::SearchCase>(tavo_test::draw_search(draw, kind));
-  const auto reference =
-      std::make_shared<std::vector<naive::OrderResult>>(tavo_test::reference_results(*drawn));
+  const auto reference = std::make_shared<tavo_test::SearchReference>(tavo_test::reference_results(*drawn));
   Case one;
-  one.kind =
-      std::string(kind.with_scores ? "score-based" : "plain") + " search, mode " + std::to_string(kind.mode);
+  one.kind = std::string(kind.with_scores ? "score-based" : "plain") + " search, mode " +
+             std::to_string(kind.mode) + (drawn->permutations > 0 ? ", with permutations" : "");
   one.files = {{"in.tavo", drawn->genotype_bytes}};
   if (kind.with_scores) {
     one.files.emplace_back("scores.txt", drawn->score_text);

@@ -247,12 +247,21 @@ SearchCase draw_search(Draw& draw, const SearchKind& kind) {
   }
   if (kind.mode != 1) {
     give("mode", std::to_string(kind.mode));
+  } else if (!wide && draw.one_in(4)) {
+    drawn.permutations = draw.from(1, 5);
+    give("permutations", std::to_string(drawn.permutations));
+    if (run.shuffling) {
+      run.permutation_seed = run.seed;
+    } else if (draw.one_in(2)) {
+      run.permutation_seed = static_cast<unsigned>(draw.from(0, 100));
+      give("seed", std::to_string(*run.permutation_seed));
+    }
   }
 
   const int n_samples = wide ? draw.from(2, 100) : draw_samples(draw);
   int n_snps = wide ? draw.of<int>({511, 512, 513, 530}) : draw_snps(draw);
   const double limit = wide ? 6e7 : 3e6;
-  while (cost(run, n_samples, n_snps) > limit) {
+  while (cost(run, n_samples, n_snps) * (1 + drawn.permutations) > limit) {
     --n_snps;
   }
   drawn.data = draw_data(draw, n_samples, n_snps);

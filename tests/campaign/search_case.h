@@ -14,6 +14,7 @@ struct SearchCase {
   naive::Run run;              // workers, threads and blocks are those of each setting
   Words options;               // what all settings share
   bool tidy = false;           // writes tidy.tsv
+  int permutations = 0;        // of the classes; 0: no such test
   bool refused = false;        // a score-based search of a transposed file
   std::string genotype_bytes;  // of the file in.tavo
   std::string score_text;      // of the file scores.txt; empty: there is none

@@ -76,8 +76,13 @@ std::string lists_difference(const naive::Run& run, const std::vector<naive::Ord
 
 }  // namespace
 
-std::vector<naive::OrderResult> reference_results(const SearchCase& drawn) {
-  return drawn.refused ? std::vector<naive::OrderResult>() : naive::results(drawn.data, drawn.run, tavo_logf);
+SearchReference reference_results(const SearchCase& drawn) {
+  SearchReference reference;
+  if (!drawn.refused) {
+    reference.orders = naive::results(drawn.data, drawn.run, tavo_logf);
+    reference.nulls = naive::permuted_bests(drawn.data, drawn.run, drawn.permutations, tavo_logf);
+  }
+  return reference;
 }
 
 std::string report_difference(const std::vector<std::string>& expected, const fs::path& path) {
@@ -101,7 +106,7 @@ std::string report_difference(const std::vector<std::string>& expected, const fs
 }
 
 std::string search_difference(const SearchCase& drawn, const Setting& setting,
-                              const std::vector<naive::OrderResult>& reference, const RunResult& result,
+                              const SearchReference& reference, const RunResult& result,
                               const fs::path& folder) {
   if (drawn.refused) {
     if (result.status != 1 || result.out.find("Can't apply score") == std::string::npos) {
@@ -120,12 +125,18 @@ std::string search_difference(const SearchCase& drawn, const Setting& setting,
     return "the checkpoint was left behind";
   }
   const naive::Run run = run_in(drawn, setting);
-  std::string difference = report_difference(naive::report(drawn.data, run, reference), folder / "out.csv");
+  std::string difference =
+      report_difference(naive::report(drawn.data, run, reference.orders), folder / "out.csv");
   if (difference.empty()) {
-    difference = lists_difference(run, reference, folder);
+    difference = lists_difference(run, reference.orders, folder);
   }
   if (difference.empty() && drawn.tidy) {
-    difference = tidy_difference(drawn.data, run, reference, read_file(folder / "tidy.tsv"));
+    difference =
+        tidy_difference(drawn.data, run, reference.orders, reference.nulls, read_file(folder / "tidy.tsv"));
+  }
+  if (difference.empty() && drawn.permutations > 0) {
+    difference = naive::null_table_difference(reference.nulls, run.min_order,
+                                              read_file(folder / "out.csv.permutations.tsv"));
   }
   return difference;
 }

@@ -10,12 +10,18 @@
 namespace tavo_test {
 
 // What the reference says of a case: computed once, compared with every setting's run.
-std::vector<naive::OrderResult> reference_results(const SearchCase& drawn);
+struct SearchReference {
+  std::vector<naive::OrderResult> orders;
+  std::vector<std::vector<naive::NullBest>> nulls;  // [permutation][order]
+};
+
+SearchReference reference_results(const SearchCase& drawn);
 
 // The first difference between what the run left in the folder and the reference, in words; empty when there
-// is none. Looks at the result file and the list files byte for byte, at the tidy table number for number.
+// is none. Looks at the result file and the list files byte for byte, at the tidy table and the null values
+// number for number.
 std::string search_difference(const SearchCase& drawn, const Setting& setting,
-                              const std::vector<naive::OrderResult>& reference, const RunResult& result,
+                              const SearchReference& reference, const RunResult& result,
                               const std::filesystem::path& folder);
 
 // The same of the result file alone, out.csv.

@@ -66,8 +66,9 @@ bool is_filled(const std::vector<int>& comb, const std::vector<double>& values) 
 
 class Checker {
  public:
-  Checker(const naive::GenotypeData& data, const naive::Run& run, const TsvTable& table)
-      : data_(data), run_(run), table_(table) {}
+  Checker(const naive::GenotypeData& data, const naive::Run& run,
+          const std::vector<std::vector<naive::NullBest>>& nulls, const TsvTable& table)
+      : data_(data), run_(run), nulls_(nulls), table_(table) {}
 
   std::string order_difference(int order, const naive::OrderResult& result) {
     std::vector<Expected> combinations;
@@ -129,7 +130,20 @@ class Checker {
     if (run_.mode < 2 && !scored() && run_.measure == 1) {
       row.doubles["test_accuracy"] = one.values[17];
     }
+    if (!nulls_.empty()) {
+      add_p_values(static_cast<size_t>(order - run_.min_order), one, &row.doubles);
+    }
     return row;
+  }
+
+  void add_p_values(size_t order, const naive::Ranked& one, std::map<std::string, double>* row) const {
+    const double testing = one.values[16 + static_cast<size_t>(run_.measure)];
+    (*row)["p_testing"] = naive::permutation_p(nulls_, order, &naive::NullBest::testing, testing);
+    (*row)["p_testing_all_orders"] =
+        naive::permutation_p(nulls_, std::nullopt, &naive::NullBest::testing, testing);
+    (*row)["p_consistency"] = naive::permutation_p(nulls_, order, &naive::NullBest::consistency, one.weight);
+    (*row)["p_consistency_all_orders"] =
+        naive::permutation_p(nulls_, std::nullopt, &naive::NullBest::consistency, one.weight);
   }
 
   Expected listed(int order, size_t fold, size_t r, const naive::Entry& entry) const {
@@ -213,15 +227,17 @@ class Checker {
 
   const naive::GenotypeData& data_;
   const naive::Run& run_;
+  const std::vector<std::vector<naive::NullBest>>& nulls_;
   const TsvTable& table_;
 };
 
 }  // namespace
 
 std::string tidy_difference(const naive::GenotypeData& data, const naive::Run& run,
-                            const std::vector<naive::OrderResult>& reference, const std::string& text) {
+                            const std::vector<naive::OrderResult>& reference,
+                            const std::vector<std::vector<naive::NullBest>>& nulls, const std::string& text) {
   const TsvTable table = parse_tsv(text);
-  Checker checker(data, run, table);
+  Checker checker(data, run, nulls, table);
   int order = run.min_order;
   for (const naive::OrderResult& result : reference) {
     const std::string difference = checker.order_difference(order++, result);

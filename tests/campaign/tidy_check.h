@@ -7,8 +7,9 @@
 
 namespace tavo_test {
 
-// The first difference in words; empty when there is none.
+// The first difference in words; empty when there is none. nulls: of a run with permutations, else empty.
 std::string tidy_difference(const naive::GenotypeData& data, const naive::Run& run,
-                            const std::vector<naive::OrderResult>& reference, const std::string& text);
+                            const std::vector<naive::OrderResult>& reference,
+                            const std::vector<std::vector<naive::NullBest>>& nulls, const std::string& text);
 
 }  // namespace tavo_test

@@ -4,42 +4,22 @@
 // change them.
 #include <gtest/gtest.h>
 
-#include <cmath>
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <random>
 
 #include "lib/float_math.h"
 #include "tests/reference/naive_run.h"
 #include "tests/support/genotype_file.h"
 #include "tests/support/run_program.h"
+#include "tests/support/tsv_table.h"
 
 namespace {
 
 using tavo_test::GenotypeData;
+using tavo_test::TsvRow;
 using Words = std::vector<std::string>;
-using Table = std::vector<Words>;
-
-Table read_table(const std::filesystem::path& path) {
-  Table table;
-  for (const std::string& line : tavo_test::split_lines(tavo_test::read_file(path))) {
-    Words& cells = table.emplace_back();
-    for (size_t start = 0; start <= line.size();) {
-      const size_t end = std::min(line.find('\t', start), line.size());
-      cells.push_back(line.substr(start, end - start));
-      start = end + 1;
-    }
-  }
-  return table;
-}
-
-double number(const std::string& cell) {
-  return cell == "NA" ? std::nan("") : std::strtod(cell.c_str(), nullptr);
-}
-
-bool same(double a, double b) {
-  return a == b || (std::isnan(a) && std::isnan(b));
-}
-
 // A kind of run: what differs from two folds of plain pairs.
 struct Kind {
   const char* name;
@@ -129,65 +109,40 @@ TEST_P(PermutationTests, AreThoseOfANaiveRepetition) {
   run({"--gpu", "2"});
   naive::Run run = GetParam().run;
   run.scores = scores_;
-  const auto expected = naive::permuted_bests(data, run, kPermutations, tavo_logf);
-  const Table table = read_table(folder_ / "out.csv.permutations.tsv");
-  ASSERT_EQ(table.front(), (Words{"permutation", "order", "testing", "consistency"}));
-  ASSERT_EQ(table.size(), 1 + expected.size() * expected.front().size());
-  size_t line = 1;
-  for (size_t r = 0; r < expected.size(); ++r) {
-    for (size_t i = 0; i < expected[r].size(); ++i, ++line) {
-      const Words& row = table[line];
-      ASSERT_EQ(row.size(), 4u);
-      EXPECT_EQ(row[0], std::to_string(r + 1));
-      EXPECT_EQ(row[1], std::to_string(run.min_order + static_cast<int>(i)));
-      EXPECT_TRUE(same(number(row[2]), expected[r][i].testing))
-          << row[2] << " and " << expected[r][i].testing;
-      EXPECT_TRUE(same(number(row[3]), expected[r][i].consistency)) << row[3];
-    }
-  }
+  EXPECT_EQ(
+      naive::null_table_difference(naive::permuted_bests(data, run, kPermutations, tavo_logf), run.min_order,
+                                   tavo_test::read_file(folder_ / "out.csv.permutations.tsv")),
+      "");
 }
 
 // The p-values of the tidy table follow from the null values by counting.
 TEST_P(PermutationTests, GiveEveryRankedCombinationItsPValues) {
-  write_data();
+  const GenotypeData data = write_data();
   run({});
-  const Table nulls = read_table(folder_ / "out.csv.permutations.tsv");
-  const Table tidy = read_table(folder_ / "out.tsv");
-  const auto column = [&](const std::string& name) {
-    return static_cast<size_t>(std::find(tidy[0].begin(), tidy[0].end(), name) - tidy[0].begin());
-  };
+  naive::Run run = GetParam().run;
+  run.scores = scores_;
+  const auto nulls = naive::permuted_bests(data, run, kPermutations, tavo_logf);
+  const Words& words = GetParam().words;
+  std::string measure = *std::next(std::find(words.begin(), words.end(), "--measure"));
+  std::replace(measure.begin(), measure.end(), '-', '_');
   int combinations = 0;
-  for (const Words& row : tidy) {
-    if (row[0] != "combination") {
-      continue;
-    }
+  for (const TsvRow& row :
+       tavo_test::parse_tsv(tavo_test::read_file(folder_ / "out.tsv")).with("row", "combination")) {
     ++combinations;
-    const std::string order = row[column("order")];
-    std::string measure =
-        GetParam().words[1 + static_cast<size_t>(
-                                 std::find(GetParam().words.begin(), GetParam().words.end(), "--measure") -
-                                 GetParam().words.begin())];
-    std::replace(measure.begin(), measure.end(), '-', '_');
-    const double consistency = number(row[column("weighted_consistency")]);
-    const double testing = number(row[column("test_" + measure)]);
-    const auto p = [&](const std::string& of_order, size_t statistic, double observed) {
-      std::vector<bool> reached(kPermutations, false);
-      for (size_t i = 1; i < nulls.size(); ++i) {
-        if (of_order.empty() || nulls[i][1] == of_order) {
-          const auto r = static_cast<size_t>(std::atoi(nulls[i][0].c_str()) - 1);
-          // Equal but for rounding counts.
-          reached[r] = reached[r] || number(nulls[i][statistic]) >= observed - 1e-6 * std::fabs(observed);
-        }
-      }
-      return (1.0 + static_cast<double>(std::count(reached.begin(), reached.end(), true))) /
-             (1.0 + kPermutations);
+    const auto order = static_cast<size_t>(std::stoi(row.at("order")) - run.min_order);
+    const double testing = std::stod(row.at("test_" + measure));
+    const double consistency = std::stod(row.at("weighted_consistency"));
+    const auto expect_p = [&](const std::string& column, std::optional<size_t> of_order,
+                              double naive::NullBest::*statistic, double observed) {
+      EXPECT_EQ(std::stod(row.at(column)), naive::permutation_p(nulls, of_order, statistic, observed))
+          << column;
     };
-    EXPECT_EQ(number(row[column("p_testing")]), p(order, 2, testing));
-    EXPECT_EQ(number(row[column("p_testing_all_orders")]), p("", 2, testing));
-    EXPECT_EQ(number(row[column("p_consistency")]), p(order, 3, consistency));
-    EXPECT_EQ(number(row[column("p_consistency_all_orders")]), p("", 3, consistency));
+    expect_p("p_testing", order, &naive::NullBest::testing, testing);
+    expect_p("p_testing_all_orders", std::nullopt, &naive::NullBest::testing, testing);
+    expect_p("p_consistency", order, &naive::NullBest::consistency, consistency);
+    expect_p("p_consistency_all_orders", std::nullopt, &naive::NullBest::consistency, consistency);
   }
-  EXPECT_EQ(combinations > 0, GetParam().run.min_order <= 11);
+  EXPECT_EQ(combinations > 0, run.min_order <= 11);
 }
 
 TEST_P(PermutationTests, AreTheSameForAnyWorkersAndInstructionSet) {

@@ -26,8 +26,7 @@ unsigned base_seed() {
 }
 
 // Runs a case in a setting and holds what it leaves against the reference.
-void compare(const SearchCase& drawn, const std::vector<naive::OrderResult>& reference,
-             const Setting& setting) {
+void compare(const SearchCase& drawn, const tavo_test::SearchReference& reference, const Setting& setting) {
   const tavo_test::TempDir folder;
   tavo_test::write_file(folder / "in.tavo", drawn.genotype_bytes);
   tavo_test::write_file(folder / "scores.txt", drawn.score_text);
@@ -149,7 +148,7 @@ TEST(LargeRuns, ProductsOfCountsWrapAround) {
                                             : "somers_d2";
     drawn.options = {"--in", "in.tavo", "--out", "out.csv", "--measure", drawn.run.measure_text,
                      "--cv", "2",       "--top", "3"};
-    const std::vector<naive::OrderResult> reference = tavo_test::reference_results(drawn);
+    const tavo_test::SearchReference reference = tavo_test::reference_results(drawn);
     for (const std::string& instruction_set : tavo_test::instruction_sets()) {
       Setting setting;
       setting.instruction_set = instruction_set;

@@ -1,13 +1,29 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <random>
 
 #include "tests/reference/naive_run.h"
+#include "tests/support/tsv_table.h"
 
 namespace naive {
+
+namespace {
+
+bool shows(const std::string& text, double value) {
+  if (std::isnan(value)) {
+    return text == "NA";
+  }
+  if (std::isinf(value)) {
+    return text == (value > 0 ? "Inf" : "-Inf");
+  }
+  return std::strtod(text.c_str(), nullptr) == value;
+}
+
+}  // namespace
 
 std::vector<std::vector<NullBest>> permuted_bests(const GenotypeData& data, const Run& run, int permutations,
                                                   LogFunction log) {
@@ -61,6 +77,52 @@ std::vector<std::vector<NullBest>> permuted_bests(const GenotypeData& data, cons
     }
   }
   return all;
+}
+
+double permutation_p(const std::vector<std::vector<NullBest>>& nulls, std::optional<size_t> order,
+                     double NullBest::*statistic, double observed) {
+  if (std::isnan(observed)) {
+    return observed;
+  }
+  int reached = 0;
+  for (const std::vector<NullBest>& orders : nulls) {
+    bool any = false;
+    for (size_t i = 0; i < orders.size(); ++i) {
+      const double value = orders[i].*statistic;
+      // Equal but for rounding counts.
+      const bool equal = std::fabs(value - observed) <= 1e-6 * std::fabs(observed);
+      any = any || (order.value_or(i) == i && (value >= observed || equal));
+    }
+    reached += any ? 1 : 0;
+  }
+  return (1.0 + reached) / (1.0 + static_cast<double>(nulls.size()));
+}
+
+std::string null_table_difference(const std::vector<std::vector<NullBest>>& nulls, int first_order,
+                                  const std::string& text) {
+  const tavo_test::TsvTable table = tavo_test::parse_tsv(text);
+  if (table.columns != std::vector<std::string>{"permutation", "order", "testing", "consistency"}) {
+    return "the columns are not those of null values";
+  }
+  size_t line = 0;
+  for (size_t r = 0; r < nulls.size(); ++r) {
+    for (size_t i = 0; i < nulls[r].size(); ++i, ++line) {
+      if (line >= table.rows.size()) {
+        return "there are only " + std::to_string(line) + " null values";
+      }
+      const NullBest& best = nulls[r][i];
+      const tavo_test::TsvRow& row = table.rows[line];
+      if (row.at("permutation") != std::to_string(r + 1) ||
+          row.at("order") != std::to_string(first_order + static_cast<int>(i)) ||
+          !shows(row.at("testing"), best.testing) || !shows(row.at("consistency"), best.consistency)) {
+        return "null values " + std::to_string(line + 1) + ": found " + row.at("testing") + " and " +
+               row.at("consistency") + " of permutation " + row.at("permutation") + ", order " +
+               row.at("order") + ", expected " + std::to_string(best.testing) + " and " +
+               std::to_string(best.consistency) + " of permutation " + std::to_string(r + 1);
+      }
+    }
+  }
+  return line == table.rows.size() ? "" : "there are more null values than " + std::to_string(line);
 }
 
 }  // namespace naive

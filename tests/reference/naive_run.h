@@ -124,6 +124,16 @@ struct NullBest {
 std::vector<std::vector<NullBest>> permuted_bests(const GenotypeData& data, const Run& run, int permutations,
                                                   LogFunction log);
 
+// The p-value of an observed value of a statistic against its null values of one order (its index), or
+// without one of all orders: (1 + permutations that reach it) / (1 + permutations). NaN of a NaN.
+double permutation_p(const std::vector<std::vector<NullBest>>& nulls, std::optional<size_t> order,
+                     double NullBest::*statistic, double observed);
+
+// The first difference between the text of a table of null values and these, in words; empty when there is
+// none. first_order: that of the first of each permutation's values.
+std::string null_table_difference(const std::vector<std::vector<NullBest>>& nulls, int first_order,
+                                  const std::string& text);
+
 double quantile(std::vector<double> values, double level);
 double p_value(const std::vector<double>& null, double x);
 
