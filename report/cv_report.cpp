@@ -8,7 +8,7 @@
 #include <map>
 
 #include "report/mdr_results.h"
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -11,8 +11,8 @@
 #include "lib/genotype_cells.h"
 #include "lib/mdr.h"
 #include "lib/packed_genotypes.h"
-#include "tools/in_quotes.h"
 #include "tools/tavo_source.h"
+#include "util/in_quotes.h"
 #include "util/stop_signal.h"
 
 namespace {

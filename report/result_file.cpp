@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "report/result_file.h"
 
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 Status ResultFile::open(const std::string& path) {
   path_ = path;

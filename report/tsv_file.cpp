@@ -7,7 +7,7 @@
 #include <limits>
 #include <unordered_set>
 
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 #include "util/split_tabs.h"
 
 const double kMissingNumber = std::numeric_limits<double>::quiet_NaN();

@@ -6,8 +6,8 @@
 #include <numeric>
 
 #include "report/tsv_file.h"
-#include "tools/in_quotes.h"
 #include "tools/line_reader.h"
+#include "util/in_quotes.h"
 #include "util/split_tabs.h"
 
 namespace {

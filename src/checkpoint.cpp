@@ -11,6 +11,7 @@
 #include "src/notice.h"
 #include "src/remnant.h"
 #include "util/checksum.h"
+#include "util/in_quotes.h"
 #include "util/output_file.h"
 
 namespace {
@@ -182,8 +183,8 @@ Status Checkpoint::parse(const std::string& text) {
 
 Status Checkpoint::compare(const RunIdentity& other) const {
   const auto failure = [&](const std::string& name, const std::string& theirs, const std::string& ours) {
-    return Status::failure(path_ + ": of another run: its " + name + " is " + theirs + ", that of this run " +
-                           ours + "; give this run another checkpoint file");
+    return Status::failure(path_ + ": of another run: its " + escaped(name) + " is " + escaped(theirs) +
+                           ", that of this run " + ours + "; give this run another checkpoint file");
   };
   for (size_t i = 0; i < identity_.size() || i < other.size(); ++i) {
     const auto& ours =

@@ -14,11 +14,12 @@
 
 #include "src/notice.h"
 #include "src/run_config.h"
+#include "src/text_line.h"
+#include "util/in_quotes.h"
 #include "util/split_tabs.h"
 
 namespace {
 
-constexpr size_t kLongestLine = 65535;
 constexpr size_t kIdentifierFields = 2;
 
 bool read_header(const char* path, const std::string& line) {
@@ -45,21 +46,6 @@ bool read_header(const char* path, const std::string& line) {
   }
   g_covCnt = static_cast<int>(covariates);
   return true;
-}
-
-// Reads a line, without its line feed. False at the end of the file, and with *too_long when the line has
-// more than kLongestLine characters, which are not read.
-bool read_line(std::istream& file, std::vector<char>* buffer, std::string* line, bool* too_long) {
-  buffer->resize(kLongestLine + 2);
-  file.getline(buffer->data(), static_cast<std::streamsize>(buffer->size()));
-  const auto extracted = static_cast<size_t>(file.gcount());
-  if (file.fail() && !(file.eof() && extracted > 0)) {
-    *too_long = extracted > kLongestLine;
-    return false;
-  }
-  line->assign(buffer->data(), file.eof() ? extracted : extracted - 1);
-  *too_long = line->size() > kLongestLine;
-  return !*too_long;
 }
 
 // Where a value that is no finite number first stood, for one notice.
@@ -108,14 +94,13 @@ bool read_covariates(const char* path) {
   }
   std::string line;
   std::vector<std::string> lines;
-  std::vector<char> buffer;
-  bool too_long = false;
-  while (read_line(file, &buffer, &line, &too_long)) {
+  TextLines reader(file);
+  while (reader.next(&line)) {
     lines.push_back(line);
   }
-  if (too_long) {
+  if (reader.too_long()) {
     std::printf("Covariate file %s, line %zu: longer than %zu characters!\n", path, lines.size() + 1,
-                kLongestLine);
+                kLongestTextLine);
     return false;
   }
   if (lines.empty()) {
@@ -142,8 +127,8 @@ bool read_covariates(const char* path) {
     return false;
   }
   if (odd.line != 0) {
-    notice("%s, line %zu, field %zu: `%.60s` is no finite number and counts as %g (a missing value is NA)",
-           path, odd.line, odd.field, odd.text.c_str(), static_cast<double>(odd.value));
+    notice("%s, line %zu, field %zu: %s is no finite number and counts as %g (a missing value is NA)", path,
+           odd.line, odd.field, in_quotes(odd.text).c_str(), static_cast<double>(odd.value));
   }
   if (g_covCnt == 0) {
     notice("%s, line 1: no covariate follows the two identifiers; fields are separated by tabs", path);

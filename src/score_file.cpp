@@ -7,6 +7,8 @@
 #include <fstream>
 
 #include "src/notice.h"
+#include "src/text_line.h"
+#include "util/in_quotes.h"
 
 std::optional<std::vector<float>> read_scores(const std::string& path, int n_samples, Status* status) {
   std::ifstream file(path, std::ios::binary);
@@ -14,12 +16,13 @@ std::optional<std::vector<float>> read_scores(const std::string& path, int n_sam
   if (!file || (file.peek() == EOF && file.bad())) {
     return std::nullopt;
   }
+  TextLines reader(file);
   std::string line;
-  std::getline(file, line);
+  const bool header = reader.next(&line);
   std::vector<float> scores;
   size_t first_odd_line = 0;
   std::string first_odd_text;
-  while (scores.size() < static_cast<size_t>(n_samples) && std::getline(file, line)) {
+  while (scores.size() < static_cast<size_t>(n_samples) && reader.next(&line)) {
     char* end = nullptr;
     scores.push_back(static_cast<float>(std::strtod(line.c_str(), &end)));
     if (first_odd_line == 0 && (end == line.c_str() || end[std::strspn(end, " \t\r")] != '\0')) {
@@ -27,13 +30,16 @@ std::optional<std::vector<float>> read_scores(const std::string& path, int n_sam
       first_odd_text = line;
     }
   }
-  if (scores.size() < static_cast<size_t>(n_samples)) {
+  if (reader.too_long()) {
+    *status = Status::failure(path + ", line " + std::to_string(scores.size() + (header ? 2 : 1)) +
+                              ": longer than " + std::to_string(kLongestTextLine) + " characters");
+  } else if (scores.size() < static_cast<size_t>(n_samples)) {
     *status = Status::failure(path + ": " + std::to_string(scores.size()) +
                               " scores after the header line, but the " + "genotype file has " +
                               std::to_string(n_samples) + " samples");
   } else if (first_odd_line != 0) {
-    notice("%s, line %zu: `%.60s` is no number and counts as what it begins with, or 0", path.c_str(),
-           first_odd_line, first_odd_text.c_str());
+    notice("%s, line %zu: %s is no number and counts as what it begins with, or 0", path.c_str(),
+           first_odd_line, in_quotes(first_odd_text).c_str());
   }
   return scores;
 }

@@ -12,7 +12,7 @@
 
 // The scores of the first n_samples lines after the header; nothing when the file cannot be opened. Further
 // lines are not read. Text that is no number counts as what strtod makes of it, with one notice. *status
-// fails when there are fewer lines.
+// fails when there are fewer lines, or one is longer than kLongestTextLine.
 std::optional<std::vector<float>> read_scores(const std::string& path, int n_samples, Status* status);
 
 // The classes that scores stand for: 1 for a score above 0 or one that is no number, else 0.

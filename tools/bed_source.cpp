@@ -6,9 +6,9 @@
 #include <cstring>
 
 #include "tools/field_reader.h"
-#include "tools/in_quotes.h"
 #include "tools/names.h"
 #include "tools/packed_rows.h"
+#include "util/in_quotes.h"
 
 namespace {
 

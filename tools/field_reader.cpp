@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/field_reader.h"
 
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <vector>
 
-#include "tools/in_quotes.h"
 #include "tools/packed_rows.h"
+#include "util/in_quotes.h"
 
 namespace {
 

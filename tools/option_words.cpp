@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 bool same_word(const std::string& word, const char* name) {
   return strcasecmp(word.c_str(), name) == 0;

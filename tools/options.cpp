@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
-#include "tools/in_quotes.h"
 #include "tools/number.h"
 #include "tools/option_words.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <limits>
 
 #include "tools/bed_source.h"
-#include "tools/in_quotes.h"
 #include "tools/number.h"
 #include "tools/sample_columns.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <algorithm>
 
 #include "tools/field_reader.h"
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 namespace {
 

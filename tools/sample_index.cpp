@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/sample_index.h"
 
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 Status SampleIndex::build(const std::string& path, const GenotypeSource& source) {
   samples_ = &source.samples();

@@ -8,9 +8,9 @@
 
 #include "lib/genotype_file.h"
 #include "tools/genotype_info.h"
-#include "tools/in_quotes.h"
 #include "tools/line_reader.h"
 #include "tools/sample_columns.h"
+#include "util/in_quotes.h"
 
 namespace {
 

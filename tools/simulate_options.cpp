@@ -6,9 +6,9 @@
 #include <limits>
 #include <set>
 
-#include "tools/in_quotes.h"
 #include "tools/number.h"
 #include "tools/option_words.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tools/field_reader.h"
-#include "tools/in_quotes.h"
 #include "tools/number.h"
 #include "tools/simulate_model.h"
+#include "util/in_quotes.h"
 
 namespace {
 

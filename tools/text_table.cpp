@@ -5,8 +5,8 @@
 #include <unordered_map>
 
 #include "lib/packed_genotypes.h"
-#include "tools/in_quotes.h"
 #include "tools/names.h"
+#include "util/in_quotes.h"
 
 namespace {
 

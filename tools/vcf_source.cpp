@@ -16,9 +16,9 @@
 #include <memory>
 
 #include "lib/packed_genotypes.h"
-#include "tools/in_quotes.h"
 #include "tools/names.h"
 #include "tools/progress.h"
+#include "util/in_quotes.h"
 
 namespace {
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "tools/in_quotes.h"
+#include "util/in_quotes.h"
 
 namespace {
 

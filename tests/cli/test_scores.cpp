@@ -95,8 +95,8 @@ TEST(ScoreBasedRuns, TextThatIsNoNumberGetsOneNoticeWithItsLine) {
   folder.write("s.txt", "score\n1\nx\n-1\ny\n");
   const RunResult run = folder.run_mdr({"--score", "s.txt", "--cv", "2"});
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(notices_with(run, {"s.txt", "line 3", "`x`"}), 1) << run.err;
-  EXPECT_EQ(notices_with(run, {"`y`"}), 0) << run.err;
+  EXPECT_EQ(notices_with(run, {"s.txt", "line 3", "\"x\""}), 1) << run.err;
+  EXPECT_EQ(notices_with(run, {"\"y\""}), 0) << run.err;
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "lib/cv_measures.h"
+#include "src/text_line.h"
 #include "tests/support/run_program.h"
 
 namespace {
@@ -44,6 +45,31 @@ TEST(ScoreFile, FewerLinesThanSamplesAreRefusedWithBothCounts) {
   EXPECT_FALSE(status.ok());
   EXPECT_NE(status.message().find("2 scores"), std::string::npos);
   EXPECT_NE(status.message().find("5 samples"), std::string::npos);
+}
+
+TEST(ScoreFile, ALineThatEndsNowhereIsRefusedWithItsPlace) {
+  const std::string longest(kLongestTextLine - 1, ' ');
+  Status status;
+  EXPECT_EQ(read(longest + "h\n" + longest + "1\n" + longest + "2", 2, &status),
+            (std::vector<float>{1.0f, 2.0f}));
+  EXPECT_TRUE(status.ok());
+  read("h\n1\n " + longest + "2\n3\n", 3, &status);
+  EXPECT_TRUE(status.message().ends_with("s, line 3: longer than 65535 characters")) << status.message();
+  status = Status();
+  read(" " + longest + "h\n1\n", 1, &status);
+  EXPECT_TRUE(status.message().ends_with("s, line 1: longer than 65535 characters")) << status.message();
+}
+
+TEST(ScoreFile, TextThatIsNoNumberIsNamedInCharactersThatMoveNoCursor) {
+  const TempDir folder;
+  const std::string path = (folder / "s").string();
+  tavo_test::write_file(path, "h\n\x1b[2J1\n0.5x\n");
+  Status status;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(read_scores(path, 2, &status), (std::vector<float>{0.0f, 0.5f}));
+  EXPECT_EQ(
+      testing::internal::GetCapturedStderr(),
+      "tavo: " + path + ", line 2: \"\\x1b[2J1\" is no number and counts as what it begins with, or 0\n");
 }
 
 TEST(ScoreFile, AFileThatCannotBeOpenedHasNoScores) {
