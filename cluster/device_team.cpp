@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cluster/device_team.h"
 
+#include <utility>
+
 #include "util/without_exceptions.h"
 
 DeviceTeam::DeviceTeam(Backend& backend, const std::vector<int>& ordinals)
@@ -14,9 +16,7 @@ DeviceTeam::DeviceTeam(Backend& backend, const std::vector<int>& ordinals)
     return Status();
   });
   call(open);
-  for (const Status& outcome : outcomes_) {
-    failure_ = failure_.ok() ? outcome : failure_;
-  }
+  keep_first_failure();
 }
 
 DeviceTeam::~DeviceTeam() {
@@ -35,10 +35,16 @@ Status DeviceTeam::each(const Task& task) {
     return failure_;
   }
   call(task);
-  for (const Status& outcome : outcomes_) {
-    failure_ = failure_.ok() ? outcome : failure_;
-  }
+  keep_first_failure();
   return failure_;
+}
+
+void DeviceTeam::keep_first_failure() {
+  for (Status& outcome : outcomes_) {
+    if (failure_.ok() && !outcome.ok()) {
+      failure_ = std::move(outcome);  // a copy could want memory, with threads that nobody would join
+    }
+  }
 }
 
 void DeviceTeam::release_all() {

@@ -35,6 +35,8 @@ class DeviceTeam {
 
   void run(Backend& backend, int ordinal, size_t number);
   void call(const Task& task);
+  // Of all tasks so far.
+  void keep_first_failure();
 
   std::mutex lock_;
   std::condition_variable begun_;

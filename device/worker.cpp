@@ -2,11 +2,11 @@
 #include "device/worker.h"
 
 #include <cstdio>
-#include <exception>
-#include <new>
+#include <utility>
 
 #include "device/worker_state.h"
 #include "util/stopwatch.h"
+#include "util/without_exceptions.h"
 
 int g_cntDevCuda = 0;
 pthread_mutex_t g_gpuSync = PTHREAD_MUTEX_INITIALIZER;
@@ -139,13 +139,7 @@ class Worker {
     if (!outcome_.ok()) {
       return;
     }
-    try {
-      outcome_ = step();
-    } catch (const std::bad_alloc&) {
-      outcome_ = Status::failure("out of memory");
-    } catch (const std::exception& error) {
-      outcome_ = Status::failure(error.what());
-    }
+    outcome_ = without_exceptions(step);
   }
 
   Status start_up() {
@@ -184,7 +178,13 @@ class Worker {
       std::fputs(".", stdout);
     }
     if (device_ != nullptr) {
-      device_->release();
+      Status released = without_exceptions([this] {
+        device_->release();
+        return Status();
+      });
+      if (outcome_.ok()) {
+        outcome_ = std::move(released);
+      }
     }
     if (marks) {
       std::fputs("*", stdout);

@@ -61,27 +61,16 @@ WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(back
   } else {
     std::puts("CUDA::SENDBASEDATA ENTER");
   }
-  g_pThrCuda = new pthread_t[workers]();
-  g_pThrData = new const WorkerCommand*[workers]();
-  g_pThrResult = new void*[workers]();
-  start_failure_ = backend.prepare(problem);
-  const int n_wanted = start_failure_.ok() ? n_workers : 0;
-  {
-    const WorkerLock lock;
-    getCnt = n_wanted;
-  }
-  for (int g = 0; g < n_wanted; ++g) {
-    const auto index = static_cast<size_t>(g);
-    auto* start = new CUDA_THREAD_DATA{g, &problem, &backend, &outcomes_[index], &counted_[index]};
-    if (!cutStartThread(threadCudaMain, start, &g_pThrCuda[g])) {
-      delete start;
-      start_failure_ = Status::failure("cannot start worker thread " + std::to_string(g + 1) + " of " +
-                                       std::to_string(workers) + "; ask for fewer with --gpu");
-      const WorkerLock lock;
-      getCnt -= n_wanted - g;
-      break;
-    }
-    n_started_ = g + 1;
+  try {
+    g_pThrCuda = new pthread_t[workers]();
+    g_pThrData = new const WorkerCommand*[workers]();
+    g_pThrResult = new void*[workers]();
+    start_failure_ = backend.prepare(problem);
+    start_workers(problem, start_failure_.ok() ? n_workers : 0);
+  } catch (...) {
+    // What those that have started work with goes now.
+    end_workers();
+    throw;
   }
   std::puts("CUDA::SENDBASEDATA END");
   g_isCopied = 1;
@@ -89,6 +78,30 @@ WorkerPool::WorkerPool(Backend& backend, const Problem& problem) : backend_(back
 }
 
 WorkerPool::~WorkerPool() {
+  end_workers();
+}
+
+void WorkerPool::start_workers(const Problem& problem, int n_wanted) {
+  {
+    const WorkerLock lock;
+    getCnt = n_wanted;
+  }
+  for (int g = 0; g < n_wanted; ++g) {
+    const auto index = static_cast<size_t>(g);
+    auto* start = new CUDA_THREAD_DATA{g, &problem, &backend_, &outcomes_[index], &counted_[index]};
+    if (!cutStartThread(threadCudaMain, start, &g_pThrCuda[g])) {
+      delete start;
+      start_failure_ = Status::failure("cannot start worker thread " + std::to_string(g + 1) + " of " +
+                                       std::to_string(n_wanted) + "; ask for fewer with --gpu");
+      const WorkerLock lock;
+      getCnt -= n_wanted - g;
+      break;
+    }
+    n_started_ = g + 1;
+  }
+}
+
+void WorkerPool::end_workers() {
   const WorkerCommand terminate{kCommandTerminate};
   {
     const WorkerLock lock;

@@ -61,6 +61,10 @@ class WorkerPool {
   Status status() const;
 
  private:
+  void start_workers(const Problem& problem, int n_wanted);
+  // Terminates those that have started, and waits for their threads.
+  void end_workers();
+
   template <typename Command>
   Status dispatch_all(const std::vector<Command>& commands);
 

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "util/whole_io.h"
+#include "util/without_exceptions.h"
 
 namespace {
 
@@ -60,9 +61,9 @@ OutputFile::~OutputFile() {
       close(half);
     }
   }
-  for (const std::string& name : {temporary_, older_}) {
-    if (!name.empty()) {
-      unlink(name.c_str());
+  for (const std::string* name : {&temporary_, &older_}) {
+    if (!name->empty()) {
+      unlink(name->c_str());
     }
   }
 }
@@ -273,16 +274,20 @@ Status OutputFile::commit() {
 }
 
 Status commit_together(std::span<OutputFile* const> files) {
-  Status status;
-  for (OutputFile* file : files) {
-    status = status.ok() ? file->complete() : status;
-  }
-  for (OutputFile* file : files) {
-    status = status.ok() && files.size() > 1 ? file->keep_older() : status;
-  }
-  for (OutputFile* file : files) {
-    status = status.ok() ? file->publish() : status;
-  }
+  // Also for want of memory: what has moved away goes back.
+  Status status = without_exceptions([&] {
+    Status step;
+    for (OutputFile* file : files) {
+      step = step.ok() ? file->complete() : step;
+    }
+    for (OutputFile* file : files) {
+      step = step.ok() && files.size() > 1 ? file->keep_older() : step;
+    }
+    for (OutputFile* file : files) {
+      step = step.ok() ? file->publish() : step;
+    }
+    return step;
+  });
   if (!status.ok()) {
     for (OutputFile* file : files) {
       file->take_back();

@@ -15,9 +15,9 @@ using StopFlag = std::atomic<int>;
 const StopFlag& stop_signal();
 
 // From now on SIGINT, SIGTERM and SIGHUP set the flag; a second one, half a second later or more, ends the
-// process at once. What the parent
-// had ignored (nohup) stays ignored. Blocking calls are interrupted, so that a pipe that nobody writes to
-// holds nothing up.
+// process at once. What the parent had ignored (nohup) stays ignored. Blocking calls are interrupted, so that
+// a pipe that nobody writes to holds nothing up. (A signal that comes between a look at the flag and such a
+// call does not interrupt it: that takes the second one.)
 void catch_stop_signals();
 
 // From now on a pipe that nobody reads any more makes writes fail and does not end the process; nor does a

@@ -17,10 +17,10 @@ namespace tavo_test {
 
 // What the devices do and what they saw.
 struct FakeScript {
-  std::string fail_in;                // "bind", "send_genotypes", "set_up", "evaluate_list" or "search_range"
-  int fail_device = 0;                // the device that fails there, or kWhichever
-  int fail_call = 0;                  // at this call, from 0, of that device or of all
-  bool throws = false;                // by an exception
+  std::string fail_in;  // "bind", "send_genotypes", "set_up", "evaluate_list", "search_range" or "release"
+  int fail_device = 0;  // the device that fails there, or kWhichever
+  int fail_call = 0;    // at this call, from 0, of that device or of all
+  bool throws = false;  // by an exception
   std::chrono::milliseconds late{0};  // device 0 takes this much longer for a batch
   float value = 0.5f;                 // every record entry and every search value
 
@@ -75,7 +75,10 @@ class FakeDevice : public Device {
     return step("search_range");
   }
 
-  void release() override { ++script_.released; }
+  void release() override {
+    ++script_.released;
+    (void)step("release").ok();
+  }
 
   Status set_up_regression(const RegressionSetupCommand&) override { return step("set_up_regression"); }
   Status fit_items(const RegressionBatchCommand& command) override {

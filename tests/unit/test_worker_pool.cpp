@@ -256,6 +256,15 @@ TEST_F(Workers, AStreamWithoutMemoryEndsWhenWhatWasGivenIsCountedDown) {
   EXPECT_EQ(getCnt, 0);
 }
 
+TEST_F(Workers, AReleaseThatThrowsIsAFailure) {
+  script_.fail_in = "release";
+  script_.fail_device = 1;
+  script_.throws = true;
+  start(2);
+  EXPECT_EQ(pool_->broadcast(WorkerCommand{kCommandRelease}).message(), "out of memory");
+  EXPECT_EQ(getCnt, 0);
+}
+
 TEST_F(Workers, ASearchPrintsNoMarks) {
   start(2);
   const std::vector<FoldView> folds(1);
