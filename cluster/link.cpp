@@ -129,7 +129,22 @@ Status Link::broadcast(void* bytes, size_t size, double silence_limit) {
     }
     broadcast_done_.wait_until(guard, again);
   }
-  return {};
+  // Over it is also when the transport has failed.
+  Clock::time_point again;
+  return failed_ ? look_after(1, this->size(), silence_limit, &again) : Status();
+}
+
+void Link::tell_failure(std::function<void(const std::string& failure)> tell) {
+  std::string failure;
+  {
+    const std::lock_guard guard(lock_);
+    tell_ = std::move(tell);
+    if (!failed_) {
+      return;
+    }
+    failure = failure_;
+  }
+  tell_(failure);
 }
 
 void Link::finish() {
@@ -244,12 +259,13 @@ bool Link::send_waiting() {
 }
 
 bool Link::start(int to, const std::shared_ptr<const Bytes>& message, const void* bytes, size_t size) {
-  Sending part{message, 0};
-  if (!transport_->send(to, bytes, size, &part.ticket)) {
+  // Before it is sent: afterwards nothing may fail, since the transport reads the bytes.
+  sending_.push_back({message, 0});
+  if (!transport_->send(to, bytes, size, &sending_.back().ticket)) {
+    sending_.pop_back();
     fail(transport_->error());
     return false;
   }
-  sending_.push_back(std::move(part));
   return true;
 }
 
@@ -398,17 +414,20 @@ void Link::wake_all() {
   to_do_.notify_one();
 }
 
-void Link::fail(const std::string& failure) {
+void Link::fail(std::string failure) {
+  bool is_told = false;
   {
     const std::lock_guard guard(lock_);
     if (failed_) {
       return;
     }
     failed_ = true;
-    failure_ = failure;
+    failure_ = std::move(failure);
+    is_told = tell_ != nullptr;
     wake_all();
   }
-  if (tell_) {
-    tell_(failure);
+  // Neither changes any more.
+  if (is_told) {
+    tell_(failure_);
   }
 }

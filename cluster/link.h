@@ -46,9 +46,9 @@ class Link {
   Status receive(int from, double silence_limit, Bytes* message);
 
   // From now on a failure of the transport, and the end of a process of this host, go to `tell` at once, on
-  // the link's thread, and not into the outcomes of the calls that fail for it. Called before anything is
-  // sent.
-  void tell_failure(std::function<void(const std::string& failure)> tell) { tell_ = std::move(tell); }
+  // the link's thread, and not into the outcomes of the calls that fail for it; what has failed before, at
+  // once. Called once, before anything is sent.
+  void tell_failure(std::function<void(const std::string& failure)> tell);
 
   // Whether a message was given up.
   bool is_abandoned() const;
@@ -108,7 +108,7 @@ class Link {
   Status look_after(int first, int end, double silence_limit, Clock::time_point* again);
   // Everyone looks again what there is; with the lock held.
   void wake_all();
-  void fail(const std::string& failure);
+  void fail(std::string failure);
   void stop_thread();
 
   std::unique_ptr<Transport> transport_;

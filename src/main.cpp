@@ -2,6 +2,7 @@
 //
 // The entry point: options, device, driver, exit status.
 #include <cstdio>
+#include <optional>
 #include <string>
 
 #include "cluster/job.h"
@@ -125,10 +126,10 @@ int run(int argc, char** argv, Link* link) {
   return status_of_output("; that says nothing about the result file");
 }
 
-// What run() returns, or 1 where it throws: that is said. who: "rank 2: ", or nothing.
+// What run() returns, or nothing where it throws: that is said. who: "rank 2: ", or nothing.
 template <typename Run>
-int run_guarded(const std::string& who, Run run) {
-  int exit_status = 1;
+std::optional<int> run_guarded(const std::string& who, Run run) {
+  std::optional<int> exit_status;
   const Status status = without_exceptions([&] {
     exit_status = run();
     return Status();
@@ -136,6 +137,20 @@ int run_guarded(const std::string& who, Run run) {
   if (!status.ok()) {
     notice("%s%s", who.c_str(), status.message().c_str());
   }
+  return exit_status;
+}
+
+// Rank 0 of a job.
+int run_as_first(Link& link, int argc, char** argv) {
+  int exit_status = run(argc, argv, &link);
+  std::fflush(stdout);
+  if (const Status status = dismiss_ranks(link); !status.ok()) {
+    notice(status);
+    exit_status = exit_status != 0 ? exit_status : kDeviceFailure;
+  } else if (exit_status == 0 && stop_signal() != 0) {
+    exit_status = stopped_status(stop_signal());
+  }
+  end_job(link, exit_status);
   return exit_status;
 }
 
@@ -150,21 +165,18 @@ int run_launched(const LaunchedAs& launched, int argc, char** argv) {
     return 1;
   }
   if (link == nullptr) {
-    return run_guarded("", [&] { return run(argc, argv, nullptr); });
+    return run(argc, argv, nullptr);
   }
-  if (link->rank() != 0) {
-    return run_as_servant(*link, rank_identity(argc, argv));
+  const std::optional<int> exit_status =
+      run_guarded(link->rank() == 0 ? "" : link->name(link->rank()) + ": ", [&] {
+        return link->rank() == 0 ? run_as_first(*link, argc, argv)
+                                 : run_as_servant(*link, rank_identity(argc, argv));
+      });
+  if (!exit_status) {
+    // Nobody knows any more what the ranks are about, and they may wait for what does not come.
+    link->abort(1);
   }
-  int exit_status = run_guarded("", [&] { return run(argc, argv, link.get()); });
-  std::fflush(stdout);
-  if (status = dismiss_ranks(*link); !status.ok()) {
-    notice(status);
-    exit_status = exit_status != 0 ? exit_status : kDeviceFailure;
-  } else if (exit_status == 0 && stop_signal() != 0) {
-    exit_status = stopped_status(stop_signal());
-  }
-  end_job(*link, exit_status);
-  return exit_status;
+  return exit_status.value_or(1);
 }
 
 }  // namespace
@@ -174,8 +186,9 @@ int main(int argc, char** argv) {
   // other.
   const LaunchedAs launched = launched_as();
   if (launched.size == 1) {
-    return run_guarded("", [&] { return run(argc, argv, nullptr); });
+    return run_guarded("", [&] { return run(argc, argv, nullptr); }).value_or(1);
   }
   return run_guarded("rank " + std::to_string(launched.rank) + ": ",
-                     [&] { return run_launched(launched, argc, argv); });
+                     [&] { return run_launched(launched, argc, argv); })
+      .value_or(1);
 }

@@ -140,6 +140,33 @@ TEST(Links, TellTheEndOfAProcessOfTheirHostAtOnce) {
   EXPECT_EQ(told, "rank 2 (host) has ended before the job");
 }
 
+TEST(Links, TellWhatFailedBeforeTheyWereAsked) {
+  Switchboard board(2);
+  board.put_on_one_host();
+  Link first(board.transport(0));
+  Bytes message;
+  board.end(1);
+  EXPECT_EQ(first.receive(1, 0.0, &message).message(),
+            "the job cannot go on: rank 1 (host) has ended before the job");
+  std::string told;
+  first.tell_failure([&](const std::string& failure) { told += failure; });
+  EXPECT_EQ(told, "rank 1 (host) has ended before the job");
+}
+
+TEST(Links, DoNotTakeABroadcastThatWasCutOffForOneThatIsOver) {
+  Switchboard board(2);
+  Link first(board.transport(0));
+  board.stop(1);
+  std::thread other([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    board.cut();
+  });
+  Bytes bytes(100);
+  EXPECT_EQ(first.broadcast(bytes.data(), bytes.size(), 0.0).message(),
+            "the job cannot go on: the line is cut");
+  other.join();
+}
+
 TEST(Links, GiveEveryRankTheBytesOfRankZero) {
   constexpr size_t kSize = 100;
   InProcessJob job(
