@@ -188,6 +188,13 @@ class PartSize {
   uint64_t size_ = kSmallest;
 };
 
+// The most items of a batch: a launch for each worker, but not more than can be numbered and held.
+uint64_t batch_items(uint64_t launch_size, int n_workers) {
+  constexpr uint64_t kMost = uint64_t{1} << 30;
+  const auto workers = static_cast<uint64_t>(n_workers);
+  return launch_size > kMost / workers ? kMost : launch_size * workers;
+}
+
 // The batches of a run over all items. Each is cut into one share per worker, and those into parts, which go
 // to whichever worker is free; parts that are fitted wait for their turn.
 class PartStream : public CommandStream {
@@ -200,7 +207,7 @@ class PartStream : public CommandStream {
         launch_size_(launch_size),
         loop_(loop),
         n_workers_(pool.size()),
-        capacity_(launch_size * static_cast<uint64_t>(pool.size())),
+        capacity_(batch_items(launch_size, pool.size())),
         total_(comb_count(problem.n_snps, order_).value()),
         cursor_(static_cast<size_t>(order_), -1),
         begun_(loop.first),
@@ -285,7 +292,7 @@ class PartStream : public CommandStream {
     if (!goes_on_ || !wanted_) {
       return;
     }
-    const int batch_size = static_cast<int>(std::min<uint64_t>({capacity_, total_, 1u << 30}));
+    const int batch_size = static_cast<int>(std::min(capacity_, total_));
     const auto width = static_cast<size_t>(order_);
     const auto items = std::make_shared<std::vector<int>>(static_cast<size_t>(batch_size) * width);
     int count = 0;
@@ -338,8 +345,7 @@ Status fit_listed(WorkerPool& pool, const Problem& problem, const RegressionRule
                   uint64_t launch_size, const std::vector<int>& items,
                   const std::function<void(FittedItem&&)>& take) {
   Status status = begin_fits(pool, rules, launch_size);
-  const size_t batch = static_cast<size_t>(launch_size) * static_cast<size_t>(pool.size()) *
-                       static_cast<size_t>(rules.order());
+  const size_t batch = batch_items(launch_size, pool.size()) * static_cast<size_t>(rules.order());
   for (size_t i = 0; i < items.size() && status.ok(); i += batch) {
     status = fit_batch(pool, problem, rules, launch_size,
                        std::span(items).subspan(i, std::min(batch, items.size() - i)), take);

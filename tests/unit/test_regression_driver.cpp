@@ -247,6 +247,24 @@ TEST_F(RegressionBatches, BeginWithASmallPartHoweverLargeTheLaunch) {
   EXPECT_EQ(batches(), (std::vector<std::string>{"0 1024", "0 1976"}));
 }
 
+// Sixteen launches of 2^60 are 2^64.
+TEST_F(RegressionBatches, OfLaunchesWhoseNumberOverflowsAreCutOff) {
+  EXPECT_EQ(fit(16, 5000, uint64_t{1} << 60, RegressionModel::kLogistic), counting(5000));
+}
+
+TEST_F(RegressionBatches, OfListedItemsEndForLaunchesWhoseNumberOverflows) {
+  g_cntDevCuda = 8;
+  problem_.n_snps = 3;
+  problem_.phenotypes = &phenotype_;
+  WorkerPool pool(backend_, problem_);
+  int taken = 0;
+  const std::vector<int> items = {0, 1, 0, 2};
+  EXPECT_TRUE(fit_listed(pool, problem_, rules_of(RegressionModel::kOrderedLogistic), uint64_t{1} << 60,
+                         items, [&](FittedItem&&) { ++taken; })
+                  .ok());
+  EXPECT_EQ(taken, 2);
+}
+
 TEST_F(RegressionBatches, OfALateWorkerWaitForTheirTurnAndNotForIt) {
   script_.late = std::chrono::milliseconds(30);
   EXPECT_EQ(fit(2, 40, 2, RegressionModel::kLogistic), counting(40));
