@@ -139,8 +139,9 @@ bool MdrReader::Open(const char* path, bool /*has_score*/, int transposed) {
         "%s: the bytes after the %lld that its header needs are ignored; is the layout right (--transpose)?",
         path, static_cast<long long>(expected));
   }
-  open_ = true;
-  return true;
+  // A signal may also have ended the look for more bytes.
+  open_ = stop_signal() == 0;
+  return open_;
 }
 
 bool MdrReader::read_labels(Source& source, int64_t label_width) {

@@ -7,14 +7,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "src/notice.h"
 #include "src/run_config.h"
-#include "src/text_line.h"
+#include "src/text_lines.h"
 #include "util/in_quotes.h"
 #include "util/split_tabs.h"
 
@@ -87,18 +86,17 @@ bool read_values(const char* path, size_t i, const std::string& line, FirstOddVa
 }  // namespace
 
 bool read_covariates(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file || std::filesystem::is_directory(path)) {
+  TextLines file(path);
+  if (!file.is_open() || std::filesystem::is_directory(path)) {
     std::printf("Cannot open the covariate file %s!\n", path);
     return false;
   }
   std::string line;
   std::vector<std::string> lines;
-  TextLines reader(file);
-  while (reader.next(&line)) {
+  while (file.next(&line)) {
     lines.push_back(line);
   }
-  if (reader.too_long()) {
+  if (file.too_long()) {
     std::printf("Covariate file %s, line %zu: longer than %zu characters!\n", path, lines.size() + 1,
                 kLongestTextLine);
     return false;
@@ -122,7 +120,7 @@ bool read_covariates(const char* path) {
     }
     complete += g_covMissing[i] == 0 ? 1 : 0;
   }
-  if (file.bad()) {
+  if (file.failed()) {
     std::puts("Covarite counts are doesn't match!");
     return false;
   }

@@ -108,6 +108,12 @@ std::optional<int> prove_output(const RunSettings& settings) {
   return std::nullopt;
 }
 
+// The end of a run that a signal stopped. Returns the exit status.
+int end_interrupted() {
+  notice("%s", stopped(stop_signal()).message().c_str());
+  return stopped_status(stop_signal());
+}
+
 // Begins the tidy table, when one is wanted. The exit status when it cannot be.
 template <typename Table>
 std::optional<int> open_tidy(const RunSettings& settings, Table* table) {
@@ -115,6 +121,9 @@ std::optional<int> open_tidy(const RunSettings& settings, Table* table) {
     return std::nullopt;
   }
   if (!table->open(settings.tidy)) {
+    if (stop_signal() != 0) {
+      return end_interrupted();
+    }
     notice("cannot create the tidy file %s", settings.tidy.c_str());
     return 1;
   }
@@ -133,12 +142,6 @@ std::optional<int> open_permutations(const RunSettings& settings, TidyPermutatio
            settings.output.c_str());
   }
   return std::nullopt;
-}
-
-// The end of a run that a signal stopped. Returns the exit status.
-int end_interrupted() {
-  notice("%s", stopped(stop_signal()).message().c_str());
-  return stopped_status(stop_signal());
 }
 
 // Before the analysis: the paths, and the checkpoint, when one is wanted. The exit status when the run cannot
@@ -271,6 +274,9 @@ std::optional<int> TFmMDR::apply_scores(const RunSettings& settings, MdrReader* 
   Status status;
   if (!reader->classes().empty()) {
     scores_ = read_scores(szScore, reader->GetLineCount(), &status);
+  }
+  if (stop_signal() != 0) {
+    return end_interrupted();
   }
   if (!scores_) {
     std::puts("Can't open score file, use original phenotype...");

@@ -4,25 +4,23 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 
 #include "src/notice.h"
-#include "src/text_line.h"
+#include "src/text_lines.h"
 #include "util/in_quotes.h"
 
 std::optional<std::vector<float>> read_scores(const std::string& path, int n_samples, Status* status) {
-  std::ifstream file(path, std::ios::binary);
+  TextLines file(path);
+  std::string line;
+  const bool header = file.is_open() && file.next(&line);
   // A folder opens, too, but nothing can be read from it.
-  if (!file || (file.peek() == EOF && file.bad())) {
+  if (!file.is_open() || (!header && file.failed())) {
     return std::nullopt;
   }
-  TextLines reader(file);
-  std::string line;
-  const bool header = reader.next(&line);
   std::vector<float> scores;
   size_t first_odd_line = 0;
   std::string first_odd_text;
-  while (scores.size() < static_cast<size_t>(n_samples) && reader.next(&line)) {
+  while (scores.size() < static_cast<size_t>(n_samples) && file.next(&line)) {
     char* end = nullptr;
     scores.push_back(static_cast<float>(std::strtod(line.c_str(), &end)));
     if (first_odd_line == 0 && (end == line.c_str() || end[std::strspn(end, " \t\r")] != '\0')) {
@@ -30,7 +28,7 @@ std::optional<std::vector<float>> read_scores(const std::string& path, int n_sam
       first_odd_text = line;
     }
   }
-  if (reader.too_long()) {
+  if (file.too_long()) {
     *status = Status::failure(path + ", line " + std::to_string(scores.size() + (header ? 2 : 1)) +
                               ": longer than " + std::to_string(kLongestTextLine) + " characters");
   } else if (scores.size() < static_cast<size_t>(n_samples)) {

@@ -1,17 +1,22 @@
 // SPDX-License-Identifier: Apache-2.0
-#include "src/text_line.h"
+#include "src/text_lines.h"
+
+TextLines::TextLines(const std::string& path) : file_(std::fopen(path.c_str(), "rb")) {}
 
 bool TextLines::next(std::string* line) {
-  if (too_long_) {
+  line->clear();
+  if (too_long_ || failed()) {
     return false;
   }
-  file_.getline(buffer_.data(), static_cast<std::streamsize>(buffer_.size()));
-  const auto extracted = static_cast<size_t>(file_.gcount());
-  if (file_.fail() && !(file_.eof() && extracted > 0)) {
-    too_long_ = extracted > kLongestTextLine;
-    return false;
+  for (int c = std::getc(file_.get()); c != '\n'; c = std::getc(file_.get())) {
+    if (c == EOF) {
+      return !line->empty();
+    }
+    if (line->size() == kLongestTextLine) {
+      too_long_ = true;
+      return false;
+    }
+    line->push_back(static_cast<char>(c));
   }
-  line->assign(buffer_.data(), file_.eof() ? extracted : extracted - 1);
-  too_long_ = line->size() > kLongestTextLine;
-  return !too_long_;
+  return true;
 }

@@ -34,6 +34,22 @@ class Signals : public ::testing::Test {
     EXPECT_EQ(folder_.names_with(""), (std::vector<std::string>{"g.dat"}));
   }
 
+  // The run waits for more from the file `pipe`, to which the shell command has written. Opening it for
+  // writing waits for the program to open it, too; half a second later the program is reading.
+  void expect_interrupted_at_pipe(const std::string& command, const std::string& words) const {
+    ASSERT_EQ(mkfifo(folder_.path("pipe").c_str(), 0600), 0);
+    const RunResult result =
+        interrupt_program("/bin/sh",
+                          {"-c", "(exec > pipe; " + command +
+                                     "; sleep 0.5; echo > ready; exec sleep 60) & echo $! > sleeper; exec " +
+                                     tavo_program().string() + " " + words +
+                                     " --out r.csv --measure ba --thread 8 --block 2 --device cpu"},
+                          folder_.path(""), "ready", SIGTERM);
+    kill(std::stoi(read_file(folder_.path("sleeper"))), SIGKILL);
+    EXPECT_EQ(result.status, 128 + SIGTERM);
+    EXPECT_TRUE(result.err.ends_with("tavo: interrupted by SIGTERM; no result was written\n")) << result.err;
+  }
+
   CliFolder folder_{balanced_data(64, 4000)};
 };
 
@@ -102,22 +118,23 @@ TEST_F(Signals, EndRegressions) {
   expect_interrupted(Words{"--regression", "linear"} + slow, SIGINT, "SIGINT");
 }
 
-// While the data are read, what stands under the name of the result is not touched. Opening the pipe for
-// writing waits for the program to open it, too;
-// half a second later it is reading.
+// While the data are read, what stands under the name of the result is not touched.
 TEST_F(Signals, EndTheReadingOfAPipe) {
   folder_.write("r.csv", "an older result\n");
-  ASSERT_EQ(mkfifo(folder_.path("pipe").c_str(), 0600), 0);
-  const RunResult result = interrupt_program(
-      "/bin/sh",
-      {"-c", "(exec > pipe; sleep 0.5; echo > ready; exec sleep 60) & echo $! > sleeper; exec " +
-                 tavo_program().string() +
-                 " --in pipe --out r.csv --measure ba --thread 8 --block 2 --device cpu"},
-      folder_.path(""), "ready", SIGTERM);
-  kill(std::stoi(read_file(folder_.path("sleeper"))), SIGKILL);
-  EXPECT_EQ(result.status, 128 + SIGTERM);
-  EXPECT_TRUE(result.err.ends_with("tavo: interrupted by SIGTERM; no result was written\n")) << result.err;
+  expect_interrupted_at_pipe("true", "--in pipe");
   EXPECT_EQ(read_file(folder_.path("r.csv")), "an older result\n");
+}
+
+// They have a reader of their own.
+TEST_F(Signals, EndTheReadingOfScoresFromAPipe) {
+  expect_interrupted_at_pipe("echo score", "--in g.dat --score pipe");
+  EXPECT_FALSE(folder_.exists("r.csv"));
+}
+
+// All genotypes are there, but whoever wrote them holds the pipe open; and nobody reads the table.
+TEST_F(Signals, EndTheWaitForTheEndOfAPipe) {
+  ASSERT_EQ(mkfifo(folder_.path("table").c_str(), 0600), 0);
+  expect_interrupted_at_pipe("cat g.dat", "--in pipe --tidy table");
 }
 
 // Whoever reads standard output may go away, or the disk it goes to be full: the result is written all the

@@ -6,7 +6,7 @@
 #include <cmath>
 
 #include "lib/cv_measures.h"
-#include "src/text_line.h"
+#include "src/text_lines.h"
 #include "tests/support/run_program.h"
 
 namespace {
