@@ -22,23 +22,41 @@ void* allocate(size_t size, size_t alignment) {
 
 }  // namespace
 
-// The other forms call these.
+// Every form that the code uses: where a sanitizer brings its own, those do not call each other.
 void* operator new(size_t size) {
+  return allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
+}
+void* operator new[](size_t size) {
   return allocate(size, __STDCPP_DEFAULT_NEW_ALIGNMENT__);
 }
 void* operator new(size_t size, std::align_val_t alignment) {
   return allocate(size, static_cast<size_t>(alignment));
 }
+void* operator new[](size_t size, std::align_val_t alignment) {
+  return allocate(size, static_cast<size_t>(alignment));
+}
 void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory) noexcept {
   std::free(memory);
 }
 void operator delete(void* memory, size_t) noexcept {
   std::free(memory);
 }
+void operator delete[](void* memory, size_t) noexcept {
+  std::free(memory);
+}
 void operator delete(void* memory, std::align_val_t) noexcept {
   std::free(memory);
 }
+void operator delete[](void* memory, std::align_val_t) noexcept {
+  std::free(memory);
+}
 void operator delete(void* memory, size_t, std::align_val_t) noexcept {
+  std::free(memory);
+}
+void operator delete[](void* memory, size_t, std::align_val_t) noexcept {
   std::free(memory);
 }
 
