@@ -113,8 +113,9 @@ TEST_F(Signals, EndAScoreBasedSearch) {
 
 TEST_F(Signals, EndRegressions) {
   expect_interrupted({"--regression", "logistic", "--order", "2", "--tidy", "t.tsv"}, SIGTERM, "SIGTERM");
-  // Two SNPs in a batch, each with a line: slow enough to be caught.
+  // Two SNPs in a batch, each with a line, and many of them: slow enough to be caught.
   const Words slow = {"--thread", "1", "--block", "1", "--tidy", "t.tsv", "--precision", "double"};
+  folder_.write("g.dat", normal_file(balanced_data(64, 60000)));
   expect_interrupted(Words{"--regression", "linear"} + slow, SIGINT, "SIGINT");
 }
 
