@@ -23,17 +23,6 @@ struct Expected {
   std::map<std::string, double> floats;
 };
 
-bool same(double expected, const std::string& text, bool single) {
-  if (std::isnan(expected)) {
-    return text == "NA";
-  }
-  if (std::isinf(expected)) {
-    return text == (expected > 0 ? "Inf" : "-Inf");
-  }
-  return single ? std::strtof(text.c_str(), nullptr) == static_cast<float>(expected)
-                : std::strtod(text.c_str(), nullptr) == expected;
-}
-
 std::string row_difference(const Expected& expected, const TsvRow& row) {
   for (const auto& [name, text] : expected.texts) {
     if (row.at(name) != text) {
@@ -42,7 +31,7 @@ std::string row_difference(const Expected& expected, const TsvRow& row) {
   }
   for (const bool single : {false, true}) {
     for (const auto& [name, value] : single ? expected.floats : expected.doubles) {
-      if (!same(value, row.at(name), single)) {
+      if (!shows(row.at(name), value, single)) {
         return name + " is " + row.at(name) + ", expected " + std::to_string(value);
       }
     }

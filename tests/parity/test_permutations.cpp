@@ -20,6 +20,7 @@ namespace {
 using tavo_test::GenotypeData;
 using tavo_test::TsvRow;
 using Words = std::vector<std::string>;
+
 // A kind of run: what differs from two folds of plain pairs.
 struct Kind {
   const char* name;

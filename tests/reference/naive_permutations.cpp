@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <functional>
 #include <limits>
 #include <random>
@@ -10,20 +9,6 @@
 #include "tests/support/tsv_table.h"
 
 namespace naive {
-
-namespace {
-
-bool shows(const std::string& text, double value) {
-  if (std::isnan(value)) {
-    return text == "NA";
-  }
-  if (std::isinf(value)) {
-    return text == (value > 0 ? "Inf" : "-Inf");
-  }
-  return std::strtod(text.c_str(), nullptr) == value;
-}
-
-}  // namespace
 
 std::vector<std::vector<NullBest>> permuted_bests(const GenotypeData& data, const Run& run, int permutations,
                                                   LogFunction log) {
@@ -114,7 +99,8 @@ std::string null_table_difference(const std::vector<std::vector<NullBest>>& null
       const tavo_test::TsvRow& row = table.rows[line];
       if (row.at("permutation") != std::to_string(r + 1) ||
           row.at("order") != std::to_string(first_order + static_cast<int>(i)) ||
-          !shows(row.at("testing"), best.testing) || !shows(row.at("consistency"), best.consistency)) {
+          !tavo_test::shows(row.at("testing"), best.testing) ||
+          !tavo_test::shows(row.at("consistency"), best.consistency)) {
         return "null values " + std::to_string(line + 1) + ": found " + row.at("testing") + " and " +
                row.at("consistency") + " of permutation " + row.at("permutation") + ", order " +
                row.at("order") + ", expected " + std::to_string(best.testing) + " and " +

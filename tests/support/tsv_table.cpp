@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "tests/support/tsv_table.h"
 
+#include <cmath>
+#include <cstdlib>
 #include <set>
 #include <stdexcept>
 
@@ -32,6 +34,17 @@ std::vector<TsvRow> TsvTable::with(const std::string& column, const std::string&
     }
   }
   return found;
+}
+
+bool shows(const std::string& cell, double value, bool single) {
+  if (std::isnan(value)) {
+    return cell == "NA";
+  }
+  if (std::isinf(value)) {
+    return cell == (value > 0 ? "Inf" : "-Inf");
+  }
+  return single ? std::strtof(cell.c_str(), nullptr) == static_cast<float>(value)
+                : std::strtod(cell.c_str(), nullptr) == value;
 }
 
 TsvTable parse_tsv(const std::string& text) {

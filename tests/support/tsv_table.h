@@ -19,6 +19,9 @@ struct TsvTable {
   std::vector<TsvRow> with(const std::string& column, const std::string& value) const;
 };
 
+// Whether a cell is this number: NA, Inf and -Inf for those that are none; single: as a float.
+bool shows(const std::string& cell, double value, bool single = false);
+
 // Throws std::runtime_error when a row has not as many cells as the header, or two columns have one name.
 TsvTable parse_tsv(const std::string& text);
 
