@@ -51,18 +51,22 @@ class CountedCells {
 
 // Calls each(list, genotype, pairs) for the cells of all lists, then each(n_lists, ..) for what they leave of
 // the last SNP's own counts: the prefix's pattern without minor genotypes. What is not counted follows by
-// subtraction: counted(list, row), of_list(list) and own(genotype) say what is known.
+// subtraction: counted(list, row), of_list(list) and own(genotype) say what is known. Rows: 2, genotypes 1
+// and 2; or 3, with samples that lack the genotype in both of these, and by themselves.
 template <size_t Rows, class Counted, class OfList, class Own, class Each>
 __attribute__((always_inline)) inline void derive(size_t n_lists, const Counted& counted,
                                                   const OfList& of_list, const Own& own, const Each& each) {
   PairLanes left[3] = {own(0), own(1), own(2)};
   for (size_t list = 0; list < n_lists; ++list) {
-    const PairLanes one = counted(list, 0);
-    const PairLanes two = counted(list, 1);
-    PairLanes none = of_list(list) - (one + two);
+    PairLanes one = counted(list, 0);
+    PairLanes two = counted(list, 1);
+    PairLanes none = of_list(list) - two;
     if (Rows == 3) {
-      none -= counted(list, 2);
+      const PairLanes missing = counted(list, 2);
+      one -= missing;
+      two -= missing;
     }
+    none -= one;
     left[0] -= none;
     left[1] -= one;
     left[2] -= two;

@@ -48,7 +48,7 @@ struct LaneDeriveInput {
   size_t n_pairs;
   size_t prefix_cells;
   size_t n_lists;              // prefix_cells - 1, or prefix_cells: the last of samples without all genotypes
-  size_t rows;                 // genotypes 1 and 2, or these and missing ones
+  size_t rows;                 // low and high bits, or these and both
   const uint32_t* list_pairs;  // [n_lists][n_counted_pairs + 1] samples of the lists: of each pair, of all
   const uint32_t* marginals;   // [3][n_pairs][kLanes] the last SNPs' own counts
   const uint32_t* own_totals;  // [3][kLanes] their sums over all pairs

@@ -81,7 +81,7 @@ inline void count_piece(const RowCountInput& in, const RowPiece& piece, const Ro
                         const RowList* lists, size_t byte, uint32_t* pairs) {
   const CountWriter writer(byte, prefix, piece.starts_pair);
   const uint8_t* rows = in.rows + size_t{piece.first_sample} * kSampleBytes + byte;
-  const size_t n_rows = in.missing_rows != nullptr ? 3 : 2;
+  const size_t n_rows = in.missing ? 3 : 2;
   for (size_t list = 0; list < in.n_lists; ++list, lists += 2, pairs += n_rows * kCountStride) {
     if (lists[0].n == 0 && lists[1].n == 0) {
       for (size_t row = 0; row < n_rows; ++row) {
@@ -107,8 +107,7 @@ inline void count_piece(const RowCountInput& in, const RowPiece& piece, const Ro
     write(controls[0], cases[0], 0);
     write(controls[1], cases[1], 1);
     if (n_rows == 3) {
-      const uint8_t* missing = in.missing_rows + size_t{piece.first_sample} * kRowBytes + byte;
-      write(add_up_one(missing, of_controls, lists[1].n), add_up_one(missing, of_cases, lists[0].n), 2);
+      write(add_up_missing(rows, of_controls, lists[1].n), add_up_missing(rows, of_cases, lists[0].n), 2);
     }
   }
 }
@@ -119,10 +118,7 @@ inline void count_rows(const RowCountInput& in) {
     for (size_t piece = 0; piece < in.pieces.n_pieces; ++piece) {
       const RowPiece& of = in.pieces.pieces[piece];
       for (size_t i = 0; i < in.n_prefixes; ++i) {
-        fetch_next<kSampleBytes>(in.pieces, piece, in.rows, i, in.n_prefixes);
-        if (in.missing_rows != nullptr) {
-          fetch_next<kRowBytes>(in.pieces, piece, in.missing_rows, i, in.n_prefixes);
-        }
+        fetch_next(in.pieces, piece, in.rows, i, in.n_prefixes);
         count_piece(in, of, in.prefixes[i], in.prefixes[i].lists + piece * in.n_lists * 2, byte,
                     in.counts + (i * in.n_pairs + of.pair) * of_pair);
       }

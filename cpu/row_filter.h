@@ -27,7 +27,8 @@
 // whose bounds at t = M and t = 1 grow with M less slowly than b m M while a (p1 + p2) <= b m. So where M
 // reaches a floor F,
 //   S + max(a p2, b m2) (1 + F) + max(a p1 - b m1, 0) + max(a p1, b m1) F >= b m F,
-// the slacks of the last SNP and of the prefix. Counts need no slack: missing genotypes have rows, too.
+// the slacks of the last SNP and of the prefix. Counts need no slack: a missing genotype has a bit in both of
+// its sample's rows, and the samples with both bits are counted, too.
 //
 // For bounds, rows of the minus class hold the bits of the samples that do NOT have the genotype, so that
 // rows of both classes can be added up alike: minus samples of a list less those with the genotype.
@@ -79,7 +80,7 @@ constexpr size_t kListStep = 4;
 enum class RowValues {
   kBytes,   // both weights 1, every pair of segments one piece with at most 127 samples of a class
   kWords,   // a times all plus samples and b times all minus samples fit in 16 bits with sign
-  kCounts,  // of cases and controls; rows of both classes hold the bits of the samples that have the genotype
+  kCounts,  // of cases and controls; rows of both classes hold the low and the high bit of the genotypes
 };
 constexpr int kLargestRowWord = 28671;
 // Of the weights of all samples that lack a SNP's genotype, or one of a prefix: slacks are at most twice
@@ -152,20 +153,20 @@ struct RowFilterInput {
 
 struct RowCountInput {
   const uint8_t* rows;  // of the block of last SNPs, as above
-  const uint8_t*
-      missing_rows;  // kRowBytes for each sample, a bit where the genotype is missing; null: nowhere
+  bool missing;         // a genotype of the block is missing
   RowPieces pieces;
   size_t n_pairs;
   size_t n_lists;  // of each piece: patterns - 1, and one of samples without all genotypes
   const RowPrefix* prefixes;
   size_t n_prefixes;
   // out: [n_prefixes][n_pairs][counted_cells][kCountStride], of the wanted groups: controls in the lower,
-  // cases in the upper 16 bits. Cells: lists, and of each genotypes 1, 2 and, where some are, missing ones.
+  // cases in the upper 16 bits. Cells: lists, and of each the samples with the low bit, with the high bit
+  // and, where genotypes are missing, with both.
   uint32_t* counts;
 };
 
 [[maybe_unused]] static inline size_t counted_cells(const RowCountInput& in) {
-  return in.n_lists * (in.missing_rows != nullptr ? 3 : 2);
+  return in.n_lists * (in.missing ? 3 : 2);
 }
 
 // The samples of one class in a piece.

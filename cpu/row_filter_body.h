@@ -176,7 +176,7 @@ void filter_form(const RowFilterInput& in) {
     for (size_t piece = 0; piece < in.pieces.n_pieces; ++piece) {
       for (size_t i = 0; i < in.n_prefixes; ++i) {
         const RowPrefix& prefix = in.prefixes[i];
-        fetch_next<kSampleBytes>(in.pieces, piece, in.rows, i, in.n_prefixes);
+        fetch_next(in.pieces, piece, in.rows, i, in.n_prefixes);
         (counter.*Form::kCount)(in.pieces.pieces[piece], prefix.lists + piece * Form::kLists, prefix,
                                 values + i * kRowGroups * of_group);
       }

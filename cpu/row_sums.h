@@ -8,7 +8,7 @@
 
 namespace {
 
-// The rows of genotypes 1 and 2 of a list's samples, added up side by side where registers suffice.
+// Both rows of a list's samples, added up side by side where registers suffice.
 __attribute__((always_inline)) inline void add_up(const uint8_t* rows, const uint16_t* samples, size_t n,
                                                   BitSums& one, BitSums& two) {
   const auto row_of_one = [&](size_t i) { return held(load(rows + samples[i])); };
@@ -49,27 +49,26 @@ __attribute__((always_inline)) inline void add_up(const uint8_t* rows, const uin
   two = b;
 }
 
-// One row of each sample, kRowBytes apart. offsets: those of the two rows of genotypes.
-__attribute__((always_inline)) inline BitSums add_up_one(const uint8_t* rows, const uint16_t* offsets,
-                                                         size_t n) {
-  static_assert(kSampleBytes == 2 * kRowBytes);
-  const auto row = [&](size_t i) { return held(load(rows + offsets[i] / 2)); };
+// The same of the bits that both rows of a sample have: missing genotypes.
+__attribute__((always_inline)) inline BitSums add_up_missing(const uint8_t* rows, const uint16_t* samples,
+                                                             size_t n) {
+  const auto row = [&](size_t i) {
+    return held(both(load(rows + samples[i]), load(rows + kRowBytes + samples[i])));
+  };
   BitSums a;
   a.clear();
-  const uint16_t* const end = offsets + n;
-  for (; offsets + 16 <= end; offsets += 16) {
+  const uint16_t* const end = samples + n;
+  for (; samples + 16 <= end; samples += 16) {
     a.add_sixteen(row);
   }
-  for (; offsets < end; offsets += kListStep) {
+  for (; samples < end; samples += kListStep) {
     a.carry_into<2>(a.add_four(row(0), row(1), row(2), row(3)));
   }
   return a;
 }
 
-// Asks for one of n shares of the rows of the piece behind `piece`, kBytes of each sample: for the
-// second-level cache, while other rows are added up. Always inline: as a function, g++ takes it for one
-// without effect.
-template <size_t kBytes>
+// Asks for one of n shares of the rows of the piece behind `piece`: for the second-level cache, while other
+// rows are added up. Always inline: as a function, g++ takes it for one without effect.
 __attribute__((always_inline)) inline void fetch_next(const RowPieces& in, size_t piece, const uint8_t* rows,
                                                       size_t share, size_t n) {
   if (!in.far || piece + 1 >= in.n_pieces) {
@@ -77,9 +76,9 @@ __attribute__((always_inline)) inline void fetch_next(const RowPieces& in, size_
   }
   const size_t first = in.pieces[piece + 1].first_sample;
   const size_t end = piece + 2 < in.n_pieces ? in.pieces[piece + 2].first_sample : in.n_samples;
-  const uint8_t* const to = rows + (first + (end - first) * (share + 1) / n) * kBytes;
+  const uint8_t* const to = rows + (first + (end - first) * (share + 1) / n) * kSampleBytes;
   constexpr size_t kCacheLine = 64;
-  for (const uint8_t* from = rows + (first + (end - first) * share / n) * kBytes; from < to;
+  for (const uint8_t* from = rows + (first + (end - first) * share / n) * kSampleBytes; from < to;
        from += kCacheLine) {
     __builtin_prefetch(from, 0, 2);
   }

@@ -224,11 +224,12 @@ void RowTile::filter(size_t block, size_t first, size_t end, const int16_t* need
 
 void RowTile::count(size_t block, size_t first, size_t end) {
   make_views(block, first, end);
-  const uint8_t* missing = rows_.missing_block(block);
-  counted_cells_ = n_lists_ * (missing != nullptr ? 3 : 2);
+  const RowCountInput input{
+      rows_.block(block), rows_.block_missing(block), row_pieces(), rows_.n_pairs(),
+      n_lists_,           views_.data() + first,      end - first,  pair_counts_.data()};
+  counted_cells_ = counted_cells(input);
   first_counted_ = first;
-  kernels_.count({rows_.block(block), missing, row_pieces(), rows_.n_pairs(), n_lists_, views_.data() + first,
-                  end - first, pair_counts_.data()});
+  kernels_.count(input);
 }
 
 LaneDeriveInput RowTile::counted(size_t prefix, size_t lane, size_t b) const {

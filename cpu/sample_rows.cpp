@@ -66,9 +66,7 @@ SampleRows::SampleRows(const Problem& problem, const LanePlanes& planes, const S
   missing_.resize(snps);
   block_missing_.assign(n_blocks, 0);
   find_missing(planes);
-  if (weights_.form == RowValues::kCounts) {
-    missing_rows_.assign(any_missing_ ? n_blocks * n_samples_ * kRowBytes : 0, 0);
-  } else {
+  if (weights_.form != RowValues::kCounts) {
     last_words_.assign(n_blocks * words_of_block() * kRowLanes, 0);
     last_bytes_.assign(bytes ? n_blocks * n_folds_ * 2 * kRowLanes : 0, 0);
     beyond_slack_.assign(n_blocks * kRowGroups, 0);
@@ -211,7 +209,6 @@ void SampleRows::set_bits(size_t group, size_t sample, const uint32_t (&packed)[
     high |= uint64_t{even_bits(genotypes >> 1)} << (kGenotypesPerWord * i);
   }
   const size_t b = group / kRowGroups;
-  const size_t row = b * n_samples_ + sample;
   const size_t first_snp = group % kRowGroups * kGroupLanes;
   // 16 SNPs at a time: in their order, or four from each sixteenth of the group, see count_row_bit.
   const auto set = [&](uint8_t* to, uint64_t bits) {
@@ -220,19 +217,16 @@ void SampleRows::set_bits(size_t group, size_t sample, const uint32_t (&packed)[
       std::memcpy(to + row_bit(first_snp + i * kGenotypesPerWord) / 8, &part, sizeof(part));
     }
   };
-  uint8_t* rows = rows_.data() + row * kSampleBytes;
-  const uint64_t one = low & ~high;
-  const uint64_t two = high & ~low;
-  if (weights_.form != RowValues::kCounts) {
-    set(rows, minus ? ~one : one);
-    set(rows + kRowBytes, minus ? ~two : two);
+  uint8_t* rows = rows_.data() + (b * n_samples_ + sample) * kSampleBytes;
+  if (weights_.form == RowValues::kCounts) {
+    set(rows, transpose_nibbles(low));
+    set(rows + kRowBytes, transpose_nibbles(high));
     return;
   }
-  set(rows, transpose_nibbles(one));
-  set(rows + kRowBytes, transpose_nibbles(two));
-  if (block_missing_[b] != 0) {
-    set(missing_rows_.data() + row * kRowBytes, transpose_nibbles(low & high));
-  }
+  const uint64_t one = low & ~high;
+  const uint64_t two = high & ~low;
+  set(rows, minus ? ~one : one);
+  set(rows + kRowBytes, minus ? ~two : two);
 }
 
 void SampleRows::fill_values(const LanePlanes& planes, size_t n_snps, size_t b) {

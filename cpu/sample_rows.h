@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 //
-// What the row filter reads of the last SNPs: bit rows of genotypes 1 and 2 with 512 SNPs side by side, one
-// row per sample and genotype (and of missing genotypes, for counts); the weights of cases and controls; and
+// What the row filter reads of the last SNPs: bit rows of genotypes with 512 SNPs side by side, two rows per
+// sample (genotypes 1 and 2 or, for counts, the low and the high bit); the weights of cases and controls; and
 // the SNPs' own values.
 #pragma once
 
@@ -54,10 +54,8 @@ class SampleRows {
 
   // Of SNPs b * kRowLanes .. b * kRowLanes + 511: rows, and their own values; see RowFilterInput.
   const uint8_t* block(size_t b) const { return rows_.data() + b * n_samples_ * kSampleBytes; }
-  // Of a block that lacks a genotype; otherwise null. See RowCountInput.
-  const uint8_t* missing_block(size_t b) const {
-    return block_missing_[b] != 0 ? missing_rows_.data() + b * n_samples_ * kRowBytes : nullptr;
-  }
+  // Whether a genotype of the block is missing.
+  bool block_missing(size_t b) const { return block_missing_[b] != 0; }
 
   // Whether a genotype is missing anywhere.
   bool any_missing() const { return any_missing_; }
@@ -100,7 +98,6 @@ class SampleRows {
   std::vector<RowPiece> pieces_;
   std::vector<RowPart> parts_;
   AlignedVector<uint8_t> rows_;
-  AlignedVector<uint8_t> missing_rows_;
   std::vector<uint8_t> block_missing_;  // [blocks]
   AlignedVector<uint8_t> last_bytes_;
   AlignedVector<int16_t> last_words_;
