@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "cpu/aligned_vector.h"
 #include "cpu/lane_kernels.h"
 #include "device/segments.h"
 
@@ -49,7 +50,7 @@ class LanePlanes {
 
   size_t words_;
   size_t n_pairs_;
-  std::vector<uint64_t> bits_;
+  AlignedVector<uint64_t> bits_;
   std::vector<uint64_t> occupied_;  // [words]
   std::vector<uint32_t> marginals_;
   std::vector<uint32_t> totals_;
